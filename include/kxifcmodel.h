@@ -1,0 +1,19 @@
+/*
+ * kxifcmodel.h: the whole public interface of kxifcmodel, an in-memory,
+ * early-bound object model of IFC (IFC2X3 and IFC4) read from and written to
+ * ISO 10303-21 files. Include this one header; it compiles as C11 and as C++.
+ *
+ * Sections:
+ *   kxifc_defs.h         basic types, booleans, schema releases
+ *   kxifc_diagnostics.h  assertion reports and memory usage
+ *   kxifc_text.h         UTF-8 <-> UTF-16 conversion for hosts
+ *   kxifc_coretypes.h    the six EXPRESS base types and their undefined values
+ *   kxifc_guid.h         22-character compressed GUIDs
+ */
+#ifndef KXIFCMODEL_H
+#define KXIFCMODEL_H
+
+#include "kxifc_defs.h"
+#include "kxifc_diagnostics.h"
+
+#endif

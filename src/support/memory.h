@@ -1,0 +1,67 @@
+// Tracked memory: every block the library allocates goes through these
+// functions, which keep process-wide counters of live blocks and bytes so a
+// test (or a host) can check that everything allocated was freed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+namespace kx {
+
+// Allocation never returns NULL: running out of memory aborts the process.
+void *mem_alloc(size_t size);
+void *mem_calloc(size_t count, size_t element_size);
+void *mem_realloc(void *block, size_t new_size);
+// Frees a block made by the functions above (NULL is accepted).
+void mem_free(void *block);
+
+// Frees the block the holder points to and leaves the holder NULL.
+template <typename T>
+inline void mem_free_and_clear(T **holder) {
+    mem_free(const_cast<void *>(static_cast<const void *>(*holder)));
+    *holder = nullptr;
+}
+
+// Calls destroy(holder) when *holder is not NULL.
+template <typename T>
+inline void mem_destroy_optional(T **holder, void (*destroy)(T **)) {
+    if (*holder != nullptr) destroy(holder);
+}
+
+// Moves ownership out of a holder: returns the pointer and clears the holder.
+template <typename T>
+inline T *mem_take(T **holder) {
+    T *value = *holder;
+    *holder = nullptr;
+    return value;
+}
+
+// Allocates one zeroed T, or n zeroed Ts.
+template <typename T>
+inline T *mem_new_zeroed(size_t n = 1) {
+    return static_cast<T *>(mem_calloc(n, sizeof(T)));
+}
+
+struct MemUsage {
+    int64_t live_blocks;
+    int64_t live_bytes;
+    int64_t peak_bytes;
+    int64_t total_allocations;
+};
+MemUsage mem_usage();
+
+// A standard allocator over tracked memory, so std containers are counted.
+template <typename T>
+struct TrackedAllocator {
+    using value_type = T;
+    TrackedAllocator() noexcept = default;
+    template <typename U>
+    TrackedAllocator(const TrackedAllocator<U> &) noexcept {}
+    T *allocate(size_t n) { return static_cast<T *>(mem_alloc(n * sizeof(T))); }
+    void deallocate(T *p, size_t) noexcept { mem_free(p); }
+    template <typename U>
+    bool operator==(const TrackedAllocator<U> &) const noexcept { return true; }
+};
+
+}  // namespace kx
