@@ -1,0 +1,281 @@
+#include <cfloat>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "support/memory.h"
+#include "support/wstring.h"
+#include "test_support.h"
+
+namespace {
+
+using kx::WideString;
+
+// Copies a library string into a std::u16string and frees it.
+std::u16string take(WideString text) {
+    EXPECT_NE(text, nullptr);
+    if (text == nullptr) return u"<null>";
+    std::u16string copy(text);
+    kx::wstr_destroy(&text);
+    EXPECT_EQ(text, nullptr);
+    return copy;
+}
+
+std::string take_utf8(char *text) {
+    std::string copy(text);
+    kx::mem_free_and_clear(&text);
+    return copy;
+}
+
+std::u16string ascii(const std::string &text) { return std::u16string(text.begin(), text.end()); }
+
+class WideStringTest : public kxtest::LibraryTest {};
+
+TEST_F(WideStringTest, CopiesAndDestroys) {
+    EXPECT_EQ(take(kx::wstr_copy(u"IfcWall")), u"IfcWall");
+    EXPECT_EQ(take(kx::wstr_copy(u"")), u"");
+    EXPECT_EQ(take(kx::wstr_new_empty()), u"");
+    EXPECT_EQ(take(kx::wstr_copy_n(u"IfcWallType", 7)), u"IfcWall");
+    EXPECT_EQ(kx::wstr_copy_optional(nullptr), nullptr);
+    EXPECT_EQ(take(kx::wstr_copy_optional(u"x")), u"x");
+
+    WideString held = nullptr;
+    kx::wstr_destroy_optional(&held);  // silently accepted
+    EXPECT_EQ(held, nullptr);
+    held = kx::wstr_copy(u"abc");
+    kx::wstr_destroy_optional(&held);
+    EXPECT_EQ(held, nullptr);
+}
+
+TEST_F(WideStringTest, NullWhereAStringIsRequiredIsReported) {
+    expect_reports();
+    EXPECT_EQ(kx::wstr_copy(nullptr), nullptr);
+    EXPECT_TRUE(asserts().saw("(text) != NULL"));
+    WideString held = nullptr;
+    kx::wstr_destroy(&held);
+    EXPECT_TRUE(asserts().saw("(*holder) != NULL"));
+    EXPECT_EQ(kx::wstr_length(nullptr), 0u);
+    EXPECT_FALSE(kx::wstr_equal(u"a", nullptr));
+    EXPECT_EQ(asserts().reports().size(), 4u);
+}
+
+TEST_F(WideStringTest, LengthAndComparisons) {
+    EXPECT_EQ(kx::wstr_length(u""), 0u);
+    EXPECT_EQ(kx::wstr_length(u"\U0001F600x"), 3u);  // a pair counts as two units
+
+    EXPECT_TRUE(kx::wstr_equal(u"IFCWALL", u"IFCWALL"));
+    EXPECT_FALSE(kx::wstr_equal(u"IFCWALL", u"IfcWall"));
+    EXPECT_FALSE(kx::wstr_equal(u"IFCWALL", u"IFCWAL"));
+    EXPECT_TRUE(kx::wstr_equal_nocase(u"IFCWALL", u"IfcWall"));
+    EXPECT_TRUE(kx::wstr_equal_nocase(u".notdefined.", u".NOTDEFINED."));
+    EXPECT_FALSE(kx::wstr_equal_nocase(u"IfcWall", u"IfcWallType"));
+    // Only ASCII letters fold.
+    EXPECT_FALSE(kx::wstr_equal_nocase(u"\u00e9", u"\u00c9"));
+
+    EXPECT_LT(kx::wstr_compare(u"A", u"B"), 0);
+    EXPECT_GT(kx::wstr_compare(u"b", u"B"), 0);
+    EXPECT_LT(kx::wstr_compare(u"IfcWall", u"IfcWallType"), 0);
+    EXPECT_GT(kx::wstr_compare(u"\uffff", u"a"), 0);  // code units compare unsigned
+    EXPECT_EQ(kx::wstr_compare_nocase(u"ifcwall", u"IFCWALL"), 0);
+    EXPECT_LT(kx::wstr_compare_nocase(u"ifcwall", u"IFCWALLTYPE"), 0);
+    EXPECT_GT(kx::wstr_compare_nocase(u"b", u"A"), 0);
+}
+
+TEST_F(WideStringTest, ConcatenatesInPlaceEvenWithItself) {
+    WideString text = kx::wstr_copy(u"Ifc");
+    kx::wstr_concat(&text, u"Wall");
+    kx::wstr_concat(&text, u"");
+    EXPECT_EQ(std::u16string(text), u"IfcWall");
+    kx::wstr_concat(&text, text + 3);  // the tail lives inside the held string
+    EXPECT_EQ(take(text), u"IfcWallWall");
+}
+
+TEST_F(WideStringTest, CaseBlanksAndSearch) {
+    WideString text = kx::wstr_copy(u"ifc_wall-\u00e9z");
+    kx::wstr_to_upper(text);
+    EXPECT_EQ(take(text), u"IFC_WALL-\u00e9Z");
+
+    EXPECT_TRUE(kx::wstr_is_blank(u""));
+    EXPECT_TRUE(kx::wstr_is_blank(u" \t\r\n "));
+    EXPECT_FALSE(kx::wstr_is_blank(u"  x "));
+
+    EXPECT_TRUE(kx::wstr_find_word(u"IFC2X3_TC1", u"2X3"));
+    EXPECT_TRUE(kx::wstr_find_word(u"IFC4", u"IFC4"));
+    EXPECT_FALSE(kx::wstr_find_word(u"IFC4", u"IFC4X"));
+    EXPECT_FALSE(kx::wstr_find_word(u"IFC4", u"ifc"));
+}
+
+TEST_F(WideStringTest, ReplacesEveryOccurrence) {
+    WideString text = kx::wstr_copy(u"it''s ''quoted''");
+    kx::wstr_replace_all(&text, u"''", u"'");
+    EXPECT_EQ(std::u16string(text), u"it's 'quoted'");
+    kx::wstr_replace_all(&text, u"'", u"\\S\\'");  // grows
+    EXPECT_EQ(std::u16string(text), u"it\\S\\'s \\S\\'quoted\\S\\'");
+    kx::wstr_replace_all(&text, u"absent", u"x");
+    kx::wstr_replace_all(&text, u"", u"x");  // nothing to look for
+    EXPECT_EQ(take(text), u"it\\S\\'s \\S\\'quoted\\S\\'");
+
+    text = kx::wstr_copy(u"aaaaa");
+    kx::wstr_replace_all(&text, u"aa", u"b");  // left to right, no overlaps
+    EXPECT_EQ(take(text), u"bba");
+    text = kx::wstr_copy(u"xx");
+    kx::wstr_replace_all(&text, u"x", u"");
+    EXPECT_EQ(take(text), u"");
+}
+
+TEST_F(WideStringTest, NarrowTextIsLatin1) {
+    EXPECT_EQ(take(kx::wstr_from_narrow("Caf\xe9 \xff")), u"Caf\u00e9 \u00ff");
+    EXPECT_EQ(take(kx::wstr_from_narrow("")), u"");
+    EXPECT_EQ(take(kx::wstr_from_narrow_n("ISO-10303-21;", 12)), u"ISO-10303-21");
+}
+
+TEST_F(WideStringTest, DecodesValidUtf8) {
+    EXPECT_EQ(take(kx::wstr_from_utf8("")), u"");
+    EXPECT_EQ(take(kx::wstr_from_utf8("Wall")), u"Wall");
+    EXPECT_EQ(take(kx::wstr_from_utf8("\xc3\xa9\xe2\x82\xac\xef\xbf\xbf")), u"\u00e9\u20ac\uffff");
+    EXPECT_EQ(take(kx::wstr_from_utf8("\xf0\x9f\x98\x80")), u"\U0001F600");
+    EXPECT_EQ(take(kx::wstr_from_utf8("\xf4\x8f\xbf\xbf")), u"\U0010FFFF");
+    EXPECT_EQ(take(kx::wstr_from_utf8("\xed\x9f\xbf\xee\x80\x80")), u"\ud7ff\ue000");
+}
+
+TEST_F(WideStringTest, InvalidUtf8BecomesReplacementCharacters) {
+    struct Case {
+        const char *utf8;
+        std::u16string expected;
+    };
+    const Case cases[] = {
+        {"\x80", u"\ufffd"},                              // stray continuation
+        {"a\xbf" "b", u"a\ufffdb"},
+        {"\xc0\x80", u"\ufffd\ufffd"},                    // overlong NUL
+        {"\xc1\xbf", u"\ufffd\ufffd"},                    // overlong
+        {"\xe0\x80\xaf", u"\ufffd\ufffd\ufffd"},          // overlong three-byte
+        {"\xf0\x8f\xbf\xbf", u"\ufffd\ufffd\ufffd\ufffd"},  // overlong four-byte
+        {"\xed\xa0\x80", u"\ufffd\ufffd\ufffd"},          // encoded high surrogate
+        {"\xed\xbf\xbf", u"\ufffd\ufffd\ufffd"},          // encoded low surrogate
+        {"\xf4\x90\x80\x80", u"\ufffd\ufffd\ufffd\ufffd"},  // beyond U+10FFFF
+        {"\xf5\x80", u"\ufffd\ufffd"},                    // lead byte above F4
+        {"\xff" "A", u"\ufffdA"},
+        {"\xe2\x82", u"\ufffd"},                          // truncated at the end
+        {"\xe2\x82" "A", u"\ufffdA"},                     // truncated mid-text
+        {"\xf0\x9f\x98", u"\ufffd"},
+        {"\xf0\x9f" "\xc3\xa9", u"\ufffd\u00e9"},         // next sequence survives
+    };
+    for (const Case &c : cases) EXPECT_EQ(take(kx::wstr_from_utf8(c.utf8)), c.expected) << c.utf8;
+}
+
+TEST_F(WideStringTest, EncodesUtf8AndReplacesLoneSurrogates) {
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"")), "");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"A\u00e9\u20ac\U0001F600\U0010FFFF")),
+              "A\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xf4\x8f\xbf\xbf");
+    const char16_t lone_high_at_end[] = {u'a', 0xD83D, 0};
+    const char16_t lone_low[] = {0xDE00, u'b', 0};
+    const char16_t high_then_letter[] = {0xD83D, u'c', 0};
+    const char16_t swapped_pair[] = {0xDE00, 0xD83D, 0};
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(lone_high_at_end)), "a\xef\xbf\xbd");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(lone_low)), "\xef\xbf\xbd" "b");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(high_then_letter)), "\xef\xbf\xbd" "c");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(swapped_pair)), "\xef\xbf\xbd\xef\xbf\xbd");
+
+    // Every scalar value survives UTF-16 -> UTF-8 -> UTF-16.
+    for (uint32_t code = 1; code <= 0x10FFFF; code += (code < 0x30000 ? 1 : 0x101)) {
+        if (code >= 0xD800 && code <= 0xDFFF) continue;
+        char16_t units[3] = {};
+        if (code < 0x10000) {
+            units[0] = char16_t(code);
+        } else {
+            units[0] = char16_t(0xD800 + ((code - 0x10000) >> 10));
+            units[1] = char16_t(0xDC00 + ((code - 0x10000) & 0x3FF));
+        }
+        char *utf8 = kx::wstr_to_utf8(units);
+        WideString back = kx::wstr_from_utf8(utf8);
+        kx::mem_free_and_clear(&utf8);
+        ASSERT_EQ(std::u16string(back), std::u16string(units)) << std::hex << code;
+        kx::wstr_destroy(&back);
+    }
+}
+
+TEST_F(WideStringTest, FormatsTheWritersNumbers) {
+    EXPECT_EQ(take(kx::wstr_format(u"%.10G", 1.5)), u"1.5");
+    EXPECT_EQ(take(kx::wstr_format(u"%.10G", 0.1)), u"0.1");
+    EXPECT_EQ(take(kx::wstr_format(u"%.10G", 1e20)), u"1E+20");
+    EXPECT_EQ(take(kx::wstr_format(u"%.10G", -2.5e-7)), u"-2.5E-07");
+    EXPECT_EQ(take(kx::wstr_format(u"%.10G", 123456789012.0)), u"1.23456789E+11");
+    EXPECT_EQ(take(kx::wstr_format(u"%.12G", 123456789012.0)), u"123456789012");
+    EXPECT_EQ(take(kx::wstr_format(u"%.12G", 1.0 / 3.0)), u"0.333333333333");
+    EXPECT_EQ(take(kx::wstr_format(u"%.1f", 2.26)), u"2.3");
+    EXPECT_EQ(take(kx::wstr_format(u"%.1f", -0.04)), u"-0.0");
+    EXPECT_EQ(take(kx::wstr_format(u"%ld.", int32_t(-5))), u"-5.");
+    EXPECT_EQ(take(kx::wstr_format(u"%ld.", INT32_MIN)), u"-2147483648.");
+    EXPECT_EQ(take(kx::wstr_format(u"#%lu=", UINT32_MAX)), u"#4294967295=");
+    EXPECT_EQ(take(kx::wstr_format(u"\\X2\\%04lX\\X0\\", uint32_t(0xE9))), u"\\X2\\00E9\\X0\\");
+    EXPECT_EQ(take(kx::wstr_format(u"%04lx", uint32_t(0xBEEF1))), u"beef1");
+    EXPECT_EQ(take(kx::wstr_format(u"%s.ifctmp", u"C:/model")), u"C:/model.ifctmp");
+}
+
+TEST_F(WideStringTest, FormatsIntegersOfEveryWidth) {
+    EXPECT_EQ(take(kx::wstr_format(u"%d %i %u", -1, 42, 3000000000u)), u"-1 42 3000000000");
+    EXPECT_EQ(take(kx::wstr_format(u"%x %X %o %#x", 255u, 255u, 8u, 255u)), u"ff FF 10 0xff");
+    EXPECT_EQ(take(kx::wstr_format(u"%x", -1)), u"ffffffff");
+    EXPECT_EQ(take(kx::wstr_format(u"%lld %llu", INT64_MIN, UINT64_MAX)),
+              u"-9223372036854775808 18446744073709551615");
+    EXPECT_EQ(take(kx::wstr_format(u"%zu", SIZE_MAX)), u"18446744073709551615");
+    EXPECT_EQ(take(kx::wstr_format(u"%hd %hu %hhd", 70000, 70000, 300)), u"4464 4464 44");
+    EXPECT_EQ(take(kx::wstr_format(u"[%5d|%-5d|%05d|%+d|% d]", 42, 42, -42, 42, 42)),
+              u"[   42|42   |-0042|+42| 42]");
+    EXPECT_EQ(take(kx::wstr_format(u"[%.3d|%*d|%-*d]", 7, 4, 1, 3, 2)), u"[007|   1|2  ]");
+    EXPECT_EQ(take(kx::wstr_format(u"[%*d]", -4, 9)), u"[9   ]");  // negative width: left
+    // Arguments after 32-bit and 64-bit ones are read from the right place.
+    EXPECT_EQ(take(kx::wstr_format(u"%ld %lld %ld %s", int32_t(1), 2LL, int32_t(3), u"four")),
+              u"1 2 3 four");
+}
+
+TEST_F(WideStringTest, FormatsFloatingPointAsPrintfDoes) {
+    const char *specs[] = {"%f", "%F", "%e", "%E", "%g", "%G", "%+.3e", "%012.4f", "%-12.2f|",
+                           "%#.0f", "%.0e", "%a", "%.17g"};
+    const double values[] = {0.0, -0.0, 1.0, -123.456, 1e-300, 6.02214076e23, DBL_MAX,
+                             1.0 / 0.0, -1.0 / 0.0};
+    for (const char *spec : specs) {
+        for (double value : values) {
+            char expected[512];
+            std::snprintf(expected, sizeof expected, spec, value);
+            EXPECT_EQ(take(kx::wstr_format(ascii(spec).c_str(), value)), ascii(expected))
+                << spec << " " << value;
+        }
+    }
+    EXPECT_EQ(take(kx::wstr_format(u"%.*f", 2, 3.14159)), u"3.14");
+    EXPECT_EQ(take(kx::wstr_format(u"%.*f", -1, 1.5)), u"1.500000");  // negative: no precision
+    EXPECT_EQ(take(kx::wstr_format(u"%Lg", 2.5L)), u"2.5");
+    // Longer than any fixed buffer.
+    EXPECT_EQ(take(kx::wstr_format(u"%f", DBL_MAX)).size(), 316u);
+    EXPECT_EQ(take(kx::wstr_format(u"%300d", 1)), std::u16string(299, u' ') + u"1");
+}
+
+TEST_F(WideStringTest, FormatsTextAndCharacters) {
+    EXPECT_EQ(take(kx::wstr_format(u"'%s'", u"\u00e9\U0001F600")), u"'\u00e9\U0001F600'");
+    EXPECT_EQ(take(kx::wstr_format(u"%hs", "Caf\xe9")), u"Caf\u00e9");
+    EXPECT_EQ(take(kx::wstr_format(u"[%6s|%-6s|%.2s|%6.2hs]", u"abc", u"abc", u"abc", "xyz")),
+              u"[   abc|abc   |ab|    xy]");
+    EXPECT_EQ(take(kx::wstr_format(u"%s|%hs", static_cast<const char16_t *>(nullptr),
+                                   static_cast<const char *>(nullptr))),
+              u"(null)|(null)");
+    EXPECT_EQ(take(kx::wstr_format(u"%c%c%3c", 'A', 0x20AC, 'z')), u"A\u20ac  z");
+    EXPECT_EQ(take(kx::wstr_format(u"100%% \u00e9%d\u20ac", 5)), u"100% \u00e95\u20ac");
+    EXPECT_EQ(take(kx::wstr_format(u"")), u"");
+
+    int object = 0;
+    char expected[64];
+    std::snprintf(expected, sizeof expected, "%p", static_cast<void *>(&object));
+    EXPECT_EQ(take(kx::wstr_format(u"%p", static_cast<void *>(&object))), ascii(expected));
+}
+
+TEST_F(WideStringTest, UnknownConversionIsReportedAndKept) {
+    expect_reports();
+    EXPECT_EQ(take(kx::wstr_format(u"a%qb %d", 7)), u"a%qb 7");
+    EXPECT_EQ(take(kx::wstr_format(u"end%")), u"end%");
+    ASSERT_EQ(asserts().reports().size(), 2u);
+    EXPECT_EQ(asserts().reports()[0].condition, "");
+    EXPECT_EQ(asserts().reports()[0].source, "kxwstring (KXIFCMODEL.DLL)");
+}
+
+}  // namespace
