@@ -15,5 +15,6 @@
 
 #include "kxifc_defs.h"
 #include "kxifc_diagnostics.h"
+#include "kxifc_text.h"
 
 #endif
