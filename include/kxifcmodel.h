@@ -16,5 +16,6 @@
 #include "kxifc_defs.h"
 #include "kxifc_diagnostics.h"
 #include "kxifc_text.h"
+#include "kxifc_coretypes.h"
 
 #endif
