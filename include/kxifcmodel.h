@@ -17,5 +17,6 @@
 #include "kxifc_diagnostics.h"
 #include "kxifc_text.h"
 #include "kxifc_coretypes.h"
+#include "kxifc_guid.h"
 
 #endif
