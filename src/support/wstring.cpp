@@ -551,7 +551,11 @@ const char16_t *format_one(UnitBuffer &out, const char16_t *percent, va_list *ar
             }
             break;
         case u'c': {
-            const char16_t unit = static_cast<char16_t>(va_arg(*args, int));
+            // %hc is a narrow (ISO-8859-1) character, %c a code unit.
+            const int value = va_arg(*args, int);
+            const char16_t unit = (spec.length == Length::h || spec.length == Length::hh)
+                                      ? char16_t(static_cast<unsigned char>(value))
+                                      : static_cast<char16_t>(value);
             push_padded(out, spec, &unit, 1);
             break;
         }

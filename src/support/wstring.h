@@ -46,10 +46,12 @@ WideString wstr_from_utf8(const char *text);
 char *wstr_to_utf8(const char16_t *text);
 
 // printf-style formatting into a new WideString. Conversions: %s (a
-// char16_t string), %hs (a narrow char string), %c (a code unit), %d %i %u %x
-// %X %o (int), %ld %lu %lx %lX (32-bit, as the interface's "long"), %lld %llu
-// (64-bit), %zu, %f %F %e %E %g %G (double), %p, %%, with flags, width and
-// precision as printf has them.
+// char16_t string), %hs (a narrow char string), %c (a code unit), %hc (a
+// narrow character), %d %i %u %x %X %o (int), %ld %lu %lx %lX (32-bit, as the
+// interface's "long"), %lld %llu (64-bit), %zu, %f %F %e %E %g %G %a (double;
+// %Lf etc. long double), %p, %%, with flags, width and precision (also "*")
+// as printf has them. Narrow text is ISO-8859-1. A conversion it does not
+// know is reported (empty text) and copied as it stands.
 WideString wstr_format(const char16_t *format, ...);
 WideString wstr_vformat(const char16_t *format, va_list args);
 

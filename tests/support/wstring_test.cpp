@@ -259,7 +259,7 @@ TEST_F(WideStringTest, FormatsTextAndCharacters) {
     EXPECT_EQ(take(kx::wstr_format(u"%s|%hs", static_cast<const char16_t *>(nullptr),
                                    static_cast<const char *>(nullptr))),
               u"(null)|(null)");
-    EXPECT_EQ(take(kx::wstr_format(u"%c%c%3c", 'A', 0x20AC, 'z')), u"A\u20ac  z");
+    EXPECT_EQ(take(kx::wstr_format(u"%c%c%3c%hc", 'A', 0x20AC, 'z', '\xe9')), u"A\u20ac  z\u00e9");
     EXPECT_EQ(take(kx::wstr_format(u"100%% \u00e9%d\u20ac", 5)), u"100% \u00e95\u20ac");
     EXPECT_EQ(take(kx::wstr_format(u"")), u"");
 
