@@ -1,0 +1,307 @@
+// PtrArray, ValueArray and OrderedPtrMap: ordering under inserts and
+// removals, ownership of elements, and reports on misuse.
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "support/memory.h"
+#include "support/ptrarray.h"
+#include "support/ptrmap.h"
+#include "support/valuearray.h"
+#include "support/wstring.h"
+#include "test_support.h"
+
+namespace {
+
+struct Item {
+    uint32_t key;
+    uint32_t serial;
+};
+
+int g_destroyed = 0;
+
+Item *item_new(uint32_t key, uint32_t serial = 0) {
+    Item *item = kx::mem_new_zeroed<Item>();
+    item->key = key;
+    item->serial = serial;
+    return item;
+}
+
+void item_destroy(void **holder) {
+    g_destroyed++;
+    kx::mem_free_and_clear(holder);
+}
+
+void *item_copy(const void *element) {
+    const Item *item = static_cast<const Item *>(element);
+    return item_new(item->key, item->serial);
+}
+
+uint32_t item_key(const void *element) { return static_cast<const Item *>(element)->key; }
+
+kx_bool16 item_has_key(const void *element, const void *key) {
+    return static_cast<const Item *>(element)->key == *static_cast<const uint32_t *>(key) ? CIERTO
+                                                                                          : FALSO;
+}
+
+uint32_t key_at(const kx::PtrArray *array, uint32_t index) {
+    return static_cast<const Item *>(kx::ptrarray_get(array, index))->key;
+}
+
+std::vector<uint32_t> keys_of(const kx::PtrArray *array) {
+    std::vector<uint32_t> keys;
+    for (uint32_t i = 0; i < kx::ptrarray_count(array); i++) keys.push_back(key_at(array, i));
+    return keys;
+}
+
+class ContainersTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        g_destroyed = 0;
+    }
+};
+
+TEST_F(ContainersTest, PtrArrayKeepsOrderThroughInsertRemoveAndShrink) {
+    kx::PtrArray *array = kx::ptrarray_create(7);
+    EXPECT_EQ(kx::ptrarray_element_type(array), 7u);
+    for (uint32_t i = 0; i < 100000; i++) kx::ptrarray_append(array, item_new(i));
+    ASSERT_EQ(kx::ptrarray_count(array), 100000u);
+    for (uint32_t i = 0; i < 100000; i += 997) EXPECT_EQ(key_at(array, i), i);
+
+    kx::ptrarray_shrink(&array, 5, item_destroy);
+    EXPECT_EQ(g_destroyed, 100000 - 5);
+    EXPECT_EQ(keys_of(array), (std::vector<uint32_t>{0, 1, 2, 3, 4}));
+
+    kx::ptrarray_insert(array, 0, item_new(100));
+    kx::ptrarray_insert(array, 3, item_new(101));
+    kx::ptrarray_insert(array, kx::ptrarray_count(array), item_new(102));
+    EXPECT_EQ(keys_of(array), (std::vector<uint32_t>{100, 0, 1, 101, 2, 3, 4, 102}));
+
+    void *removed = kx::ptrarray_get(array, 3);
+    kx::ptrarray_remove(array, 3);  // not destroyed
+    kx::ptrarray_remove_and_destroy(&array, 0, item_destroy);
+    EXPECT_EQ(keys_of(array), (std::vector<uint32_t>{0, 1, 2, 3, 4, 102}));
+    item_destroy(&removed);
+
+    void *old = kx::ptrarray_get(array, 1);
+    kx::ptrarray_set(array, 1, item_new(55));
+    EXPECT_EQ(keys_of(array), (std::vector<uint32_t>{0, 55, 2, 3, 4, 102}));
+    item_destroy(&old);
+
+    g_destroyed = 0;
+    kx::ptrarray_destroy(&array, item_destroy);
+    EXPECT_EQ(array, nullptr);
+    EXPECT_EQ(g_destroyed, 6);
+}
+
+TEST_F(ContainersTest, PtrArraySearchCopyConcatenateWalk) {
+    kx::PtrArray *array = kx::ptrarray_create_with_capacity(0, 0x10000);
+    for (uint32_t key : {5u, 9u, 5u, 12u}) kx::ptrarray_append(array, item_new(key));
+
+    uint32_t index = 77;
+    const uint32_t missing = 6, twelve = 12, five = 5;
+    EXPECT_FALSE(kx::ptrarray_exists(array, &missing, item_has_key, &index));
+    EXPECT_EQ(index, 77u);
+    EXPECT_TRUE(kx::ptrarray_exists(array, &five, item_has_key, &index));
+    EXPECT_EQ(index, 0u);  // the first match
+    EXPECT_TRUE(kx::ptrarray_exists_unique(array, &twelve, item_has_key, &index));
+    EXPECT_EQ(index, 3u);
+    EXPECT_EQ(kx::ptrarray_find(array, &twelve, item_has_key), kx::ptrarray_get(array, 3));
+    EXPECT_EQ(kx::ptrarray_find_unique(array, &missing, item_has_key), nullptr);
+
+    kx::PtrArray *copy = kx::ptrarray_copy(array, item_copy);
+    EXPECT_EQ(keys_of(copy), keys_of(array));
+    EXPECT_NE(kx::ptrarray_get(copy, 0), kx::ptrarray_get(array, 0));
+
+    // Concatenating an array onto itself doubles it without reading past it.
+    kx::ptrarray_concatenate(copy, copy, item_copy);
+    EXPECT_EQ(keys_of(copy), (std::vector<uint32_t>{5, 9, 5, 12, 5, 9, 5, 12}));
+
+    // Shared pointers, destroyed only through the owning array.
+    kx::PtrArray *view = kx::ptrarray_create(0);
+    kx::ptrarray_concatenate(view, array, nullptr);
+    EXPECT_EQ(kx::ptrarray_get(view, 2), kx::ptrarray_get(array, 2));
+    kx::ptrarray_append_const(view, kx::ptrarray_get(array, 0));
+    uint32_t sum = 0;
+    kx::ptrarray_walk_with(
+        view, [](void *element, void *total) {
+            *static_cast<uint32_t *>(total) += static_cast<Item *>(element)->key;
+        },
+        &sum);
+    EXPECT_EQ(sum, 5u + 9 + 5 + 12 + 5);
+    kx::ptrarray_destroy_const(&view);
+    EXPECT_EQ(g_destroyed, 0);
+
+    // An array of arrays destroys the inner arrays and their elements.
+    kx::PtrArray *outer = kx::ptrarray_create(0);
+    kx::ptrarray_append(outer, array);
+    kx::ptrarray_append(outer, copy);
+    kx::ptrarray_destroy_array_of_arrays(&outer, item_destroy);
+    EXPECT_EQ(outer, nullptr);
+    EXPECT_EQ(g_destroyed, 12);
+}
+
+TEST_F(ContainersTest, PtrArrayMisuseIsReportedNotFatal) {
+    expect_reports();
+    kx::PtrArray *array = kx::ptrarray_create(0);
+    kx::ptrarray_append(array, nullptr);
+    EXPECT_EQ(kx::ptrarray_get(array, 1), nullptr);
+    EXPECT_TRUE(asserts().saw("index < array->count"));
+    kx::ptrarray_set(array, 5, array);
+    kx::ptrarray_remove(array, 9);
+    kx::ptrarray_insert(array, 3, array);
+    kx::ptrarray_shrink(&array, 4, item_destroy);
+    EXPECT_EQ(kx::ptrarray_count(array), 1u);
+    EXPECT_EQ(kx::ptrarray_count(nullptr), 0u);
+    EXPECT_TRUE(asserts().saw("(array) != NULL"));
+    kx::ptrarray_destroy(&array, item_destroy);  // NULL elements are skipped
+    EXPECT_EQ(g_destroyed, 0);
+    asserts().clear();
+    kx::ptrarray_destroy(&array, nullptr);
+    EXPECT_TRUE(asserts().saw("(*array) != NULL"));
+}
+
+TEST_F(ContainersTest, ScalarValueArrays) {
+    kx::ULongArray *ulongs = kx::ulongarray_create(0);
+    for (uint32_t i = 0; i < 1000; i++) kx::ulongarray_append(ulongs, i * 3);
+    kx::ulongarray_remove(ulongs, 0);
+    kx::ulongarray_set(ulongs, 0, 4294967295u);
+    EXPECT_EQ(kx::ulongarray_count(ulongs), 999u);
+    EXPECT_EQ(kx::ulongarray_get(ulongs, 0), 4294967295u);
+    EXPECT_EQ(kx::ulongarray_get(ulongs, 998), 2997u);
+    uint32_t index = 0;
+    EXPECT_TRUE(kx::ulongarray_exists(ulongs, 30, &index));
+    EXPECT_EQ(index, 9u);
+    EXPECT_FALSE(kx::ulongarray_exists(ulongs, 31, &index));
+    kx::ULongArray *ulong_copy = kx::ulongarray_copy(ulongs);
+    kx::ulongarray_destroy(&ulongs);
+    EXPECT_EQ(kx::ulongarray_get(ulong_copy, 998), 2997u);
+    kx::ulongarray_destroy(&ulong_copy);
+    EXPECT_EQ(ulong_copy, nullptr);
+
+    kx::LongArray *longs = kx::longarray_create(0);
+    kx::longarray_append(longs, -5);
+    kx::longarray_append(longs, 2147483647);
+    EXPECT_TRUE(kx::longarray_exists(longs, 2147483647, &index));
+    EXPECT_EQ(index, 1u);
+    EXPECT_EQ(kx::longarray_get(longs, 0), -5);
+    kx::longarray_destroy(&longs);
+
+    kx::DoubleArray *doubles = kx::doublearray_create(0);
+    kx::doublearray_append(doubles, 0.5);
+    kx::doublearray_append(doubles, -1e300);
+    kx::doublearray_set(doubles, 0, 2.25);
+    kx::DoubleArray *double_copy = kx::doublearray_copy(doubles);
+    EXPECT_DOUBLE_EQ(kx::doublearray_get(double_copy, 0), 2.25);
+    EXPECT_TRUE(kx::doublearray_exists(double_copy, -1e300, &index));
+    EXPECT_EQ(index, 1u);
+    kx::doublearray_destroy(&doubles);
+    kx::doublearray_destroy(&double_copy);
+
+    kx::BoolArray *flags = kx::boolarray_create(0);
+    kx::boolarray_append(flags, FALSO);
+    kx::boolarray_append(flags, CIERTO);
+    EXPECT_TRUE(kx::boolarray_exists(flags, CIERTO, &index));
+    EXPECT_EQ(index, 1u);
+    kx::boolarray_remove(flags, 0);
+    EXPECT_EQ(kx::boolarray_get(flags, 0), CIERTO);
+    kx::boolarray_destroy(&flags);
+}
+
+TEST_F(ContainersTest, StringArrayOwnsItsStrings) {
+    kx::WStrArray *strings = kx::wstrarray_create(0);
+    char16_t text[] = u"wall";
+    kx::wstrarray_append(strings, text);
+    text[0] = u'b';  // the array holds its own copy
+    EXPECT_TRUE(kx::wstr_equal(kx::wstrarray_get(strings, 0), u"wall"));
+
+    kx::WideString taken = kx::wstr_copy(u"slab");
+    const char16_t *taken_address = taken;
+    kx::wstrarray_append_take(strings, &taken);
+    EXPECT_EQ(taken, nullptr);
+    EXPECT_EQ(kx::wstrarray_get(strings, 1), taken_address);
+    kx::wstrarray_append(strings, nullptr);  // absent strings are kept too
+
+    kx::wstrarray_set(strings, 0, u"door");  // the old string is released
+    kx::WideString replacement = kx::wstr_copy(u"roof");
+    kx::wstrarray_set_take(strings, 1, &replacement);
+    EXPECT_EQ(replacement, nullptr);
+
+    kx::WideString copy = kx::wstrarray_get_copy(strings, 1);
+    EXPECT_NE(copy, kx::wstrarray_get(strings, 1));
+    EXPECT_TRUE(kx::wstr_equal(copy, u"roof"));
+    kx::wstr_destroy(&copy);
+
+    uint32_t index = 0;
+    EXPECT_TRUE(kx::wstrarray_exists(strings, u"roof", &index));
+    EXPECT_EQ(index, 1u);
+    EXPECT_FALSE(kx::wstrarray_exists(strings, u"ROOF", &index));
+
+    kx::WStrArray *deep = kx::wstrarray_copy(strings);
+    kx::wstrarray_remove(strings, 0);
+    EXPECT_TRUE(kx::wstr_equal(kx::wstrarray_get(strings, 0), u"roof"));
+    kx::wstrarray_destroy(&strings);
+    EXPECT_TRUE(kx::wstr_equal(kx::wstrarray_get(deep, 0), u"door"));
+    EXPECT_EQ(kx::wstrarray_get(deep, 2), nullptr);
+    kx::wstrarray_destroy(&deep);
+}
+
+TEST_F(ContainersTest, ValueArrayMisuseIsReported) {
+    expect_reports();
+    kx::WStrArray *strings = kx::wstrarray_create(0);
+    kx::WideString lost = kx::wstr_copy(u"x");
+    kx::wstrarray_set_take(strings, 3, &lost);  // out of range: released, not leaked
+    EXPECT_EQ(lost, nullptr);
+    EXPECT_EQ(kx::wstrarray_get(strings, 0), nullptr);
+    EXPECT_TRUE(asserts().saw("index < count"));
+    EXPECT_EQ(kx::doublearray_get(nullptr, 0), 0.0);
+    EXPECT_TRUE(asserts().saw("(array) != NULL"));
+    kx::wstrarray_destroy(&strings);
+}
+
+TEST_F(ContainersTest, OrderedMapKeepsKeyOrderAndInsertionOrderOfEqualKeys) {
+    kx::OrderedPtrMap *map = kx::orderedmap_create(item_key, item_copy, item_destroy);
+    std::mt19937 random(42);
+    std::vector<std::pair<uint32_t, uint32_t>> expected;  // (key, serial)
+    uint32_t position = 0;
+    for (uint32_t serial = 0; serial < 20000; serial++) {
+        const uint32_t key = random() % 5000;
+        kx::orderedmap_insert(map, item_new(key, serial));
+        expected.emplace_back(key, serial);
+        // Lookups between inserts must see everything inserted so far.
+        if (serial % 3000 == 0) {
+            ASSERT_TRUE(kx::orderedmap_exists(map, key, &position));
+            EXPECT_EQ(static_cast<Item *>(kx::orderedmap_get(map, position))->key, key);
+        }
+    }
+    std::stable_sort(expected.begin(), expected.end(),
+                     [](auto a, auto b) { return a.first < b.first; });
+    ASSERT_EQ(kx::orderedmap_count(map), 20000u);
+    for (uint32_t i = 0; i < 20000; i++) {
+        const Item *item = static_cast<const Item *>(kx::orderedmap_get(map, i));
+        ASSERT_EQ(item->key, expected[i].first);
+        ASSERT_EQ(item->serial, expected[i].second) << "at " << i;
+    }
+    // exists gives the first element of a run of equal keys.
+    const uint32_t key = expected[10000].first;
+    ASSERT_TRUE(kx::orderedmap_exists(map, key, &position));
+    EXPECT_EQ(position, static_cast<uint32_t>(
+                            std::find_if(expected.begin(), expected.end(),
+                                         [key](auto e) { return e.first == key; }) -
+                            expected.begin()));
+    position = 12345;
+    EXPECT_FALSE(kx::orderedmap_exists(map, 5000, &position));
+    EXPECT_EQ(position, 12345u);
+
+    kx::OrderedPtrMap *copy = kx::orderedmap_copy(map);
+    EXPECT_EQ(kx::orderedmap_count(copy), 20000u);
+    EXPECT_NE(kx::orderedmap_get(copy, 7), kx::orderedmap_get(map, 7));
+    kx::orderedmap_destroy(&map);
+    EXPECT_EQ(map, nullptr);
+    EXPECT_EQ(g_destroyed, 20000);
+    kx::orderedmap_destroy(&copy);
+    EXPECT_EQ(g_destroyed, 40000);
+}
+
+}  // namespace
