@@ -1,0 +1,280 @@
+// Files by wide name, formatted output, and the binary save stream: round
+// trips and what a truncated or corrupt stream does.
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "support/files.h"
+#include "support/memory.h"
+#include "support/ptrmap.h"
+#include "support/savestream.h"
+#include "support/wstring.h"
+#include "test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A WideString path that frees itself.
+class WidePath {
+public:
+    explicit WidePath(const std::string &path) : text_(kx::wstr_from_utf8(path.c_str())) {}
+    ~WidePath() { kx::wstr_destroy_optional(&text_); }
+    WidePath(const WidePath &) = delete;
+    WidePath &operator=(const WidePath &) = delete;
+    operator const char16_t *() const { return text_; }
+
+private:
+    kx::WideString text_;
+};
+
+std::string utf8(const char16_t *text) {
+    char *bytes = kx::wstr_to_utf8(text);
+    std::string result(bytes);
+    kx::mem_free(bytes);
+    return result;
+}
+
+std::string read_all(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+class FilesTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir_ = (fs::temp_directory_path() /
+                ("kx_files_" + std::to_string(getpid()) + "_" + info->name()))
+                   .string();
+        fs::create_directories(dir_);
+    }
+    void TearDown() override {
+        fs::remove_all(dir_);
+        LibraryTest::TearDown();
+    }
+    std::string path(const std::string &name) const { return dir_ + "/" + name; }
+
+    std::string dir_;
+};
+
+TEST_F(FilesTest, OpenLengthRenameDelete) {
+    // A non-ASCII name goes to the system as UTF-8.
+    WidePath name(path("pl\xC3\xA1nta.ifc"));
+    WidePath other(path("renamed.ifc"));
+    EXPECT_FALSE(kx::file_exists(name));
+    EXPECT_EQ(kx::file_length(name), 0u);
+    EXPECT_EQ(kx::file_open(name, "rb"), nullptr);
+
+    FILE *file = kx::file_open(name, "w");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(kx::file_printf(file, "#%d=IFCWALL(%s);\n", 12, "$"), 16);
+    EXPECT_EQ(kx::file_printf_wide(file, u"%s %hs %lu %.2f\n", u"ENDSEC", "x", 4294967295u, 1.5),
+              25);
+    EXPECT_TRUE(kx::file_close(&file));
+    EXPECT_EQ(file, nullptr);
+    EXPECT_TRUE(fs::exists(fs::u8path(path("pl\xC3\xA1nta.ifc"))));
+    EXPECT_EQ(read_all(path("pl\xC3\xA1nta.ifc")), "#12=IFCWALL($);\nENDSEC x 4294967295 1.50\n");
+
+    EXPECT_TRUE(kx::file_exists(name));
+    EXPECT_EQ(kx::file_length(name), 41u);
+    EXPECT_TRUE(kx::file_rename(name, other));
+    EXPECT_FALSE(kx::file_exists(name));
+    EXPECT_FALSE(kx::file_rename(name, other));
+    EXPECT_TRUE(kx::file_exists(other));
+
+    kx::file_delete_if_exists(name);  // absent: quiet
+    kx::file_delete_if_exists(other);
+    EXPECT_FALSE(kx::file_exists(other));
+
+    WidePath directory(dir_);
+    EXPECT_FALSE(kx::file_exists(directory));  // a directory is not a file
+
+    FILE *again = kx::file_open(other, "wb");
+    kx::file_close(&again);
+    EXPECT_TRUE(kx::file_delete_checked(other));
+    expect_reports();
+    EXPECT_FALSE(kx::file_delete_checked(other));
+    EXPECT_TRUE(asserts().saw("deleted"));
+}
+
+TEST_F(FilesTest, JoinAndSplitPaths) {
+    const auto join = [](const char16_t *dir, const char16_t *name) {
+        kx::WideString joined = kx::file_join_path(dir, name);
+        std::string result = utf8(joined);
+        kx::wstr_destroy(&joined);
+        return result;
+    };
+    EXPECT_EQ(join(u"/tmp/models", u"a.ifc"), "/tmp/models/a.ifc");
+    EXPECT_EQ(join(u"/tmp/models/", u"a.ifc"), "/tmp/models/a.ifc");
+    EXPECT_EQ(join(u"/tmp/models/", u"/a.ifc"), "/tmp/models/a.ifc");
+    EXPECT_EQ(join(u"/", u"a.ifc"), "/a.ifc");
+    EXPECT_EQ(join(u"", u"a.ifc"), "a.ifc");
+
+    const auto split = [](const char16_t *path, kx_bool16 keep_extension) {
+        kx::WideString directory = nullptr, base = nullptr;
+        kx::file_split_path(path, &directory, &base, keep_extension);
+        std::string result = utf8(directory) + "|" + utf8(base);
+        kx::wstr_destroy(&directory);
+        kx::wstr_destroy(&base);
+        return result;
+    };
+    EXPECT_EQ(split(u"/data/site.v2/model.ifc", FALSO), "/data/site.v2|model");
+    EXPECT_EQ(split(u"/data/site.v2/model.ifc", CIERTO), "/data/site.v2|model.ifc");
+    EXPECT_EQ(split(u"/data/site.v2/model", FALSO), "/data/site.v2|model");
+    EXPECT_EQ(split(u"model.tar.ifc", FALSO), "|model.tar");
+    EXPECT_EQ(split(u"/.hidden", FALSO), "/|.hidden");
+    EXPECT_EQ(split(u"/data/", FALSO), "/data|");
+
+    kx::WideString base = nullptr;
+    kx::file_split_path(u"a/b.c", nullptr, &base, FALSO);  // directory not wanted
+    EXPECT_EQ(utf8(base), "b");
+    kx::wstr_destroy(&base);
+}
+
+// Elements of the maps written by the stream tests.
+struct Pair {
+    uint32_t key;
+    kx::WideString name;
+};
+
+Pair *pair_new(uint32_t key, const char16_t *name) {
+    Pair *pair = kx::mem_new_zeroed<Pair>();
+    pair->key = key;
+    pair->name = kx::wstr_copy_optional(name);
+    return pair;
+}
+void pair_destroy(void **holder) {
+    Pair *pair = static_cast<Pair *>(*holder);
+    kx::wstr_destroy_optional(&pair->name);
+    kx::mem_free_and_clear(holder);
+}
+void *pair_copy(const void *element) {
+    const Pair *pair = static_cast<const Pair *>(element);
+    return pair_new(pair->key, pair->name);
+}
+uint32_t pair_key(const void *element) { return static_cast<const Pair *>(element)->key; }
+kx_bool16 pair_write(kx::SaveStream *stream, const void *element) {
+    const Pair *pair = static_cast<const Pair *>(element);
+    kx::savestream_write_ulong(stream, pair->key);
+    kx::savestream_write_string(stream, pair->name);
+    return CIERTO;
+}
+void *pair_read(kx::SaveStream *stream) {
+    const uint32_t key = kx::savestream_read_ulong(stream);
+    kx::WideString name = kx::savestream_read_string(stream);
+    if (kx::savestream_has_error(stream)) {
+        kx::wstr_destroy_optional(&name);
+        return nullptr;
+    }
+    Pair *pair = pair_new(key, nullptr);
+    pair->name = name;
+    return pair;
+}
+
+TEST_F(FilesTest, SaveStreamRoundTrip) {
+    WidePath name(path("table.bin"));
+    kx::SaveStream *out = kx::savestream_register_binary_file(name, "wb");
+    ASSERT_NE(out, nullptr);
+    kx::savestream_write_byte(out, 0);
+    kx::savestream_write_byte(out, 255);
+    kx::savestream_write_string(out, u"2O2Fr$t4X7Zf8NOew3FLOH");
+    kx::savestream_write_string(out, u"");
+    kx::savestream_write_string(out, nullptr);
+    kx::savestream_write_string(out, u"caf\u00e9 \U0001F3E0");  // a surrogate pair
+    kx::OrderedPtrMap *map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
+    for (uint32_t key : {30u, 10u, 20u, 10u}) kx::orderedmap_insert(map, pair_new(key, u"g"));
+    kx::savestream_write_ordered_map(out, map, pair_write);
+    kx::savestream_write_byte(out, 42);
+    EXPECT_FALSE(kx::savestream_has_error(out));
+    EXPECT_TRUE(kx::savestream_free(&out));
+    EXPECT_EQ(out, nullptr);
+
+    kx::SaveStream *in = kx::savestream_register_binary_file(name, "rb");
+    ASSERT_NE(in, nullptr);
+    EXPECT_EQ(kx::savestream_read_byte(in), 0);
+    EXPECT_EQ(kx::savestream_read_byte(in), 255);
+    kx::WideString text = kx::savestream_read_string(in);
+    EXPECT_TRUE(kx::wstr_equal(text, u"2O2Fr$t4X7Zf8NOew3FLOH"));
+    kx::wstr_destroy(&text);
+    text = kx::savestream_read_string(in);
+    EXPECT_TRUE(kx::wstr_equal(text, u""));
+    kx::wstr_destroy(&text);
+    EXPECT_EQ(kx::savestream_read_string(in), nullptr);
+    text = kx::savestream_read_string(in);
+    EXPECT_TRUE(kx::wstr_equal(text, u"caf\u00e9 \U0001F3E0"));
+    kx::wstr_destroy(&text);
+    kx::OrderedPtrMap *back =
+        kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
+    ASSERT_EQ(kx::orderedmap_count(back), 4u);
+    for (uint32_t i = 0; i < 4; i++)
+        EXPECT_EQ(pair_key(kx::orderedmap_get(back, i)), pair_key(kx::orderedmap_get(map, i)));
+    EXPECT_EQ(kx::savestream_read_byte(in), 42);
+    EXPECT_FALSE(kx::savestream_has_error(in));
+    // Reading past the end: 0 and the error flag.
+    EXPECT_EQ(kx::savestream_read_byte(in), 0);
+    EXPECT_TRUE(kx::savestream_has_error(in));
+    EXPECT_FALSE(kx::savestream_free(&in));
+    kx::orderedmap_destroy(&map);
+    kx::orderedmap_destroy(&back);
+
+    WidePath missing(path("no/such/dir/table.bin"));
+    EXPECT_EQ(kx::savestream_register_binary_file(missing, "wb"), nullptr);
+}
+
+TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
+    WidePath name(path("table.bin"));
+    kx::SaveStream *out = kx::savestream_register_binary_file(name, "wb");
+    kx::OrderedPtrMap *map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
+    for (uint32_t key = 0; key < 50; key++) kx::orderedmap_insert(map, pair_new(key, u"name"));
+    kx::savestream_write_ordered_map(out, map, pair_write);
+    kx::savestream_free(&out);
+    kx::orderedmap_destroy(&map);
+    const std::string whole = read_all(path("table.bin"));
+
+    // Every truncation of the file reads back as an error and an empty map.
+    for (size_t length = 0; length < whole.size(); length += 7) {
+        std::ofstream(path("cut.bin"), std::ios::binary).write(whole.data(), length);
+        WidePath cut(path("cut.bin"));
+        kx::SaveStream *in = kx::savestream_register_binary_file(cut, "rb");
+        kx::OrderedPtrMap *back =
+            kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
+        EXPECT_EQ(kx::orderedmap_count(back), 0u) << "length " << length;
+        EXPECT_TRUE(kx::savestream_has_error(in));
+        kx::orderedmap_destroy(&back);
+        kx::savestream_free(&in);
+    }
+
+    // Huge counts must not allocate or loop for them.
+    std::ofstream(path("bad.bin"), std::ios::binary)
+        .write("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12);
+    WidePath bad(path("bad.bin"));
+    kx::SaveStream *in = kx::savestream_register_binary_file(bad, "rb");
+    kx::OrderedPtrMap *back =
+        kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
+    EXPECT_EQ(kx::orderedmap_count(back), 0u);
+    kx::orderedmap_destroy(&back);
+    kx::savestream_free(&in);
+    in = kx::savestream_register_binary_file(bad, "rb");
+    kx::savestream_read_ulong(in);
+    kx::savestream_read_ulong(in);
+    EXPECT_EQ(kx::savestream_read_string(in), nullptr);  // length 0xFFFFFFFE
+    EXPECT_TRUE(kx::savestream_has_error(in));
+    kx::savestream_free(&in);
+
+    // Reading a stream opened for writing is a misuse.
+    expect_reports();
+    out = kx::savestream_register_binary_file(name, "wb");
+    EXPECT_EQ(kx::savestream_read_byte(out), 0);
+    EXPECT_TRUE(asserts().saw("!stream->writing"));
+    kx::savestream_free(&out);
+}
+
+}  // namespace
