@@ -1,0 +1,423 @@
+// The parameter list the parser builds for each instance line: walking it,
+// running past its end, error marks, saved states for select alternatives,
+// unresolved references, and reuse of one list line after line.
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+#include "step/parseparlist.h"
+#include "support/memory.h"
+#include "support/rbtree.h"
+#include "support/wstring.h"
+#include "test_support.h"
+
+namespace {
+
+std::u16string text_of(const char16_t *text) { return text == nullptr ? std::u16string(u"<null>") : text; }
+
+class ParameterListTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        list = kxParseParList_new(KXIFCVERSION_IFC_4, nullptr, nullptr);
+    }
+    void TearDown() override {
+        kxParseParList_free(&list);
+        LibraryTest::TearDown();
+    }
+
+    void add_literal(const char16_t *text, uint32_t line = 1, uint32_t column = 1) {
+        char16_t *copy = kx::wstr_copy(text);
+        kxParseParList_append(list, kxParserParam_literal(&copy, line, column));
+    }
+    void add_string(const char16_t *text) {
+        char16_t *copy = kx::wstr_copy(text);
+        kxParseParList_append(list, kxParserParam_string(&copy, 1, 1));
+    }
+    kxParserParam *next() {
+        kxParserParam *parameter = nullptr;
+        EXPECT_TRUE(kxParseParList_next(list, &parameter));
+        return parameter;
+    }
+
+    kxParseParList *list = nullptr;
+};
+
+// Stand-ins for instances: only their addresses are used.
+kxBaseObject *fake_instance(int &storage) { return reinterpret_cast<kxBaseObject *>(&storage); }
+
+// ---------------------------------------------------------------------------
+// Walking the list
+
+TEST_F(ParameterListTest, EveryKindComesBackInFileOrder) {
+    int wall = 0;
+    char16_t *name = kx::wstr_copy(u"IFCLABEL");
+    kxParseParList_append(list, kxParserParam_nested_begin(3, 10));
+    kxParseParList_append(list, kxParserParam_null(3, 11));
+    kxParseParList_append(list, kxParserParam_derived(3, 13));
+    kxParseParList_append(list, kxParserParam_integer(-42, 3, 15));
+    kxParseParList_append(list, kxParserParam_real(2.5, 3, 19));
+    add_literal(u".NOTDEFINED.", 3, 23);
+    kxParseParList_append(list, kxParserParam_reference(17, fake_instance(wall), 3, 36));
+    kxParseParList_append(list, kxParserParam_typed_name(&name, 3, 40));
+    EXPECT_EQ(name, nullptr);  // taken over
+    add_string(u"Wall 'A'");
+    kxParseParList_append(list, kxParserParam_nested_end(4, 1));
+    ASSERT_EQ(kxParseParList_count(list), 10u);
+
+    kxParserParam *p = next();
+    EXPECT_TRUE(kxParserParam_is_nested_begin(p));
+    EXPECT_EQ(p->line, 3u);
+    EXPECT_EQ(p->column, 10u);
+    EXPECT_TRUE(kxParserParam_is_null_or_derived(next()));
+    EXPECT_TRUE(kxParserParam_is_null_or_derived(next()));
+    p = next();
+    ASSERT_TRUE(kxParserParam_is_integer(p));
+    EXPECT_EQ(kxParserParam_get_integer(p), -42);
+    p = next();
+    ASSERT_TRUE(kxParserParam_is_real(p));
+    EXPECT_EQ(kxParserParam_get_real(p), 2.5);
+    p = next();
+    ASSERT_TRUE(kxParserParam_is_literal(p));
+    EXPECT_EQ(text_of(kxParserParam_get_literal(p)), u".NOTDEFINED.");
+    p = next();
+    ASSERT_TRUE(kxParserParam_is_reference(p));
+    EXPECT_EQ(kxParserParam_get_instance(p), fake_instance(wall));
+    EXPECT_EQ(p->value.reference.file_id, 17u);
+    p = next();
+    ASSERT_TRUE(kxParserParam_is_typed_name(p));
+    EXPECT_EQ(text_of(kxParserParam_get_typed_name(p)), u"IFCLABEL");
+    p = next();
+    ASSERT_TRUE(kxParserParam_is_string(p));
+    EXPECT_EQ(text_of(kxParserParam_get_string(p)), u"Wall 'A'");
+    EXPECT_TRUE(kxParseParList_has_more(list));
+    p = next();
+    EXPECT_TRUE(kxParserParam_is_nested_end(p));
+    EXPECT_FALSE(kxParseParList_has_more(list));
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+    EXPECT_EQ(kxParseParList_get(list, 9), p);
+}
+
+TEST_F(ParameterListTest, AskingPastTheEndFlagsTooFewParameters) {
+    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
+    next();
+    kxParserParam *parameter = kxParseParList_get(list, 0);
+    EXPECT_FALSE(kxParseParList_next(list, &parameter));
+    EXPECT_EQ(parameter, nullptr);
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+
+    // An empty list fails at once, and so does the nested-begin form.
+    kxParseParList_clear(list);
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+    parameter = nullptr;
+    EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxIfcLabel", u"Name", CIERTO, &parameter));
+    EXPECT_EQ(parameter, nullptr);
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+}
+
+TEST_F(ParameterListTest, BackStepsOntoTheParameterJustTaken) {
+    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
+    kxParseParList_append(list, kxParserParam_integer(2, 1, 3));
+    kxParserParam *first = next();
+    kxParseParList_back(list, first);
+    EXPECT_EQ(next(), first);
+    EXPECT_EQ(kxParserParam_get_integer(next()), 2);
+}
+
+TEST_F(ParameterListTest, MisuseIsReported) {
+    expect_reports();
+    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
+    kxParseParList_append(list, kxParserParam_real(1.0, 1, 3));
+
+    kxParseParList_back(list, nullptr);  // nothing taken yet
+    EXPECT_TRUE(asserts().saw("parameter_list->cursor > 0"));
+
+    kxParserParam *first = next();
+    kxParserParam *second = next();
+    kxParseParList_back(list, first);  // the cursor stands on the second
+    EXPECT_TRUE(asserts().saw("&parameter_list->parameters[parameter_list->cursor] == parameter"));
+
+    EXPECT_EQ(kxParserParam_get_real(first), 0.0);
+    EXPECT_TRUE(asserts().saw("parameter->kind == i_TYPE_REAL"));
+    EXPECT_EQ(kxParserParam_get_literal(second), nullptr);
+    EXPECT_TRUE(asserts().saw("parameter->kind == i_TYPE_LITERAL"));
+    EXPECT_EQ(kxParseParList_get(list, 2), nullptr);
+    EXPECT_TRUE(asserts().saw("index < parameter_list->count"));
+    EXPECT_FALSE(kxParserParam_is_integer(nullptr));
+    EXPECT_TRUE(asserts().saw("(parameter) != NULL"));
+    EXPECT_EQ(kxParseParList_count(nullptr), 0u);
+    EXPECT_TRUE(asserts().saw("(parameter_list) != NULL"));
+}
+
+// ---------------------------------------------------------------------------
+// Nested begins and error marks
+
+TEST_F(ParameterListTest, NestedBeginOrWhyNot) {
+    kxParseParList_append(list, kxParserParam_nested_begin(1, 1));
+    kxParseParList_append(list, kxParserParam_null(1, 2));
+    kxParseParList_append(list, kxParserParam_derived(1, 4));
+    kxParseParList_append(list, kxParserParam_integer(7, 1, 6));
+
+    kxParserParam *parameter = nullptr;
+    EXPECT_TRUE(kxParseParList_next_nested_begin(list, u"kxSetIfcLabel", u"Names", FALSO, &parameter));
+    EXPECT_TRUE(kxParserParam_is_nested_begin(parameter));
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+
+    // "$" for an optional attribute: no list, no error.
+    EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxSetIfcLabel", u"Names", CIERTO, &parameter));
+    EXPECT_TRUE(kxParserParam_is_null_or_derived(parameter));
+    EXPECT_FALSE(parameter->has_error);
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+
+    // "*" where the attribute must be given.
+    EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxListIfcLengthMeasure", u"Coordinates", FALSO, &parameter));
+    ASSERT_TRUE(parameter->has_error);
+    EXPECT_EQ(text_of(parameter->expected_type), u"kxListIfcLengthMeasure");
+    EXPECT_EQ(text_of(parameter->message), u"Non optional Coordinates");
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+
+    // Another kind of value is marked with the attribute's name, optional or not.
+    EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxSetIfcLabel", u"Names", CIERTO, &parameter));
+    ASSERT_TRUE(parameter->has_error);
+    EXPECT_EQ(text_of(parameter->expected_type), u"kxSetIfcLabel");
+    EXPECT_EQ(text_of(parameter->message), u"Names");
+}
+
+TEST_F(ParameterListTest, NullForNonOptionalAttributeIsMarked) {
+    kxParseParList_append(list, kxParserParam_null(5, 9));
+    kxParserParam *parameter = nullptr;
+    EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxIfcAxis2Placement", u"RelativePlacement", FALSO,
+                                                  &parameter));
+    ASSERT_NE(parameter, nullptr);
+    EXPECT_TRUE(parameter->has_error);
+    EXPECT_EQ(text_of(parameter->message), u"Non optional RelativePlacement");
+    EXPECT_EQ(parameter->line, 5u);
+}
+
+TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMark) {
+    kxParseParList_append(list, kxParserParam_integer(7, 1, 1));
+    kxParserParam *parameter = next();
+    kxParseParList_mark_error(list, parameter, u"double", u"Radius");
+    kxParseParList_mark_error(list, parameter, u"kxIfcLabel", u"Name");
+    EXPECT_TRUE(parameter->has_error);
+    EXPECT_EQ(text_of(parameter->expected_type), u"double");
+    EXPECT_EQ(text_of(parameter->message), u"Radius");
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+}
+
+TEST_F(ParameterListTest, AppendingAfterErrorsIsReported) {
+    expect_reports();
+    kxParseParList_append(list, kxParserParam_integer(7, 1, 1));
+    kxParseParList_mark_error(list, next(), u"double", u"Radius");
+    kxParserParam *none = nullptr;
+    kxParseParList_next(list, &none);
+    add_literal(u".T.");  // appended all the same
+    EXPECT_TRUE(asserts().saw("parameter_list->incorrect_number_of_parameters == FALSO"));
+    EXPECT_TRUE(asserts().saw("parameter_list->there_are_incorrect_parameters == FALSO"));
+    EXPECT_EQ(kxParseParList_count(list), 2u);
+}
+
+// ---------------------------------------------------------------------------
+// Saved states
+
+TEST_F(ParameterListTest, RestoreClearsMarksMadeAfterTheSave) {
+    for (int32_t i = 0; i < 4; i++) kxParseParList_append(list, kxParserParam_integer(i, 1, 1));
+    kxParserParam *first = next();
+    kxParseParList_mark_error(list, first, u"double", u"Before");
+    const kx_bool16 errors_before = kxParseParList_has_errors(list);
+
+    const uint32_t position = kxParseParList_save_state(list);
+    kxParserParam *second = next();
+    kxParserParam *third = next();
+    kxParseParList_mark_error(list, second, u"kxIfcLabel", u"Alternative");
+    kxParseParList_mark_error(list, third, u"kxIfcLabel", u"Alternative");
+    next();
+    kxParserParam *none = nullptr;
+    kxParseParList_next(list, &none);  // ran past the end too
+
+    kxParseParList_restore_state(list, position);
+    EXPECT_EQ(kxParseParList_has_errors(list), errors_before);
+    EXPECT_FALSE(second->has_error);
+    EXPECT_EQ(second->expected_type, nullptr);
+    EXPECT_EQ(second->message, nullptr);
+    EXPECT_FALSE(third->has_error);
+    // The mark made before the save stays.
+    EXPECT_TRUE(first->has_error);
+    EXPECT_EQ(text_of(first->message), u"Before");
+    // The cursor is back after the first parameter.
+    EXPECT_EQ(next(), second);
+}
+
+TEST_F(ParameterListTest, RestoreWithoutErrorsLeavesACleanList) {
+    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
+    const uint32_t position = kxParseParList_save_state(list);
+    kxParseParList_mark_error(list, next(), u"kxIfcLabel", u"Name");
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+    kxParseParList_restore_state(list, position);
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+    EXPECT_TRUE(kxParserParam_is_integer(next()));
+}
+
+TEST_F(ParameterListTest, NestedSaveAndRestore) {
+    for (int32_t i = 0; i < 5; i++) kxParseParList_append(list, kxParserParam_integer(i, 1, 1));
+    const uint32_t outer = kxParseParList_save_state(list);
+    next();
+    const uint32_t inner = kxParseParList_save_state(list);
+    EXPECT_EQ(inner, outer + 1);
+    kxParserParam *tried = next();
+    kxParseParList_mark_error(list, tried, u"kxIfcLabel", u"Inner");
+
+    kxParseParList_restore_state(list, inner);
+    EXPECT_FALSE(tried->has_error);
+    EXPECT_EQ(kxParserParam_get_integer(next()), 1);
+    // The inner state is gone: a new save takes its place.
+    EXPECT_EQ(kxParseParList_save_state(list), inner);
+    kxParseParList_mark_error(list, next(), u"kxIfcText", u"Second try");
+
+    kxParseParList_restore_state(list, outer);
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+    EXPECT_EQ(kxParserParam_get_integer(next()), 0);
+    EXPECT_EQ(kxParseParList_save_state(list), outer);
+    kxParseParList_restore_state(list, outer);
+}
+
+TEST_F(ParameterListTest, RestoreDropsTheLaterStates) {
+    expect_reports();
+    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
+    const uint32_t outer = kxParseParList_save_state(list);
+    const uint32_t inner = kxParseParList_save_state(list);
+    kxParseParList_restore_state(list, outer);
+    EXPECT_TRUE(asserts().reports().empty());
+    kxParseParList_restore_state(list, inner);  // dropped with the outer one
+    EXPECT_TRUE(asserts().saw("position < parameter_list->saved_count"));
+}
+
+// ---------------------------------------------------------------------------
+// References
+
+TEST_F(ParameterListTest, UnresolvedReferencesPassWhenAllowed) {
+    int placement = 0;
+    kxParseParList_set_allow_unresolved(list, CIERTO);
+    kxParseParList_append(list, kxParserParam_reference(99, nullptr, 1, 1));
+    kxParseParList_append(list, kxParserParam_reference(5, fake_instance(placement), 1, 5));
+    kxParserParam *forward = next();
+    kxParseParList_mark_error(list, forward, u"kxIfcObjectPlacement", u"ObjectPlacement");
+    EXPECT_FALSE(forward->has_error);
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+
+    // A resolved reference of the wrong class is marked all the same.
+    kxParserParam *resolved = next();
+    kxParseParList_mark_error(list, resolved, u"kxIfcProductRepresentation", u"Representation");
+    EXPECT_TRUE(resolved->has_error);
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+
+    // When the list does not allow them, an unresolved reference is an error.
+    kxParseParList_clear(list);
+    kxParseParList_set_allow_unresolved(list, FALSO);
+    kxParseParList_append(list, kxParserParam_reference(99, nullptr, 1, 1));
+    forward = next();
+    kxParseParList_mark_error(list, forward, u"kxIfcObjectPlacement", u"ObjectPlacement");
+    EXPECT_TRUE(forward->has_error);
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+}
+
+TEST_F(ParameterListTest, ReferencesAreResolvedThroughTheIdTree) {
+    int wall = 0, storey = 0, other = 0;
+    kx::IdTreeEntry entries[] = {{12, fake_instance(wall)}, {30, fake_instance(storey)}, {7, nullptr}};
+    kx::RbTree *tree = kx::rbtree_create(kx::ulong_compare);
+    for (kx::IdTreeEntry &entry : entries) kx::rbtree_insert(tree, &entry);
+
+    kxParseParList_set_allow_unresolved(list, CIERTO);
+    kxParseParList_append(list, kxParserParam_nested_begin(1, 1));
+    kxParseParList_append(list, kxParserParam_reference(30, nullptr, 1, 2));
+    kxParseParList_append(list, kxParserParam_reference(12, fake_instance(other), 1, 6));  // kept
+    kxParseParList_append(list, kxParserParam_reference(44, nullptr, 1, 10));             // no such line
+    kxParseParList_append(list, kxParserParam_integer(12, 1, 14));                       // not a reference
+    kxParseParList_append(list, kxParserParam_reference(12, nullptr, 1, 17));
+    kxParseParList_append(list, kxParserParam_nested_end(1, 20));
+
+    kxParseParList_resolve_references(list, tree);
+    EXPECT_EQ(kxParserParam_get_instance(kxParseParList_get(list, 1)), fake_instance(storey));
+    EXPECT_EQ(kxParserParam_get_instance(kxParseParList_get(list, 2)), fake_instance(other));
+    EXPECT_EQ(kxParserParam_get_instance(kxParseParList_get(list, 3)), nullptr);
+    EXPECT_EQ(kxParserParam_get_integer(kxParseParList_get(list, 4)), 12);
+    EXPECT_EQ(kxParserParam_get_instance(kxParseParList_get(list, 5)), fake_instance(wall));
+    kx::rbtree_destroy(&tree);
+}
+
+// ---------------------------------------------------------------------------
+// The list's own data and reuse
+
+kxBaseObject *record_request(void *context, const kxClass_t *klass) {
+    auto *seen = static_cast<const kxClass_t **>(context);
+    *seen = klass;
+    return reinterpret_cast<kxBaseObject *>(seen);
+}
+
+TEST_F(ParameterListTest, CreatesObjectsThroughItsOwner) {
+    const kxClass_t *seen = nullptr;
+    int descriptor = 0;  // stands in for a class descriptor
+    const auto *klass = reinterpret_cast<const kxClass_t *>(&descriptor);
+    kxParseParList *own = kxParseParList_new(KXIFCVERSION_IFC_2X3, record_request, &seen);
+    EXPECT_EQ(kxParseParList_version(own), KXIFCVERSION_IFC_2X3);
+    EXPECT_EQ(kxParseParList_create_object(own, klass), reinterpret_cast<kxBaseObject *>(&seen));
+    EXPECT_EQ(seen, klass);
+    kxParseParList_free(&own);
+    EXPECT_EQ(own, nullptr);
+    EXPECT_EQ(kxParseParList_version(list), KXIFCVERSION_IFC_4);
+}
+
+TEST_F(ParameterListTest, ClearEmptiesTheListForTheNextLine) {
+    kxParseParList_set_allow_unresolved(list, CIERTO);
+    for (int line = 0; line < 50; line++) {
+        const int count = 1 + line * 7;  // grows well past the first capacity
+        for (int i = 0; i < count; i++) {
+            add_string(u"text");
+            kxParseParList_append(list, kxParserParam_reference(static_cast<uint32_t>(i), nullptr, 1, 1));
+        }
+        ASSERT_EQ(kxParseParList_count(list), static_cast<uint32_t>(2 * count));
+        kxParseParList_save_state(list);
+        kxParserParam *parameter = next();
+        EXPECT_EQ(text_of(kxParserParam_get_string(parameter)), u"text");
+        kxParseParList_mark_error(list, parameter, u"long", u"Count");
+        kxParseParList_clear(list);
+        EXPECT_EQ(kxParseParList_count(list), 0u);
+        EXPECT_FALSE(kxParseParList_has_more(list));
+        EXPECT_FALSE(kxParseParList_has_errors(list));
+    }
+    // The setting survives the clearing.
+    kxParseParList_append(list, kxParserParam_reference(3, nullptr, 1, 1));
+    kxParseParList_mark_error(list, next(), u"kxIfcRoot", u"Owner");
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+    // Saved states went with the clearing.
+    EXPECT_EQ(kxParseParList_save_state(list), 0u);
+}
+
+TEST_F(ParameterListTest, ParameterNotHandedToAListFreesItsText) {
+    char16_t *text = kx::wstr_copy(u"'text'");
+    kxParserParam parameter = kxParserParam_string(&text, 1, 1);
+    EXPECT_EQ(text, nullptr);
+    kxParserParam_free_contents(&parameter);
+    EXPECT_EQ(parameter.value.text, nullptr);
+}
+
+TEST_F(ParameterListTest, ManyLinesThroughOneList) {
+    constexpr int LINES = 200000;
+    const auto started = std::chrono::steady_clock::now();
+    int64_t sum = 0;
+    for (int line = 0; line < LINES; line++) {
+        kxParseParList_append(list, kxParserParam_nested_begin(1, 1));
+        for (int i = 0; i < 8; i++) kxParseParList_append(list, kxParserParam_integer(i, 1, 1));
+        kxParseParList_append(list, kxParserParam_real(0.5, 1, 1));
+        kxParseParList_append(list, kxParserParam_nested_end(1, 1));
+        kxParserParam *parameter = nullptr;
+        while (kxParseParList_has_more(list) && kxParseParList_next(list, &parameter))
+            if (kxParserParam_is_integer(parameter)) sum += kxParserParam_get_integer(parameter);
+        kxParseParList_clear(list);
+    }
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    std::printf("%d lines of 11 parameters: %.3f s\n", LINES, seconds);
+    EXPECT_EQ(sum, int64_t{LINES} * 28);
+}
+
+}  // namespace
