@@ -9,6 +9,10 @@
  *   kxifc_text.h         UTF-8 <-> UTF-16 conversion for hosts
  *   kxifc_coretypes.h    the six EXPRESS base types and their undefined values
  *   kxifc_guid.h         22-character compressed GUIDs
+ *   kxifc_model.h        models, instances, classes, instance arrays
+ *   kxifc_header.h       the file header record
+ *   kxifc_schema.h       generated: kx<Type>_class, enumerations, defined
+ *                        types and aggregates of both schema releases
  */
 #ifndef KXIFCMODEL_H
 #define KXIFCMODEL_H
@@ -18,5 +22,8 @@
 #include "kxifc_text.h"
 #include "kxifc_coretypes.h"
 #include "kxifc_guid.h"
+#include "kxifc_model.h"
+#include "kxifc_header.h"
+#include "kxifc_schema.h"
 
 #endif

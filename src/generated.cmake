@@ -1,0 +1,22 @@
+# The schema binding is generated at build time from the committed digest.
+set(KX_GENERATED_DIR ${CMAKE_BINARY_DIR}/generated)
+set(KX_GENERATED_INCLUDE_DIR ${KX_GENERATED_DIR}/include)
+set(KX_GENERATED_PRIVATE_DIR ${KX_GENERATED_DIR}/src)
+set(KX_DIGEST ${CMAKE_SOURCE_DIR}/schema/ifc.digest)
+set(KX_GENERATED_SOURCES
+  ${KX_GENERATED_PRIVATE_DIR}/schema_tables.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_0.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_1.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_2.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_3.cpp)
+set(KX_GENERATED_HEADERS ${KX_GENERATED_INCLUDE_DIR}/kxifc_schema.h)
+add_custom_command(
+  OUTPUT ${KX_GENERATED_SOURCES} ${KX_GENERATED_HEADERS}
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tools/generate_schema.py ${KX_DIGEST} ${KX_GENERATED_DIR}
+  DEPENDS ${KX_DIGEST} ${CMAKE_SOURCE_DIR}/tools/generate_schema.py ${CMAKE_SOURCE_DIR}/tools/schema_model.py
+  COMMENT "Generating the schema binding"
+  VERBATIM)
+add_custom_target(kx_generate DEPENDS ${KX_GENERATED_SOURCES} ${KX_GENERATED_HEADERS})
+# Make the generated header visible to targets configured before the library.
+set(KX_GENERATED_INCLUDE_DIR ${KX_GENERATED_INCLUDE_DIR} PARENT_SCOPE)
+set(KX_HAVE_GENERATED TRUE PARENT_SCOPE)

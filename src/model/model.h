@@ -1,0 +1,31 @@
+// The model: owner of every instance of one population, its header, its
+// release, the counters that number instances, the per-class object tables
+// and the model manager through which instances reach back to it.
+#pragma once
+
+#include <cstdint>
+
+#include "kxifc_model.h"
+#include "support/ptrarray.h"
+
+struct kxIfcModelMngr_t;
+
+struct kxIfcModel {
+    kxIfcHeader *header;
+    kxIfcVersion_t ifc_version;
+    uint32_t object_id_counter;
+    uint32_t output_id_counter;
+    kx::PtrArray *objects;        // creation order; the model's own reference to each
+    kx::PtrArray *object_tables;  // kxIfcObjTable_t per unique class id
+    kxIfcModelMngr_t *model_manager;
+};
+
+namespace kx {
+
+// A model built from parts read from a file; it takes each of them over.
+// Instances without an output id get the next one; every instance's model
+// manager becomes the new model's.
+kxIfcModel *model_new_from_parts(kxIfcHeader **header, kxIfcVersion_t version, uint32_t object_id_counter,
+                                 uint32_t output_id_counter, PtrArray **objects, PtrArray **object_tables);
+
+}  // namespace kx

@@ -1,0 +1,32 @@
+// Aggregate storage: a small handle over a growable array of 8-byte cells.
+// What a cell holds (a value, an owned string, a retained instance, an owned
+// inner aggregate, an owned binary cell) is told by the aggregate's type in
+// the schema tables, which every freeing or copying operation is given.
+#pragma once
+
+#include <cstdint>
+
+#include "kxifc_defs.h"
+
+struct kxBaseObject;
+struct kxAggregate;
+
+union kxAggregateCell {
+    double real;
+    int32_t integer;
+    char16_t *string;
+    kxBaseObject *object;
+    kxAggregate *aggregate;
+    kxBinary *binary;
+};
+
+struct kxAggregate {
+    kxAggregateCell *items;
+    uint32_t count;
+    uint32_t capacity;
+};
+
+namespace kx {
+// A new cell at the end of the aggregate (its content is the caller's to set).
+kxAggregateCell *aggregate_append_cell(kxAggregate *array_of_elements);
+}  // namespace kx
