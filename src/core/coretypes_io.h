@@ -9,6 +9,7 @@
 
 struct kxParseParList;
 struct kxParserParam;
+struct kxIfcWriteData;
 
 namespace kx {
 
@@ -49,5 +50,24 @@ kx_bool16 coretype_read_next_string(kxParseParList *list, const char16_t *attrib
 kx_bool16 coretype_read_binary(kxParseParList *list, kxParserParam *parameter, const char16_t *attribute_name,
                                kxBinary *value);
 kx_bool16 coretype_read_next_binary(kxParseParList *list, const char16_t *attribute_name, kxBinary *value);
+
+// ---------------------------------------------------------------------------
+// Writers
+//
+// Each appends one value to the group the writer is collecting.
+//
+// BOOLEAN: ".T." for kxBTRUE, ".F." for kxBFALSE; any other value is
+// reported and written ".F.".
+void coretype_write_boolean(kxIfcWriteData *write_data, kxBoolean value);
+// LOGICAL: ".T.", ".F.", and ".U." for UNKNOWN and for the undefined value
+// alike; a value outside them is reported and written ".U.".
+void coretype_write_logical(kxIfcWriteData *write_data, kxLogical value);
+void coretype_write_integer(kxIfcWriteData *write_data, int32_t value);
+void coretype_write_real(kxIfcWriteData *write_data, double value);
+// STRING: quoted and encoded; NULL (the undefined string) is written "$".
+void coretype_write_string(kxIfcWriteData *write_data, const char16_t *value);
+// BINARY: the bits as a STEP binary literal; a character other than '0' or
+// '1' is reported and taken as '1'. No bits: nothing is written.
+void coretype_write_binary(kxIfcWriteData *write_data, kxBinary value);
 
 }  // namespace kx

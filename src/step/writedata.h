@@ -1,0 +1,51 @@
+// The value writers: one instance at a time is assembled into a buffer of
+// parameter items (nested lists and typed values through a stack of
+// buffers), then printed as one instance line of an exchange file, wrapped
+// at 120 columns. Also the STEP string encoding and decoding and the real
+// number format. Internal to the library.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "support/types.h"
+
+struct kxIfcWriteData;
+
+// Opens/closes groups and appends values to the current group.
+kxIfcWriteData *kxIfcWriteData_new(FILE *output);
+void kxIfcWriteData_free(kxIfcWriteData **write_data);
+kx_bool16 kxIfcWriteData_is_writing_nested(const kxIfcWriteData *write_data);
+void kxIfcWriteData_begin_parameters(kxIfcWriteData *write_data);
+void kxIfcWriteData_begin_typed_value(kxIfcWriteData *write_data);
+void kxIfcWriteData_end_list(kxIfcWriteData *write_data);
+void kxIfcWriteData_end_typed_value(kxIfcWriteData *write_data, const char16_t *type_name);
+void kxIfcWriteData_write_reference(kxIfcWriteData *write_data, uint32_t output_file_id);
+void kxIfcWriteData_write_integer(kxIfcWriteData *write_data, int32_t value);
+void kxIfcWriteData_write_real(kxIfcWriteData *write_data, double value);
+// Ready text: ".NOTDEFINED.", ".T.", ".U." and other pre-formatted tokens.
+void kxIfcWriteData_write_text(kxIfcWriteData *write_data, const char16_t *text);
+void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **text);
+// A string value: encoded and wrapped in single quotes.
+void kxIfcWriteData_write_string(kxIfcWriteData *write_data, const char16_t *text);
+// A binary value given as its bits ('0'/'1' characters): written as the
+// STEP binary literal, a double-quoted hex text led by the count of unused
+// leading bits ("0" for whole nibbles).
+void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bits);
+void kxIfcWriteData_write_unset(kxIfcWriteData *write_data);
+void kxIfcWriteData_write_derived(kxIfcWriteData *write_data);
+
+// Prints "#id= NAME(...);" from the current buffer. An id of 0xFFFFFFFF
+// takes the next id of the writer's own counter; the id used is stored
+// through id_out when it is not NULL.
+void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t *class_name,
+                                      uint32_t output_file_id, uint32_t *id_out);
+// Prints text followed by ";" and a line end (file frame and header).
+void kxIfcWriteData_write_line(kxIfcWriteData *write_data, const char16_t *text);
+void kxIfcWriteData_write_newline(kxIfcWriteData *write_data);
+
+// New strings: the STEP string encoding of a text, and its decoding.
+char16_t *kxIfcWriteData_encode_string(const char16_t *text);
+char16_t *kxIfcWriteData_decode_string(const char16_t *encoded);
+// New string: a real in the exchange-file form ("0.", "3.", "-0.5", "1.E-05").
+char16_t *kxIfcWriteData_format_real(double value);

@@ -1,0 +1,403 @@
+// Instance lines as the value writers print them: separators, nested lists
+// and typed values, the 120-column wrapping, ids, and the base-type writers.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "core/coretypes.h"
+#include "core/coretypes_io.h"
+#include "step/writedata.h"
+#include "support/wstring.h"
+#include "test_support.h"
+
+namespace {
+
+class ValueWriterTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        file_ = open_memstream(&buffer_, &size_);
+        ASSERT_NE(file_, nullptr);
+        writer_ = kxIfcWriteData_new(file_);
+    }
+    void TearDown() override {
+        if (writer_ != nullptr) kxIfcWriteData_free(&writer_);
+        std::fclose(file_);
+        std::free(buffer_);
+        LibraryTest::TearDown();
+    }
+    // Everything printed so far.
+    std::string output() {
+        std::fflush(file_);
+        return std::string(buffer_, size_);
+    }
+    // Prints the collected parameters as "#id= NAME(...);".
+    std::string line(const char16_t *name = u"IfcThing", uint32_t id = 1) {
+        const size_t before = output().size();
+        kxIfcWriteData_write_entity_line(writer_, name, id, nullptr);
+        return output().substr(before);
+    }
+    kxIfcWriteData *writer_ = nullptr;
+
+private:
+    FILE *file_ = nullptr;
+    char *buffer_ = nullptr;
+    size_t size_ = 0;
+};
+
+void write_label(kxIfcWriteData *writer, const char16_t *text) {
+    kxIfcWriteData_begin_typed_value(writer);
+    kxIfcWriteData_write_string(writer, text);
+    kxIfcWriteData_end_typed_value(writer, u"IFCLABEL");
+}
+
+// ---- separators and groups ----
+
+TEST_F(ValueWriterTest, UnsetParametersHaveNoBlanks) {
+    kxIfcWriteData_begin_parameters(writer_);
+    for (int i = 0; i < 8; i++) kxIfcWriteData_write_unset(writer_);
+    EXPECT_EQ(line(u"IfcOwnerHistory", 7), "#7= IFCOWNERHISTORY($,$,$,$,$,$,$,$);\n");
+}
+
+TEST_F(ValueWriterTest, LinesOfTheFileFormat) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    for (int i = 0; i < 3; i++) kxIfcWriteData_write_real(writer_, 0.0);
+    kxIfcWriteData_end_list(writer_);
+    EXPECT_EQ(line(u"IfcCartesianPoint", 12), "#12= IFCCARTESIANPOINT((0.,0.,0.));\n");
+
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_string(writer_, u"2O2Fr$t4X7Zf8NOew3FLOH");
+    kxIfcWriteData_write_reference(writer_, 5);
+    kxIfcWriteData_write_string(writer_, u"Wall \u00e9");
+    kxIfcWriteData_write_unset(writer_);
+    kxIfcWriteData_write_unset(writer_);
+    kxIfcWriteData_write_reference(writer_, 40);
+    kxIfcWriteData_write_reference(writer_, 44);
+    kxIfcWriteData_write_unset(writer_);
+    kxIfcWriteData_write_text(writer_, u".NOTDEFINED.");
+    EXPECT_EQ(line(u"IfcWall", 45),
+              "#45= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',#5,'Wall \\X2\\00E9\\X0\\',$,$,#40,#44,$,"
+              ".NOTDEFINED.);\n");
+
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_string(writer_, u"Height");
+    kxIfcWriteData_write_unset(writer_);
+    kxIfcWriteData_begin_typed_value(writer_);
+    kxIfcWriteData_write_real(writer_, 2500.0);
+    kxIfcWriteData_end_typed_value(writer_, u"IFCLENGTHMEASURE");
+    kxIfcWriteData_write_unset(writer_);
+    EXPECT_EQ(line(u"IfcPropertySingleValue", 60),
+              "#60= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n");
+}
+
+TEST_F(ValueWriterTest, NestedListsAndTypedValues) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_begin_typed_value(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    for (uint32_t id = 1; id <= 3; id++) kxIfcWriteData_write_reference(writer_, id);
+    kxIfcWriteData_end_list(writer_);
+    kxIfcWriteData_end_typed_value(writer_, u"NAME");
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_end_list(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    write_label(writer_, u"a");
+    write_label(writer_, u"b");
+    kxIfcWriteData_end_list(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_integer(writer_, -1);
+    kxIfcWriteData_end_list(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_end_list(writer_);
+    kxIfcWriteData_end_list(writer_);
+    kxIfcWriteData_write_derived(writer_);
+    EXPECT_EQ(line(), "#1= IFCTHING(NAME((#1,#2,#3)),(),(IFCLABEL('a'),IFCLABEL('b')),((-1),()),*);\n");
+}
+
+TEST_F(ValueWriterTest, ListsAndTypedValuesAsFirstParameter) {
+    kxIfcWriteData_begin_parameters(writer_);
+    write_label(writer_, u"x");
+    EXPECT_EQ(line(), "#1= IFCTHING(IFCLABEL('x'));\n");
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_end_list(writer_);
+    EXPECT_EQ(line(), "#1= IFCTHING(());\n");
+    kxIfcWriteData_begin_parameters(writer_);
+    EXPECT_EQ(line(u"IfcEmpty"), "#1= IFCEMPTY();\n");
+}
+
+TEST_F(ValueWriterTest, GroupClosedAsTheOtherKind) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_begin_typed_value(writer_);
+    kxIfcWriteData_write_integer(writer_, 1);
+    kxIfcWriteData_end_list(writer_);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_integer(writer_, 2);
+    kxIfcWriteData_end_typed_value(writer_, u"IFCINTEGER");
+    EXPECT_EQ(line(), "#1= IFCTHING((1),IFCINTEGER(2));\n");
+}
+
+TEST_F(ValueWriterTest, ValueForms) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_integer(writer_, INT32_MIN);
+    kxIfcWriteData_write_integer(writer_, 2147483647);
+    kxIfcWriteData_write_reference(writer_, 4294967295u);
+    kxIfcWriteData_write_real(writer_, -0.5);
+    kxIfcWriteData_write_real(writer_, 1e-5);  // glibc: two exponent digits
+    kxIfcWriteData_write_string(writer_, u"It's a\\b");
+    kxIfcWriteData_write_string(writer_, u"");
+    char16_t *owned = kx::wstr_copy(u".ELEMENT.");
+    kxIfcWriteData_write_text_owned(writer_, &owned);
+    EXPECT_EQ(owned, nullptr);
+    EXPECT_EQ(line(),
+              "#1= IFCTHING(-2147483648,2147483647,#4294967295,-0.5,1.E-05,'It''s a\\\\b','',"
+              ".ELEMENT.);\n");
+}
+
+TEST_F(ValueWriterTest, BinaryLiterals) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_binary(writer_, u"1");
+    kxIfcWriteData_write_binary(writer_, u"0101");
+    kxIfcWriteData_write_binary(writer_, u"11111");
+    kxIfcWriteData_write_binary(writer_, u"10000000");
+    kxIfcWriteData_write_binary(writer_, u"");  // nothing at all
+    kxIfcWriteData_write_binary(writer_, u"011010011");
+    EXPECT_EQ(line(), "#1= IFCTHING(\"31\",\"05\",\"31F\",\"080\",\"30D3\");\n");
+}
+
+// ---- instance lines ----
+
+TEST_F(ValueWriterTest, ClassNameIsUpperCasedAndTypeNameKept) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_begin_typed_value(writer_);
+    kxIfcWriteData_write_integer(writer_, 3);
+    kxIfcWriteData_end_typed_value(writer_, u"IfcInteger");
+    EXPECT_EQ(line(u"IfcRelAggregates_x9"), "#1= IFCRELAGGREGATES_X9(IfcInteger(3));\n");
+}
+
+TEST_F(ValueWriterTest, LinesWithoutIdTakeTheWritersCounter) {
+    uint32_t id = 0;
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_entity_line(writer_, u"IfcA", 0xFFFFFFFFu, &id);
+    EXPECT_EQ(id, 1u);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_entity_line(writer_, u"IfcB", 30, &id);
+    EXPECT_EQ(id, 30u);  // a given id leaves the counter alone
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_entity_line(writer_, u"IfcC", 0xFFFFFFFFu, &id);
+    EXPECT_EQ(id, 2u);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_entity_line(writer_, u"IfcD", 0xFFFFFFFFu, nullptr);
+    EXPECT_EQ(output(), "#1= IFCA();\n#30= IFCB();\n#2= IFCC();\n#3= IFCD();\n");
+}
+
+TEST_F(ValueWriterTest, InstanceWrittenWhileAnotherIsCollectedIsReferenced) {
+    kxIfcWriteData_begin_parameters(writer_);
+    EXPECT_TRUE(kxIfcWriteData_is_writing_nested(writer_));
+    kxIfcWriteData_write_integer(writer_, 5);
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_string(writer_, u"inner");
+    write_label(writer_, u"label");
+    kxIfcWriteData_write_entity_line(writer_, u"IfcInner", 0xFFFFFFFFu, nullptr);
+    kxIfcWriteData_write_unset(writer_);
+    kxIfcWriteData_write_entity_line(writer_, u"IfcOuter", 9, nullptr);
+    EXPECT_FALSE(kxIfcWriteData_is_writing_nested(writer_));
+    EXPECT_EQ(output(), "#1= IFCINNER('inner',IFCLABEL('label'));\n#9= IFCOUTER(5,#1,$);\n");
+}
+
+TEST_F(ValueWriterTest, FileFrameLines) {
+    EXPECT_FALSE(kxIfcWriteData_is_writing_nested(writer_));
+    kxIfcWriteData_write_line(writer_, u"ISO-10303-21");
+    kxIfcWriteData_write_line(writer_, u"FILE_SCHEMA(('IFC4'))");
+    kxIfcWriteData_write_newline(writer_);
+    kxIfcWriteData_write_line(writer_, u"DATA");
+    EXPECT_EQ(output(), "ISO-10303-21;\nFILE_SCHEMA(('IFC4'));\n\nDATA;\n");
+}
+
+// ---- wrapping at 120 columns ----
+
+// A value of exactly `length` characters.
+std::u16string value_of(size_t length, char16_t fill = u'A') {
+    return std::u16string(length, fill);
+}
+
+TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
+    // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas
+    // reach 111; the tenth's comma makes 112, and 112 + 10 > 120.
+    kxIfcWriteData_begin_parameters(writer_);
+    const std::u16string ten = value_of(10);
+    for (int i = 0; i < 10; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
+    const std::string a10(10, 'A');
+    std::string expected = "#1= IFCTHING(";
+    for (int i = 0; i < 9; i++) expected += a10 + ",";
+    expected += "\n" + a10 + ");\n";
+    EXPECT_EQ(line(), expected);
+}
+
+TEST_F(ValueWriterTest, ColumnExactly120StaysOnTheLine) {
+    // 111 after nine values; a value of 8 after its comma ends at column 120
+    // exactly and stays; the next one (comma at 121) wraps.
+    kxIfcWriteData_begin_parameters(writer_);
+    const std::u16string ten = value_of(10);
+    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
+    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
+    kxIfcWriteData_write_unset(writer_);
+    std::string expected = "#1= IFCTHING(";
+    for (int i = 0; i < 9; i++) expected += std::string(10, 'A') + ",";
+    expected += "BBBBBBBB,\n$);\n";
+    const std::string written = line();
+    EXPECT_EQ(written, expected);
+    EXPECT_EQ(written.find('\n'), 121u);  // 120 columns and the comma
+}
+
+TEST_F(ValueWriterTest, ColumnsRestartAfterAWrap) {
+    kxIfcWriteData_begin_parameters(writer_);
+    const std::u16string fifty = value_of(50);
+    for (int i = 0; i < 6; i++) kxIfcWriteData_write_text(writer_, fifty.c_str());
+    const std::string a50(50, 'A');
+    // 13 + 50 + 1 + 50 = 114; the third wraps; then 50 + 1 + 50 = 101, the
+    // fifth wraps; the sixth joins it.
+    EXPECT_EQ(line(), "#1= IFCTHING(" + a50 + "," + a50 + ",\n" + a50 + "," + a50 + ",\n" + a50 +
+                          "," + a50 + ");\n");
+}
+
+TEST_F(ValueWriterTest, LongValueIsPrintedWholeOnANewLine) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_integer(writer_, 1);
+    const std::u16string long_value = value_of(200);
+    kxIfcWriteData_write_text(writer_, long_value.c_str());
+    kxIfcWriteData_write_integer(writer_, 2);
+    EXPECT_EQ(line(), "#1= IFCTHING(1,\n" + std::string(200, 'A') + ",\n2);\n");
+
+    // As the first parameter it stays on the head's line.
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, long_value.c_str());
+    EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(200, 'A') + ");\n");
+}
+
+TEST_F(ValueWriterTest, NeverWrapsBetweenATypeNameAndItsParenthesis) {
+    // 13 + 100 + comma = 114: the name (8) and "(" stay on the line and pass
+    // 120; the value inside then starts a new line.
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
+    write_label(writer_, u"Wall");
+    const std::string written = line();
+    EXPECT_EQ(written, "#1= IFCTHING(" + std::string(100, 'A') + ",IFCLABEL(\n'Wall'));\n");
+    EXPECT_EQ(written.find("IFCLABEL\n"), std::string::npos);
+}
+
+TEST_F(ValueWriterTest, ListParenthesisAndClosingOnesWrapToo) {
+    // An opening parenthesis after a value wraps like a value.
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 13 + 106 = 119
+    kxIfcWriteData_begin_parameters(writer_);                  // comma: 120, "(" passes
+    kxIfcWriteData_write_integer(writer_, 1);
+    kxIfcWriteData_end_list(writer_);
+    EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(106, 'A') + ",\n(1));\n");
+
+    // A closing parenthesis at column 120 goes on the next line; the
+    // instance's own ");" is never counted.
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_begin_parameters(writer_);                  // 14
+    kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 120
+    kxIfcWriteData_end_list(writer_);
+    EXPECT_EQ(line(), "#1= IFCTHING((" + std::string(106, 'A') + "\n));\n");
+}
+
+TEST_F(ValueWriterTest, HeadLengthCountsTowardsTheFirstLine) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_integer(writer_, 1);
+    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
+    // "#123456= IFCLONGERNAME(" is 23 columns: 23 + 1 + 1 + 100 > 120.
+    const std::string written = line(u"IfcLongerName", 123456);
+    EXPECT_EQ(written, "#123456= IFCLONGERNAME(1,\n" + std::string(100, 'A') + ");\n");
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_integer(writer_, 1);
+    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
+    // "#1= IFCX(" is 9: 9 + 1 + 1 + 100 = 111 fits.
+    EXPECT_EQ(line(u"IfcX", 1), "#1= IFCX(1," + std::string(100, 'A') + ");\n");
+}
+
+// ---- misuse is reported ----
+
+TEST_F(ValueWriterTest, FreeingWithAGroupOpenIsReported) {
+    expect_reports();
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_integer(writer_, 1);
+    kxIfcWriteData_free(&writer_);
+    EXPECT_EQ(writer_, nullptr);
+    EXPECT_TRUE(asserts().saw("num_stacked_buffers == 0"));
+    EXPECT_EQ(asserts().reports().front().source, "kxifcwritedata (KXIFCMODEL.DLL)");
+}
+
+TEST_F(ValueWriterTest, ClosingWithoutAGroupIsReported) {
+    expect_reports();
+    kxIfcWriteData_end_list(writer_);
+    EXPECT_TRUE(asserts().saw("num_stacked_buffers > 0"));
+    asserts().clear();
+    kxIfcWriteData_write_integer(writer_, 4);
+    EXPECT_EQ(line(), "#1= IFCTHING(4);\n");  // printed, then nothing to go back to
+    EXPECT_TRUE(asserts().saw("num_stacked_buffers > 0"));
+}
+
+TEST_F(ValueWriterTest, NullArgumentsAreReported) {
+    expect_reports();
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, nullptr);
+    kxIfcWriteData_write_string(writer_, nullptr);
+    EXPECT_TRUE(asserts().saw("(value_text) != NULL"));
+    kxIfcWriteData_write_integer(nullptr, 1);
+    EXPECT_TRUE(asserts().saw("(write_data) != NULL"));
+    kxIfcWriteData_write_unset(writer_);
+    EXPECT_EQ(line(), "#1= IFCTHING($);\n");
+}
+
+// ---- the base-type writers ----
+
+TEST_F(ValueWriterTest, BaseTypeWriters) {
+    kxIfcWriteData_begin_parameters(writer_);
+    kx::coretype_write_boolean(writer_, kxBTRUE);
+    kx::coretype_write_boolean(writer_, kxBFALSE);
+    kx::coretype_write_logical(writer_, kx::kLogicalTrue);
+    kx::coretype_write_logical(writer_, kx::kLogicalFalse);
+    kx::coretype_write_logical(writer_, kx::kLogicalUnknown);
+    kx::coretype_write_logical(writer_, kx::kLogicalUndefined);  // undefined comes out UNKNOWN
+    kx::coretype_write_integer(writer_, -7);
+    kx::coretype_write_real(writer_, 2.0);
+    kx::coretype_write_string(writer_, u"It's");
+    kx::coretype_write_string(writer_, nullptr);
+    char bits[] = {'1', '0', '1'};
+    kx::coretype_write_binary(writer_, kxBinary{bits, 3});
+    kx::coretype_write_binary(writer_, kxBinary{nullptr, 0});  // nothing written
+    EXPECT_EQ(line(), "#1= IFCTHING(.T.,.F.,.T.,.F.,.U.,.U.,-7,2.,'It''s',$,\"15\");\n");
+}
+
+TEST_F(ValueWriterTest, BaseTypeWritersReportBadValues) {
+    expect_reports();
+    kxIfcWriteData_begin_parameters(writer_);
+    kx::coretype_write_boolean(writer_, 5);
+    EXPECT_TRUE(asserts().saw("value == kxBFALSE"));
+    EXPECT_EQ(asserts().reports().back().source, "kxifccoretypes (KXIFCMODEL.DLL)");
+    asserts().clear();
+    kx::coretype_write_logical(writer_, 7);
+    ASSERT_EQ(asserts().reports().size(), 1u);
+    EXPECT_EQ(asserts().reports()[0].condition, "");
+    asserts().clear();
+    char bits[] = {'1', '0', 'x', '1'};
+    kx::coretype_write_binary(writer_, kxBinary{bits, 4});
+    EXPECT_TRUE(asserts().saw("value.contents[i] == '1'"));
+    asserts().clear();
+    EXPECT_EQ(line(), "#1= IFCTHING(.F.,.U.,\"0B\");\n");
+    EXPECT_TRUE(asserts().reports().empty());
+}
+
+TEST_F(ValueWriterTest, LongBinaryValues) {
+    kxIfcWriteData_begin_parameters(writer_);
+    std::string bits(1001, '1');
+    kx::coretype_write_binary(writer_, kxBinary{bits.data(), 1001});
+    const std::string written = line();
+    EXPECT_EQ(written, "#1= IFCTHING(\"31" + std::string(250, 'F') + "\");\n");
+}
+
+}  // namespace
