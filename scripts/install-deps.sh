@@ -1,0 +1,6 @@
+#!/usr/bin/env bash
+# Installs what building and testing need on a fresh Debian machine (as root).
+set -euo pipefail
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+apt-get install -y -qq cmake g++ ninja-build python3 libgtest-dev > /dev/null
