@@ -40,7 +40,7 @@ kxBaseObject *class_new_instance(const kxClass_t *klass, kxIfcVersion_t version,
                                  kxIfcModelMngr_t *model_manager) {
     kx_assert_not_null(klass);
     if (klass == nullptr) return nullptr;
-    kx_assert(klass->func_new != NULL);
+    kx_assert_not_null(klass->func_new);
     return klass->func_new != nullptr ? klass->func_new(klass, version, object_id_counter, model_manager) : nullptr;
 }
 
@@ -54,7 +54,7 @@ void class_process_inverse_relation(const kxClass_t *klass, kxBaseObject *candid
 void class_init_from_parse(const kxClass_t *klass, kxBaseObject *instance, kxParseParList *parameters) {
     kx_assert_not_null(klass);
     if (klass == nullptr) return;
-    kx_assert(klass->func_init_from_parse != NULL);
+    kx_assert_not_null(klass->func_init_from_parse);
     if (klass->func_init_from_parse != nullptr) klass->func_init_from_parse(instance, parameters);
 }
 
