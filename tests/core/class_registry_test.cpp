@@ -1,0 +1,280 @@
+// The class descriptors and the class list, checked class by class against
+// the committed schema digest: identity, kind, abstract flags, existence and
+// supertype chains per release, and look-up by name.
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/baseobject.h"
+#include "core/class.h"
+#include "core/typelibrary.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
+#include "schema_digest.h"
+#include "test_support.h"
+
+namespace {
+
+using kxtest::committed_digest;
+using kxtest::narrow;
+
+class ClassRegistryTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        ASSERT_TRUE(committed_digest().loaded) << "schema/ifc.digest not readable";
+        for (uint32_t i = 0; i < kx::g_num_classes; i++) by_name_[narrow(kx::g_classes[i]->ifc_name)] = kx::g_classes[i];
+    }
+    const kxClass_t *find(const std::string &name) const {
+        auto found = by_name_.find(name);
+        return found != by_name_.end() ? found->second : nullptr;
+    }
+    std::map<std::string, const kxClass_t *> by_name_;
+};
+
+TEST_F(ClassRegistryTest, IdsAreDenseAndIndexTheDescriptorTable) {
+    ASSERT_EQ(kx::g_num_classes, 960u);
+    for (uint32_t i = 0; i < kx::g_num_classes; i++) {
+        const kxClass_t *klass = kx::g_classes[i];
+        ASSERT_NE(klass, nullptr) << i;
+        EXPECT_EQ(klass->unique_class_id, i);
+        EXPECT_EQ(kxClass_unique_id(klass), i);
+        EXPECT_EQ(narrow(klass->type_name), "kx" + narrow(klass->ifc_name));
+        EXPECT_EQ(narrow(kxClass_ifc_name(klass)), narrow(klass->ifc_name));
+    }
+    EXPECT_EQ(by_name_.size(), 960u) << "class names are not unique";
+    // The exported accessor hands out the same descriptor.
+    EXPECT_EQ(kxIfcWall_class(), find("IfcWall"));
+    EXPECT_EQ(kxIfcActorSelect_class(), find("IfcActorSelect"));
+    EXPECT_EQ(kxIfc2DCompositeCurve_class(), find("Ifc2DCompositeCurve"));
+}
+
+TEST_F(ClassRegistryTest, ClassListHoldsEveryClassOnceInNameOrderIgnoringCase) {
+    kx::PtrArray *classes = kx::typelibrary_all_classes();
+    ASSERT_NE(classes, nullptr);
+    ASSERT_EQ(kx::ptrarray_count(classes), 960u);
+    std::vector<int> seen(960, 0);
+    std::string previous;
+    for (uint32_t i = 0; i < kx::ptrarray_count(classes); i++) {
+        const auto *klass = static_cast<const kxClass_t *>(kx::ptrarray_get(classes, i));
+        ASSERT_NE(klass, nullptr);
+        ASSERT_LT(klass->unique_class_id, 960u);
+        seen[klass->unique_class_id]++;
+        const std::string name = kxtest::lower(narrow(klass->ifc_name));
+        if (i > 0) {
+            EXPECT_LT(previous, name) << "at " << i;
+        }
+        previous = name;
+    }
+    for (uint32_t id = 0; id < 960; id++) EXPECT_EQ(seen[id], 1) << "class id " << id;
+    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 0))->ifc_name), "Ifc2DCompositeCurve");
+    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 1))->ifc_name), "IfcActionRequest");
+    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 958))->ifc_name), "IfcZone");
+    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 959))->ifc_name), "IfcZShapeProfileDef");
+    kx::ptrarray_destroy_const(&classes);
+    EXPECT_EQ(classes, nullptr);
+}
+
+TEST_F(ClassRegistryTest, EntitiesAndSelectsAreExactlyTheSchemasOnes) {
+    const auto &digest = committed_digest();
+    std::set<std::string> entities, selects;
+    for (const auto &[name, klass] : by_name_) {
+        if (klass->is_entity) {
+            entities.insert(name);
+            EXPECT_NE(klass->func_new, nullptr) << name;
+            EXPECT_NE(klass->func_init_from_parse, nullptr) << name;
+            EXPECT_EQ(klass->select, nullptr) << name;
+        } else {
+            selects.insert(name);
+            EXPECT_EQ(kxClass_is_entity(klass), kxBFALSE) << name;
+            EXPECT_NE(klass->func_new, nullptr) << name;
+            EXPECT_EQ(klass->func_init_from_parse, nullptr) << name;
+            EXPECT_EQ(klass->func_process_inverse_relation, nullptr) << name;
+            EXPECT_NE(klass->select, nullptr) << name;
+        }
+        EXPECT_EQ(kxClass_is_entity(klass), klass->is_entity ? kxBTRUE : kxBFALSE);
+    }
+    std::set<std::string> digest_entities, digest_selects;
+    for (const auto &entry : digest.entities) digest_entities.insert(entry.first);
+    for (const auto &entry : digest.selects) digest_selects.insert(entry.first);
+    EXPECT_EQ(entities.size(), 890u);
+    EXPECT_EQ(selects.size(), 70u);
+    EXPECT_EQ(entities, digest_entities);
+    EXPECT_EQ(selects, digest_selects);
+}
+
+TEST_F(ClassRegistryTest, AbstractFlagsPerReleaseFollowTheSchema) {
+    const auto &digest = committed_digest();
+    int abstract_somewhere = 0;
+    for (const auto &[name, entity] : digest.entities) {
+        const kxClass_t *klass = find(name);
+        ASSERT_NE(klass, nullptr) << name;
+        for (int release = 0; release < kxtest::kReleases; release++) {
+            const bool expected = entity.exists[release] && entity.abstract[release];
+            EXPECT_EQ(klass->is_abstract[release] != 0, expected) << name << " release " << release;
+            EXPECT_EQ(kxClass_is_abstract(klass, static_cast<kxIfcVersion_t>(release)) != 0, expected) << name;
+        }
+        for (uint32_t unused = kxtest::kReleases; unused < kx::KXCLASS_MAX_IFC_VERSIONS; unused++)
+            EXPECT_EQ(klass->is_abstract[unused], 0) << name << " entry " << unused;
+        if (entity.abstract[0] || entity.abstract[1]) abstract_somewhere++;
+    }
+    for (const auto &entry : digest.selects) {
+        const kxClass_t *klass = find(entry.first);
+        ASSERT_NE(klass, nullptr) << entry.first;
+        EXPECT_EQ(klass->is_abstract[0], 0) << entry.first;
+        EXPECT_EQ(klass->is_abstract[1], 0) << entry.first;
+    }
+    EXPECT_EQ(abstract_somewhere, 131);
+
+    struct Row { const char *name; bool in_2x3, in_4; };
+    for (const Row &row : {Row{"IfcAddress", true, true}, Row{"IfcBoundedCurve", true, true},
+                           Row{"IfcAppliedValue", true, false}, Row{"IfcAnnotationOccurrence", true, false},
+                           Row{"IfcRoot", true, true}, Row{"IfcWall", false, false},
+                           Row{"IfcTessellatedFaceSet", false, true}}) {
+        const kxClass_t *klass = find(row.name);
+        ASSERT_NE(klass, nullptr) << row.name;
+        EXPECT_EQ(kxClass_is_abstract(klass, KXIFCVERSION_IFC_2X3) != 0, row.in_2x3) << row.name;
+        EXPECT_EQ(kxClass_is_abstract(klass, KXIFCVERSION_IFC_4) != 0, row.in_4) << row.name;
+    }
+}
+
+TEST_F(ClassRegistryTest, ExistencePerReleaseFollowsTheSchema) {
+    const auto &digest = committed_digest();
+    auto check = [&](const std::string &name, const bool exists[kxtest::kReleases]) {
+        const kxClass_t *klass = find(name);
+        ASSERT_NE(klass, nullptr) << name;
+        for (int release = 0; release < kxtest::kReleases; release++) {
+            EXPECT_EQ(klass->releases[release] != nullptr, exists[release]) << name << " release " << release;
+            EXPECT_EQ(kxClass_exists_in_version(klass, static_cast<kxIfcVersion_t>(release)) != 0, exists[release])
+                << name;
+            if (klass->releases[release] != nullptr) {
+                EXPECT_EQ(klass->releases[release]->version, static_cast<uint32_t>(release)) << name;
+            }
+        }
+    };
+    for (const auto &[name, entity] : digest.entities) check(name, entity.exists);
+    for (const auto &[name, members] : digest.selects) {
+        const bool exists[kxtest::kReleases] = {members[0].has_value(), members[1].has_value()};
+        check(name, exists);
+    }
+}
+
+TEST_F(ClassRegistryTest, AncestorsPerReleaseAreTheSupertypeChainRootFirst) {
+    const auto &digest = committed_digest();
+    size_t checked = 0, expected = 0;
+    for (const auto &[name, entity] : digest.entities) {
+        expected += entity.exists[0] + entity.exists[1];
+        const kxClass_t *klass = find(name);
+        ASSERT_NE(klass, nullptr) << name;
+        for (int release = 0; release < kxtest::kReleases; release++) {
+            const kx::ClassRelease *data = klass->releases[release];
+            EXPECT_EQ(data != nullptr, entity.exists[release]) << name;
+            if (data == nullptr) continue;
+            std::vector<std::string> ancestors;
+            for (uint32_t i = 0; i < data->num_ancestors; i++) {
+                ASSERT_LT(data->ancestors[i], kx::g_num_classes) << name;
+                ancestors.push_back(narrow(kx::g_classes[data->ancestors[i]]->ifc_name));
+            }
+            EXPECT_EQ(ancestors, digest.chain(name, release)) << name << " release " << release;
+            checked++;
+        }
+    }
+    EXPECT_EQ(checked, expected);
+    EXPECT_EQ(expected, 1429u);  // entities of IFC2X3 plus entities of IFC4
+    // A class whose chain differs between releases.
+    EXPECT_EQ(digest.chain("Ifc2DCompositeCurve", 0),
+              (std::vector<std::string>{"IfcRepresentationItem", "IfcGeometricRepresentationItem", "IfcCurve",
+                                        "IfcBoundedCurve", "IfcCompositeCurve"}));
+}
+
+// Every class asked of a model of each release: the model builds exactly the
+// concrete classes of that release, and each instance is of kind of every
+// ancestor of that release and of no other class outside its chain.
+TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
+    const auto &digest = committed_digest();
+    for (int release = 0; release < kxtest::kReleases; release++) {
+        kxIfcModel *model = kxIfcModel_new();
+        kxIfcModel_set_version(model, static_cast<kxIfcVersion_t>(release));
+        uint32_t built = 0;
+        for (uint32_t id = 0; id < kx::g_num_classes; id++) {
+            const kxClass_t *klass = kx::g_classes[id];
+            const std::string name = narrow(klass->ifc_name);
+            bool expected;
+            if (klass->is_entity) {
+                const auto &entity = digest.entities.at(name);
+                expected = entity.exists[release] && !entity.abstract[release];
+            } else {
+                expected = digest.selects.at(name)[release].has_value();
+            }
+            kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
+            EXPECT_EQ(instance != nullptr, expected) << name << " release " << release;
+            if (instance == nullptr) continue;
+            built++;
+            EXPECT_EQ(instance->object_class, klass) << name;
+            EXPECT_EQ(instance->ifc_version, release) << name;
+            EXPECT_TRUE(kxBaseObject_dontuse_is_object_of_class(instance, klass)) << name;
+            EXPECT_EQ(narrow(kxBaseObject_dontuse_get_ifc_class_name(instance)), name);
+            if (!klass->is_entity) continue;
+            std::set<std::string> chain;
+            for (const std::string &ancestor : digest.chain(name, release)) {
+                chain.insert(ancestor);
+                EXPECT_TRUE(kxBaseObject_dontuse_is_object_kind_of(instance, find(ancestor)))
+                    << name << " of kind " << ancestor;
+            }
+            // The parent of another release is not an ancestor here.
+            const std::string other_parent = digest.entities.at(name).super[1 - release];
+            if (!other_parent.empty() && chain.count(other_parent) == 0) {
+                EXPECT_FALSE(kxBaseObject_dontuse_is_object_kind_of(instance, find(other_parent)))
+                    << name << " not of kind " << other_parent;
+            }
+        }
+        EXPECT_EQ(kxIfcModel_count_objects(model), built);
+        kxIfcModel_free(&model);
+        EXPECT_EQ(model, nullptr);
+    }
+}
+
+TEST_F(ClassRegistryTest, FindByNameIgnoresCase) {
+    for (const auto &[name, klass] : by_name_) {
+        EXPECT_EQ(kxClass_find_by_name(kxtest::widen(name).c_str()), klass) << name;
+        EXPECT_EQ(kxClass_find_by_name(kxtest::widen(kxtest::upper(name)).c_str()), klass) << name;
+        EXPECT_EQ(kxClass_find_by_name(kxtest::widen(kxtest::lower(name)).c_str()), klass) << name;
+    }
+    // Keywords that name no class, and names that are no keyword.
+    EXPECT_EQ(kxClass_find_by_name(u"IfcLengthMeasure"), nullptr);
+    EXPECT_EQ(kxClass_find_by_name(u"IfcWallTypeEnum"), nullptr);
+    EXPECT_EQ(kxClass_find_by_name(u"SetIfcWorkTime"), nullptr);
+    EXPECT_EQ(kxClass_find_by_name(u"IfcWal"), nullptr);
+    EXPECT_EQ(kxClass_find_by_name(u"IfcWalls"), nullptr);
+    EXPECT_EQ(kxClass_find_by_name(u""), nullptr);
+    EXPECT_EQ(kxClass_find_by_name(nullptr), nullptr);
+}
+
+TEST_F(ClassRegistryTest, DescriptorChecksReportTheirConditions) {
+    expect_reports();
+    EXPECT_EQ(kxClass_is_abstract(kxIfcRoot_class(), static_cast<kxIfcVersion_t>(kx::KXCLASS_MAX_IFC_VERSIONS)),
+              kxBFALSE);
+    ASSERT_EQ(asserts().reports().size(), 1u);
+    EXPECT_EQ(asserts().reports()[0].condition, "ifc_version < (enum kxIfcVersion_t)KXCLASS_MAX_IFC_VERSIONS");
+    EXPECT_EQ(asserts().reports()[0].source, "kxclass (KXIFCMODEL.DLL)");
+    asserts().clear();
+
+    kxClass_unique_id(nullptr);
+    EXPECT_TRUE(asserts().saw("(klass) != NULL"));
+    asserts().clear();
+    kx::class_is_same(kxIfcWall_class(), nullptr);
+    EXPECT_TRUE(asserts().saw("(klass2) != NULL"));
+    asserts().clear();
+    kx::class_init_from_parse(kxIfcActorSelect_class(), nullptr, nullptr);
+    EXPECT_TRUE(asserts().saw("(klass->func_init_from_parse) != NULL"));
+    asserts().clear();
+
+    // The same-class and has-id operations compare ids.
+    EXPECT_TRUE(kx::class_is_same(kxIfcWall_class(), kxIfcWall_class()));
+    EXPECT_FALSE(kx::class_is_same(kxIfcWall_class(), kxIfcWallStandardCase_class()));
+    EXPECT_TRUE(kx::class_has_id(kxIfcWall_class(), kxIfcWall_class()->unique_class_id));
+    EXPECT_TRUE(asserts().reports().empty());
+}
+
+}  // namespace
