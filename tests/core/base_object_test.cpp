@@ -1,0 +1,243 @@
+// The head of every instance: reference counting, kind tests, output ids,
+// traversal of the reference graph and the mark of a destroyed object.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/baseobject.h"
+#include "core/class.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
+#include "model/model.h"
+#include "schema/aggregate.h"
+#include "schema/engines.h"
+#include "test_support.h"
+
+namespace {
+
+std::string narrow(const kxWChar *text) {
+    std::string result;
+    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
+    return result;
+}
+
+// The attribute of the instance's class in its release with that name.
+const kx::AttrRef *find_attribute(const kxBaseObject *instance, const std::u16string &name) {
+    const kx::ClassRelease *release = kx::baseobject_class_release(instance);
+    if (release == nullptr) return nullptr;
+    for (uint32_t i = 0; i < release->num_attrs; i++)
+        if (name == kx::g_slots[release->attrs[i].slot].name) return &release->attrs[i];
+    return nullptr;
+}
+
+template <typename T>
+T &slot_at(kxBaseObject *instance, const kx::AttrRef &attr) {
+    return *reinterpret_cast<T *>(reinterpret_cast<char *>(instance) + attr.offset);
+}
+
+// Sets a single-reference attribute the way a setter does: the new target
+// is retained before the old one is released.
+void set_reference(kxBaseObject *owner, const std::u16string &name, kxBaseObject *target) {
+    const kx::AttrRef *attr = find_attribute(owner, name);
+    ASSERT_NE(attr, nullptr);
+    ASSERT_EQ(kx::g_slots[attr->slot].kind, kx::SLOT_ENTITY);
+    kx::baseobject_retain(target);
+    kxBaseObject *&slot = slot_at<kxBaseObject *>(owner, *attr);
+    kx::baseobject_release(&slot);
+    slot = target;
+}
+
+// Appends an instance to an aggregate attribute (created when unset).
+void append_reference(kxBaseObject *owner, const std::u16string &name, kxBaseObject *target) {
+    const kx::AttrRef *attr = find_attribute(owner, name);
+    ASSERT_NE(attr, nullptr);
+    const kx::SlotInfo &slot = kx::g_slots[attr->slot];
+    ASSERT_EQ(slot.kind, kx::SLOT_AGGREGATE);
+    kxAggregate *&aggregate = slot_at<kxAggregate *>(owner, *attr);
+    if (aggregate == nullptr) aggregate = kx::aggregate_new();
+    kx::aggregate_append_object(aggregate, target, slot.type_ref);
+}
+
+class BaseObjectTest : public kxtest::LibraryTest {
+protected:
+    void TearDown() override {
+        if (model_ != nullptr) kxIfcModel_free(&model_);
+        kxtest::LibraryTest::TearDown();
+    }
+    kxBaseObject *make(const kxClass_t *klass) {
+        if (model_ == nullptr) {
+            model_ = kxIfcModel_new();
+            kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
+        }
+        return kxIfcModel_dontuse_new_object(model_, klass);
+    }
+    kxIfcModel *model_ = nullptr;
+};
+
+TEST_F(BaseObjectTest, ReleasingANullObjectDoesNothingAndANullHolderIsReported) {
+    kxBaseObject *nothing = nullptr;
+    kx::baseobject_release(&nothing);
+    EXPECT_TRUE(asserts().reports().empty());
+
+    expect_reports();
+    kx::baseobject_release(nullptr);
+    ASSERT_EQ(asserts().reports().size(), 1u);
+    EXPECT_TRUE(asserts().saw("(base_object) != NULL"));
+}
+
+TEST_F(BaseObjectTest, ARetainedObjectSurvivesOneReleaseAndTheHolderIsCleared) {
+    kxBaseObject *wall = make(kxIfcWall_class());
+    ASSERT_NE(wall, nullptr);
+    EXPECT_EQ(wall->retain_count, 1u);
+    EXPECT_EQ(kx::baseobject_is_last_reference(wall), CIERTO);
+    kx::baseobject_retain(wall);
+    kx::baseobject_retain(wall);
+    kx::baseobject_retain(nullptr);  // accepted and ignored
+    EXPECT_EQ(wall->retain_count, 3u);
+    EXPECT_EQ(kx::baseobject_is_last_reference(wall), FALSO);
+
+    kxBaseObject *first_holder = wall;
+    kx::baseobject_release(&first_holder);
+    EXPECT_EQ(first_holder, nullptr);
+    EXPECT_EQ(wall->validity_mask, i_VALIDITY_MASK_VALUE);
+    EXPECT_EQ(wall->retain_count, 2u);
+
+    kxBaseObject *second_holder = wall;
+    kx::baseobject_release(&second_holder);
+    EXPECT_EQ(second_holder, nullptr);
+    EXPECT_EQ(kx::baseobject_is_last_reference(wall), CIERTO);
+    // The model's reference is the last one; freeing the model frees it.
+}
+
+TEST_F(BaseObjectTest, KindOfAcceptsTheOwnClassAndAncestorsButNotSubclasses) {
+    for (kxIfcVersion_t version : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
+        kxIfcModel *model = kxIfcModel_new();
+        kxIfcModel_set_version(model, version);
+        kxBaseObject *wall = kxIfcModel_dontuse_new_object(model, kxIfcWall_class());
+        ASSERT_NE(wall, nullptr);
+        struct Case {
+            const kxClass_t *klass;
+            kxBool kind_of;
+            kxBool of_class;
+        };
+        const Case cases[] = {
+            {kxIfcWall_class(), kxBTRUE, kxBTRUE},
+            {kxIfcBuildingElement_class(), kxBTRUE, kxBFALSE},
+            {kxIfcElement_class(), kxBTRUE, kxBFALSE},
+            {kxIfcProduct_class(), kxBTRUE, kxBFALSE},
+            {kxIfcObjectDefinition_class(), kxBTRUE, kxBFALSE},
+            {kxIfcRoot_class(), kxBTRUE, kxBFALSE},
+            {kxIfcWallStandardCase_class(), kxBFALSE, kxBFALSE},  // a subclass
+            {kxIfcBeam_class(), kxBFALSE, kxBFALSE},              // a sibling
+            {kxIfcSpatialStructureElement_class(), kxBFALSE, kxBFALSE},
+        };
+        for (const Case &c : cases) {
+            SCOPED_TRACE(narrow(kxClass_ifc_name(c.klass)));
+            EXPECT_EQ(kxBaseObject_dontuse_is_object_kind_of(wall, c.klass), c.kind_of);
+            EXPECT_EQ(kxBaseObject_dontuse_is_object_of_class(wall, c.klass), c.of_class);
+            EXPECT_EQ(kx::baseobject_cast(wall, c.klass), c.kind_of ? wall : nullptr);
+        }
+        kxIfcModel_free(&model);
+    }
+}
+
+TEST_F(BaseObjectTest, OutputIdOfNullIsAllOnesWithoutAReport) {
+    EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(nullptr), 4294967295u);
+    kxBaseObject *wall = make(kxIfcWall_class());
+    EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(wall), 1u);
+}
+
+// rel1 relates the building to the storey, rel2 the storey to the space; the
+// wall is reached by nothing.
+class VisitTest : public BaseObjectTest {
+protected:
+    void SetUp() override {
+        BaseObjectTest::SetUp();
+        building = make(kxIfcBuilding_class());
+        storey = make(kxIfcBuildingStorey_class());
+        space = make(kxIfcSpace_class());
+        wall = make(kxIfcWall_class());
+        rel1 = make(kxIfcRelAggregates_class());
+        rel2 = make(kxIfcRelAggregates_class());
+        set_reference(rel1, u"RelatingObject", building);
+        append_reference(rel1, u"RelatedObjects", storey);
+        set_reference(rel2, u"RelatingObject", storey);
+        append_reference(rel2, u"RelatedObjects", space);
+        append_reference(rel2, u"RelatedObjects", building);
+    }
+    std::vector<bool> visited() const {
+        std::vector<bool> result;
+        for (kxBaseObject *o : {building, storey, space, wall, rel1, rel2})
+            result.push_back(kxBaseObject_dontuse_has_been_visited(o) == kxBTRUE);
+        return result;
+    }
+    kxBaseObject *building = nullptr, *storey = nullptr, *space = nullptr, *wall = nullptr, *rel1 = nullptr,
+                 *rel2 = nullptr;
+};
+
+TEST_F(VisitTest, VisitMarksExactlyWhatIsReachable) {
+    EXPECT_EQ(storey->retain_count, 3u);  // the model, rel1's set and rel2
+    kx::baseobject_visit(rel1, nullptr);
+    EXPECT_EQ(visited(), (std::vector<bool>{true, true, false, false, true, false}));
+    kx::baseobject_visit(rel2, nullptr);
+    EXPECT_EQ(visited(), (std::vector<bool>{true, true, true, false, true, true}));
+    for (kxBaseObject *o : {building, storey, space, wall, rel1, rel2})
+        EXPECT_EQ(kxBaseObject_dontuse_is_being_visited(o), kxBFALSE);
+
+    kxIfcModel_clear_objects_visited_mask(model_);
+    kx::baseobject_visit(rel2, nullptr);  // rel2 -> storey, space, building
+    EXPECT_EQ(visited(), (std::vector<bool>{true, true, true, false, false, true}));
+}
+
+TEST_F(VisitTest, AnObjectBeingVisitedIsNeitherEnteredNorWalkedThrough) {
+    kxBaseObject_dontuse_mark_as_being_visited(storey);
+    kx::baseobject_visit(storey, nullptr);
+    EXPECT_EQ(visited(), (std::vector<bool>(6, false)));
+
+    kx::baseobject_visit(rel2, nullptr);  // storey is skipped, the rest reached
+    EXPECT_EQ(visited(), (std::vector<bool>{true, false, true, false, false, true}));
+    EXPECT_EQ(kxBaseObject_dontuse_is_being_visited(storey), kxBTRUE);
+    kxBaseObject_dontuse_clear_being_visited_flag(storey);
+
+    kxBaseObject_dontuse_mark_as_visited(wall);
+    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(wall), kxBTRUE);
+    kxBaseObject_dontuse_clear_visited_flag(wall);
+    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(wall), kxBFALSE);
+}
+
+// A chain of placements far longer than a recursive walk could follow.
+TEST_F(BaseObjectTest, VisitFollowsAVeryLongChainOfReferences) {
+    constexpr int kLength = 200000;
+    std::vector<kxBaseObject *> chain;
+    chain.reserve(kLength);
+    for (int i = 0; i < kLength; i++) {
+        chain.push_back(make(kxIfcLocalPlacement_class()));
+        if (i > 0) set_reference(chain[i], u"PlacementRelTo", chain[i - 1]);
+    }
+    kx::baseobject_visit(chain.back(), nullptr);
+    int visited = 0;
+    for (kxBaseObject *placement : chain) visited += kxBaseObject_dontuse_has_been_visited(placement) ? 1 : 0;
+    EXPECT_EQ(visited, kLength);
+}
+
+TEST_F(BaseObjectTest, DestroyMarksTheObjectAsFreed) {
+    make(kxIfcWall_class());  // creates the model whose manager the object needs
+    kxBaseObject object{};
+    uint32_t counter = 7;
+    kx::baseobject_init(&object, KXIFCVERSION_IFC_4, &counter, model_->model_manager);
+    EXPECT_EQ(object.validity_mask, i_VALIDITY_MASK_VALUE);
+    EXPECT_EQ(object.object_id, 7u);
+    EXPECT_EQ(counter, 8u);
+    EXPECT_EQ(object.retain_count, 1u);
+    EXPECT_EQ(object.output_file_id, 4294967295u);
+    object.retain_count = 0;
+    kx::baseobject_destroy(&object);
+    EXPECT_EQ(object.validity_mask, 111111111u);
+
+    // Any later use is recognised and reported.
+    expect_reports();
+    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(&object), kxBFALSE);
+    EXPECT_TRUE(asserts().saw("base_object->validity_mask == i_VALIDITY_MASK_VALUE"));
+}
+
+}  // namespace
