@@ -8,8 +8,12 @@ set(KX_GENERATED_SOURCES
   ${KX_GENERATED_PRIVATE_DIR}/schema_exports_0.cpp
   ${KX_GENERATED_PRIVATE_DIR}/schema_exports_1.cpp
   ${KX_GENERATED_PRIVATE_DIR}/schema_exports_2.cpp
-  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_3.cpp)
-set(KX_GENERATED_HEADERS ${KX_GENERATED_INCLUDE_DIR}/kxifc_schema.h)
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_3.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_4.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_5.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_6.cpp
+  ${KX_GENERATED_PRIVATE_DIR}/schema_exports_7.cpp)
+set(KX_GENERATED_HEADERS ${KX_GENERATED_INCLUDE_DIR}/kxifc_schema.h ${KX_GENERATED_DIR}/manifest/accessors.tsv)
 add_custom_command(
   OUTPUT ${KX_GENERATED_SOURCES} ${KX_GENERATED_HEADERS}
   COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tools/generate_schema.py ${KX_DIGEST} ${KX_GENERATED_DIR}

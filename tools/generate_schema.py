@@ -18,7 +18,7 @@ import sys
 from schema_model import (KINDS, R2X3, R4, RELEASES, SUFFIX, ClassModel, Schema, simple_base,
                           sort_key)
 
-EXPORT_FILES = 4
+EXPORT_FILES = 8
 SIMPLE_ARRAY_NAMES = {"REAL": ("Real", "Array of reals"), "INTEGER": ("Integer", "Array of integers"),
                       "BINARY": ("Binary", "Array of bits"), "BOOLEAN": ("Boolean", "Array of booleans"),
                       "LOGICAL": ("Logical", "Array of logicals"), "STRING": ("String", "Array of strings")}
@@ -44,6 +44,7 @@ def write_if_changed(path, text):
 class Generator:
     def __init__(self, model):
         self.model = model
+        self.manifest = []
         self.schema = model.schema
         self._plan_defined_types()
         self._plan_aggregates()
@@ -226,9 +227,9 @@ class Generator:
         lines = ["const SlotInfo g_slots[] = {\n"]
         for slot in self.model.slots:
             mask = sum(1 << r for r in slot.releases)
-            lines.append("    {%d,%d,%d,%d,%d,%s,%s},\n" % (
+            lines.append("    {%d,%d,%d,%d,%d,%d,%s,%s},\n" % (
                 slot.offset, KINDS.index(slot.kind), mask, slot.type_ref, self.model.class_id[slot.entity],
-                u(slot.name), u(slot.qualified_name)))
+                self.model.subtree_end[slot.entity], u(slot.name), u(slot.qualified_name)))
         lines.append("};\nconst uint32_t g_num_slots = %d;\n\n" % len(self.model.slots))
         return lines
 
@@ -286,7 +287,7 @@ class Generator:
         units = []
         for name in self.model.class_names:
             cid = self.model.class_id[name]
-            units.append(("const kxClass_t *kx%s_class(void);" % name,
+            units.append(("typedef struct kxBaseObject kx%s;\nKX_API const kxClass_t *kx%s_class(void);" % (name, name),
                           "KX_API const kxClass_t *kx%s_class(void) { return g_classes[%d]; }\n" % (name, cid)))
         for i, name in enumerate(self.model.enum_order):
             units.append(self._enum_exports(i, name))
@@ -297,7 +298,114 @@ class Generator:
         for name in self.defined_order:
             if self.defined_kind[name] == "AGGREGATE":
                 units.append(self._aggregate_defined_exports(name))
+        for name in self.model.entity_order:
+            units.append(self._entity_exports(name))
+        for name in self.model.select_order:
+            units.append(self._select_exports(name))
         return units
+
+    # ---- entity and select accessors ---------------------------------------
+    def value_type(self, slot_kind, type_text, release):
+        """C type of a value of an attribute type (getter result, setter argument)."""
+        if slot_kind in ("ENTITY", "SELECT"):
+            return "kx%s *" % self.model.resolve_named(type_text, release)
+        if slot_kind == "ENUM":
+            return "kx%s" % self.model.resolve_named(type_text, release)
+        if slot_kind == "AGGREGATE":
+            return "%s *" % self.aggregate_type[self.model.slot_aggregate(type_text, release).index]
+        return C_VALUE_TYPE[slot_kind]
+
+    def _accessor_triple(self, entity, attr, slot, releases, suffix, entity_id):
+        kind = slot.kind
+        release = min(releases)
+        ctype = self.value_type(kind, slot.type_text, release)
+        get_type = "const kxWChar *" if kind == "STRING" else ctype
+        set_type = "const kxWChar *" if kind == "STRING" else ctype
+        mask = sum(1 << r for r in releases)
+        args = "instance, %d, %d, %d" % (slot.index, mask, entity_id)
+        engine = {"STRING": "string", "REAL": "real", "INTEGER": "integer", "BOOLEAN": "boolean",
+                  "LOGICAL": "logical", "ENUM": "enum", "BINARY": "binary", "ENTITY": "object",
+                  "SELECT": "object", "AGGREGATE": "aggregate"}[kind]
+        sep = "" if get_type.endswith("*") else " "
+        e = "kx" + entity
+        functions = [
+            ("kxBool %s_%s_has_value%s(const %s *instance)" % (e, attr, suffix, e),
+             "return attr_has_value(%s);" % args),
+            ("%s%s%s_get_%s%s(const %s *instance)" % (get_type, sep, e, attr, suffix, e),
+             "return attr_get_%s(%s);" % (engine, args)),
+            ("void %s_set_%s%s(%s *instance, %s%svalue)" % (e, attr, suffix, e, set_type, "" if set_type.endswith("*") else " "),
+             "attr_set_%s(%s, value);" % (engine, args)),
+        ]
+        self.manifest.append("attr\t%s\t%s\t%s\t%s\t%d\t%d\t%s" % (
+            entity, attr, suffix or "-", kind, slot.index, mask, ctype.replace(" ", "")))
+        return functions
+
+    def _entity_exports(self, name):
+        model = self.model
+        cid = model.class_id[name]
+        e = "kx" + name
+        functions = [
+            ("kxBool %s_dontuse_is_typeof(const %s *instance, const kxClass_t *klass)" % (e, e),
+             "return entity_is_typeof(instance, klass, %d);" % cid),
+            ("kxBaseObject *%s_dontuse_cast_to(%s *instance, const kxClass_t *klass)" % (e, e),
+             "return entity_cast_to(instance, klass, %d);" % cid),
+        ]
+        for attr, per_release, suffixed in model.accessors(name):
+            if not suffixed:
+                slot = per_release[R2X3][0]
+                functions += self._accessor_triple(name, attr, slot, (R2X3, R4), "", cid)
+            else:
+                for release in sorted(per_release):
+                    slot = per_release[release][0]
+                    functions += self._accessor_triple(name, attr, slot, (release,), SUFFIX[release], cid)
+        for inverse, per_release in model.inverse_accessors(name):
+            args = []
+            for release in RELEASES:
+                if release in per_release:
+                    relating, attribute = per_release[release]
+                    args.append("%d, %s" % (model.class_id[relating], u(attribute)))
+                else:
+                    args.append("NO_INDEX, nullptr")
+            functions.append(("kxArrayST *%s_inverse_relation_%s(const %s *instance)" % (e, inverse, e),
+                              "return entity_inverse(instance, %d, %s);" % (cid, ", ".join(args))))
+            self.manifest.append("inverse\t%s\t%s\t%s" % (name, inverse, "\t".join(
+                "%s\t%s" % per_release[r] if r in per_release else "-\t-" for r in RELEASES)))
+        return self._functions(functions)
+
+    def _select_exports(self, name):
+        model = self.model
+        sid = model.class_id[name]
+        s = "kx" + name
+        functions = [("uint32_t %s_get_type(const %s *select)" % (s, s), "return select_get_type(select, %d);" % sid)]
+        for code, (member, mask) in enumerate(model.select_members[name], start=1):
+            kind = self.schema.kind_of_name(member)
+            if kind == "ENTITY":
+                ctype, engine = "kx%s *" % member, "object"
+            elif kind == "ENUM":
+                ctype, engine = "kx%s" % member, "integer"
+            else:
+                storage = self.defined_kind[member]
+                engine = {"STRING": "string", "REAL": "real", "INTEGER": "integer", "BOOLEAN": "integer",
+                          "LOGICAL": "integer", "BINARY": "binary", "AGGREGATE": "aggregate"}[storage]
+                if storage == "AGGREGATE":
+                    ctype = "kx%s *" % member
+                elif storage == "STRING":
+                    ctype = "const kxWChar *"
+                else:
+                    ctype = "kx%s" % member
+            sep = "" if ctype.endswith("*") else " "
+            functions.append(("%s%s%s_get_kx%s(const %s *select)" % (ctype, sep, s, member, s),
+                              "return select_get_%s(select, %d);" % (engine, sid)))
+            functions.append(("void %s_set_kx%s(%s *select, %s%svalue)" % (s, member, s, ctype, sep),
+                              "select_set_%s(select, %d, %d, value);" % (engine, sid, code)))
+            self.manifest.append("member\t%s\t%d\t%s\t%s\t%d" % (name, code, member, kind if kind != "TYPE" else self.defined_kind[member], mask))
+        return self._functions(functions)
+
+    @staticmethod
+    def _functions(functions):
+        decl = "\n".join("KX_API %s;" % signature for signature, _ in functions)
+        body = "".join("KX_API %s { %s }\n" % (signature, statement) for signature, statement in functions)
+        return decl, body
 
     def _enum_exports(self, index, name):
         decl = ("typedef int32_t kx%s;\n" % name +
@@ -424,7 +532,7 @@ def public_header(declarations):
 def export_unit(bodies):
     return ("// Generated by tools/generate_schema.py from schema/ifc.digest. Do not edit.\n"
             '#include "kxifc_coretypes.h"\n#include "kxifc_schema.h"\n#include "core/class.h"\n'
-            '#include "schema/engines.h"\n\nusing namespace kx;\n\nextern "C" {\n\n' +
+            '#include "schema/accessors.h"\n#include "schema/engines.h"\n\nusing namespace kx;\n\nextern "C" {\n\n' +
             "".join(bodies) + '\n}  // extern "C"\n')
 
 
@@ -436,12 +544,17 @@ def main(argv):
     generator = Generator(ClassModel(Schema(digest)))
     write_if_changed(os.path.join(outdir, "src", "schema_tables.cpp"), generator.tables())
     units = generator.exports()
+    write_if_changed(os.path.join(outdir, "manifest", "accessors.tsv"), "\n".join(generator.manifest) + "\n")
     write_if_changed(os.path.join(outdir, "include", "kxifc_schema.h"), public_header([d for d, _ in units]))
-    per_file = (len(units) + EXPORT_FILES - 1) // EXPORT_FILES
-    for n in range(EXPORT_FILES):
-        chunk = units[n * per_file:(n + 1) * per_file]
-        write_if_changed(os.path.join(outdir, "src", "schema_exports_%d.cpp" % n),
-                         export_unit([b for _, b in chunk]))
+    # Units are spread over the files by size, so they compile in even time.
+    files = [[] for _ in range(EXPORT_FILES)]
+    sizes = [0] * EXPORT_FILES
+    for _, body in units:
+        smallest = sizes.index(min(sizes))
+        files[smallest].append(body)
+        sizes[smallest] += len(body)
+    for n, bodies in enumerate(files):
+        write_if_changed(os.path.join(outdir, "src", "schema_exports_%d.cpp" % n), export_unit(bodies))
     return 0
 
 

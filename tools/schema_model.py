@@ -330,15 +330,23 @@ class ClassModel:
             slot.offset = self.segment_start[slot.entity][slot.entity] + slot.segment_offset
         self.relocation = {}
         for name in self.entity_order:
-            shifts = []
-            for entity, start in self.segments[name]:
-                delta = start - self.segment_start[entity][entity]
-                if delta and self.own_slots[entity]:
-                    shifts.append((entity, delta))
-            self.relocation[name] = shifts
+            primary = set(self.primary_chain(name))
+            self.relocation[name] = [(entity, start - self.segment_start[entity][entity])
+                                     for entity, start in self.segments[name]
+                                     if entity not in primary and self.own_slots[entity]]
+
+    def primary_chain(self, name):
+        """The entity and its primary parents up to the root."""
+        chain = []
+        while name:
+            chain.append(name)
+            name = self.parent[name]
+        return chain
 
     def offset_in(self, name, slot):
-        """Byte offset of a slot in a record of class `name`."""
+        """Byte offset of a slot in a record of class `name`. Offsets hold
+        unchanged along the primary tree; a segment off the primary chain
+        is found through the class's relocations."""
         return self.segment_start[name][slot.entity] + slot.segment_offset
 
     def derived_names(self, name, release):
@@ -457,6 +465,13 @@ class ClassModel:
         self.aggregates = sorted(self.aggregate_of.values(), key=lambda a: sort_key(a.keyword))
         for index, aggregate in enumerate(self.aggregates):
             aggregate.index = index
+
+    def slot_aggregate(self, type_text, release):
+        """The aggregate held by a slot of this type (an aggregate type text
+        or an aggregate defined type)."""
+        if "/" not in type_text:
+            type_text = self.schema.underlying(type_text, release)
+        return self._aggregate(type_text)
 
     def element_kind(self, aggregate):
         if aggregate.inner is not None:

@@ -50,6 +50,7 @@ struct SlotInfo {
     uint8_t releases;       // release bits of the attribute this slot serves
     uint32_t type_ref;      // enum index, class id or aggregate index by kind
     uint32_t declarer;      // class id of the declaring entity
+    uint32_t declarer_end;  // the declarer's subtypes on the primary tree end here
     const char16_t *name;   // "RelatingObject"
     const char16_t *qualified_name;  // "kxIfcRelDecomposes.RelatingObject"
 };
@@ -71,8 +72,9 @@ struct RecordSlot {
     uint32_t type_ref;
 };
 
-// Where a record holds a supertype's attributes elsewhere than that
-// supertype's own record does (supertype chains differ between releases).
+// A supertype of the other release that is not on the class's primary
+// chain of supertypes (supertype chains differ between releases): where the
+// record holds its attributes relative to that supertype's own record.
 struct Relocation {
     uint32_t declarer;      // class id of the supertype
     int32_t shift;          // bytes to add to the slot's own offset
