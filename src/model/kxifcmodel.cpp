@@ -148,13 +148,12 @@ KX_API void kxIfcModel_dontuse_free_object(kxIfcModel *ifc_model, kxBaseObject *
         }
     }
     kx_assert_text(idx != ULONG_MAX32, "idx != ULONG_MAX");
-    if (idx != ULONG_MAX32) {
-        if (baseobject_is_last_reference(instance)) {
-            objtables_remove_instance(ifc_model->object_tables, instance);
-            ptrarray_remove_and_destroy(&ifc_model->objects, idx, callback_cast<DestroyFn>(&baseobject_release));
-        } else {
-            baseobject_release(&instance);
-        }
+    // An instance another holder still retains stays listed, and the model
+    // keeps its reference too: the list never points at a freed instance.
+    // Once the other holders have let go, freeing it again removes it.
+    if (idx != ULONG_MAX32 && baseobject_is_last_reference(instance)) {
+        objtables_remove_instance(ifc_model->object_tables, instance);
+        ptrarray_remove_and_destroy(&ifc_model->objects, idx, callback_cast<DestroyFn>(&baseobject_release));
     }
     *base_object = nullptr;
 }
