@@ -1,0 +1,331 @@
+// Aggregates: instance aggregates hold one retain per occurrence, value
+// aggregates own their strings and copies, nested lists own their inner
+// lists, and aggregate defined types forward to their element aggregates.
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "core/baseobject.h"
+#include "kxifc_coretypes.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
+#include "test_support.h"
+
+namespace {
+
+std::string narrow(const kxWChar *text) {
+    std::string result;
+    for (; text != nullptr && *text != 0; ++text) result.push_back(static_cast<char>(*text));
+    return result;
+}
+
+class AggregatesTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        model_ = kxIfcModel_new();
+        kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
+    }
+    void TearDown() override {
+        kxIfcModel_free(&model_);
+        LibraryTest::TearDown();
+    }
+    kxBaseObject *make(const kxClass_t *klass) {
+        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model_, klass);
+        EXPECT_NE(instance, nullptr);
+        return instance;
+    }
+    static uint32_t retains(const kxBaseObject *instance) { return instance->retain_count; }
+
+    kxIfcModel *model_ = nullptr;
+};
+
+TEST_F(AggregatesTest, EachOccurrenceHoldsOneRetainAndRemovalTakesTheFirst) {
+    kxBaseObject *a = make(kxIfcWall_class());
+    kxBaseObject *b = make(kxIfcSlab_class());
+    const uint32_t a0 = retains(a), b0 = retains(b);
+
+    kxSetIfcObjectDefinition *set = kxSetIfcObjectDefinition_new();
+    ASSERT_NE(set, nullptr);
+    EXPECT_EQ(kxSetIfcObjectDefinition_count(set), 0u);
+    kxSetIfcObjectDefinition_append_element(set, a);
+    kxSetIfcObjectDefinition_append_element(set, b);
+    kxSetIfcObjectDefinition_append_element(set, a);  // the same instance again: stored again
+    EXPECT_EQ(kxSetIfcObjectDefinition_count(set), 3u);
+    EXPECT_EQ(retains(a), a0 + 2);
+    EXPECT_EQ(retains(b), b0 + 1);
+
+    // Removal releases once and takes out only the first position.
+    kxSetIfcObjectDefinition_remove_element(set, a);
+    ASSERT_EQ(kxSetIfcObjectDefinition_count(set), 2u);
+    EXPECT_EQ(kxSetIfcObjectDefinition_get_element(set, 0), b);
+    EXPECT_EQ(kxSetIfcObjectDefinition_get_element(set, 1), a);
+    EXPECT_EQ(retains(a), a0 + 1);
+    EXPECT_EQ(retains(b), b0 + 1);
+
+    // An instance that is not there: nothing happens.
+    kxBaseObject *absent = make(kxIfcBeam_class());
+    const uint32_t absent0 = retains(absent);
+    kxSetIfcObjectDefinition_remove_element(set, absent);
+    kxSetIfcObjectDefinition_delete_element(set, absent);
+    EXPECT_EQ(kxSetIfcObjectDefinition_count(set), 2u);
+    EXPECT_EQ(retains(absent), absent0);
+
+    // The other name behaves alike.
+    kxSetIfcObjectDefinition_delete_element(set, b);
+    ASSERT_EQ(kxSetIfcObjectDefinition_count(set), 1u);
+    EXPECT_EQ(kxSetIfcObjectDefinition_get_element(set, 0), a);
+    EXPECT_EQ(retains(b), b0);
+
+    kxSetIfcObjectDefinition_free(&set);
+    EXPECT_EQ(set, nullptr);
+    EXPECT_EQ(retains(a), a0);
+}
+
+TEST_F(AggregatesTest, FreeingReleasesOncePerOccurrence) {
+    kxBaseObject *a = make(kxIfcWall_class());
+    kxBaseObject *b = make(kxIfcWall_class());
+    const uint32_t a0 = retains(a), b0 = retains(b);
+    kxSetIfcObjectDefinition *set = kxSetIfcObjectDefinition_new();
+    for (int i = 0; i < 3; i++) kxSetIfcObjectDefinition_append_element(set, a);
+    kxSetIfcObjectDefinition_append_element(set, b);
+    EXPECT_EQ(retains(a), a0 + 3);
+    kxSetIfcObjectDefinition_free(&set);
+    EXPECT_EQ(retains(a), a0);
+    EXPECT_EQ(retains(b), b0);
+    // The instances are still alive and listed by the model.
+    EXPECT_EQ(a->validity_mask, i_VALIDITY_MASK_VALUE);
+    EXPECT_EQ(kxIfcModel_count_objects(model_), 2u);
+}
+
+TEST_F(AggregatesTest, SetOverAnOccupiedPositionKeepsTheOldRetain) {
+    kxBaseObject *old_element = make(kxIfcCartesianPoint_class());
+    kxBaseObject *new_element = make(kxIfcCartesianPoint_class());
+    const uint32_t old0 = retains(old_element), new0 = retains(new_element);
+    kxListIfcCartesianPoint *list = kxListIfcCartesianPoint_new();
+    kxListIfcCartesianPoint_append_element(list, old_element);
+    EXPECT_EQ(retains(old_element), old0 + 1);
+
+    kxListIfcCartesianPoint_set_element(list, 0, new_element);
+    EXPECT_EQ(kxListIfcCartesianPoint_count(list), 1u);
+    EXPECT_EQ(kxListIfcCartesianPoint_get_element(list, 0), new_element);
+    EXPECT_EQ(retains(new_element), new0 + 1);
+    EXPECT_EQ(retains(old_element), old0 + 1) << "the replaced element is not released, by contract";
+
+    // The caller owns that retain now: give it back so the model frees cleanly.
+    kxBaseObject *held = old_element;
+    kx::baseobject_release(&held);
+    EXPECT_EQ(retains(old_element), old0);
+
+    // Setting the element already there adds a retain as well.
+    kxListIfcCartesianPoint_set_element(list, 0, new_element);
+    EXPECT_EQ(retains(new_element), new0 + 2);
+    held = new_element;
+    kx::baseobject_release(&held);
+
+    kxListIfcCartesianPoint_free(&list);
+    EXPECT_EQ(retains(new_element), new0);
+}
+
+TEST_F(AggregatesTest, NestedListsOwnTheirInnerLists) {
+    kxBaseObject *p = make(kxIfcCartesianPoint_class());
+    kxBaseObject *q = make(kxIfcCartesianPoint_class());
+    const uint32_t p0 = retains(p), q0 = retains(q);
+
+    kxListListIfcCartesianPoint *rows = kxListListIfcCartesianPoint_new();
+    for (int row = 0; row < 2; row++) {
+        kxListIfcCartesianPoint *inner = kxListIfcCartesianPoint_new();
+        kxListIfcCartesianPoint_append_element(inner, p);
+        kxListIfcCartesianPoint_append_element(inner, q);
+        kxListListIfcCartesianPoint_append_element(rows, inner);
+    }
+    EXPECT_EQ(kxListListIfcCartesianPoint_count(rows), 2u);
+    EXPECT_EQ(kxListIfcCartesianPoint_get_element(kxListListIfcCartesianPoint_get_element(rows, 1), 1), q);
+    EXPECT_EQ(retains(p), p0 + 2);
+
+    // Replacing an inner list frees the one it replaces.
+    kxListIfcCartesianPoint *replacement = kxListIfcCartesianPoint_new();
+    kxListIfcCartesianPoint_append_element(replacement, q);
+    kxListListIfcCartesianPoint_set_element(rows, 0, replacement);
+    EXPECT_EQ(kxListListIfcCartesianPoint_get_element(rows, 0), replacement);
+    EXPECT_EQ(retains(p), p0 + 1);
+    EXPECT_EQ(retains(q), q0 + 2);
+
+    // Removing an inner list frees it.
+    kxListListIfcCartesianPoint_remove_element(rows, 1);
+    EXPECT_EQ(kxListListIfcCartesianPoint_count(rows), 1u);
+    EXPECT_EQ(retains(p), p0);
+
+    // Freeing the outer list frees every inner one and releases their elements.
+    kxListListIfcCartesianPoint_free(&rows);
+    EXPECT_EQ(rows, nullptr);
+    EXPECT_EQ(retains(q), q0);
+
+    // Nested lists of values likewise (the fixture checks the memory).
+    kxListListIfcLengthMeasure *grid = kxListListIfcLengthMeasure_new();
+    for (int row = 0; row < 3; row++) {
+        kxArrIfcLengthMeasure *inner = kxArrIfcLengthMeasure_new();
+        for (int column = 0; column < 4; column++) kxArrIfcLengthMeasure_add(inner, row * 10.0 + column);
+        kxListListIfcLengthMeasure_append_element(grid, inner);
+    }
+    EXPECT_EQ(kxArrIfcLengthMeasure_get(kxListListIfcLengthMeasure_get_element(grid, 2), 3), 23.0);
+    kxListListIfcLengthMeasure_free(&grid);
+    EXPECT_EQ(grid, nullptr);
+}
+
+TEST_F(AggregatesTest, StringAggregatesOwnCopies) {
+    char16_t text[] = u"first";
+    kxArrIfcLabel *labels = kxArrIfcLabel_new();
+    kxArrIfcLabel_add(labels, text);
+    kxArrIfcLabel_add(labels, u"second");
+    kxArrIfcLabel_add(labels, nullptr);  // an undefined label is kept as such
+    text[0] = u'F';                      // the caller's text is not the stored one
+    ASSERT_EQ(kxArrIfcLabel_count(labels), 3u);
+    EXPECT_EQ(narrow(kxArrIfcLabel_get(labels, 0)), "first");
+    EXPECT_NE(kxArrIfcLabel_get(labels, 0), text);
+    EXPECT_EQ(kxArrIfcLabel_get(labels, 2), nullptr);
+
+    kxArrIfcLabel_set(labels, 1, text);
+    text[0] = u'X';
+    EXPECT_EQ(narrow(kxArrIfcLabel_get(labels, 1)), "First");
+    // Setting an element to its own stored text keeps it intact.
+    kxArrIfcLabel_set(labels, 1, kxArrIfcLabel_get(labels, 1));
+    EXPECT_EQ(narrow(kxArrIfcLabel_get(labels, 1)), "First");
+
+    kxArrIfcLabel *copy = kxArrIfcLabel_copy(labels);
+    ASSERT_EQ(kxArrIfcLabel_count(copy), 3u);
+    EXPECT_NE(kxArrIfcLabel_get(copy, 0), kxArrIfcLabel_get(labels, 0));
+    kxArrIfcLabel_set(copy, 0, u"changed");
+    EXPECT_EQ(narrow(kxArrIfcLabel_get(labels, 0)), "first");
+
+    kxArrIfcLabel_remove(labels, 0);
+    ASSERT_EQ(kxArrIfcLabel_count(labels), 2u);
+    EXPECT_EQ(narrow(kxArrIfcLabel_get(labels, 0)), "First");
+    EXPECT_EQ(narrow(kxArrIfcLabel_get(copy, 0)), "changed");
+    kxArrIfcLabel_free(&labels);
+    kxArrIfcLabel_free(&copy);
+    EXPECT_EQ(labels, nullptr);
+}
+
+TEST_F(AggregatesTest, ValueAggregateCopiesAreIndependent) {
+    kxArrReal *reals = kxArrReal_new();
+    kxArrReal_add(reals, 1.5);
+    kxArrReal_add(reals, -2.25);
+    kxArrReal *copy = kxArrReal_copy(reals);
+    kxArrReal_set(copy, 0, 9.0);
+    kxArrReal_add(copy, 3.0);
+    kxArrReal_remove(reals, 1);
+    EXPECT_EQ(kxArrReal_count(reals), 1u);
+    EXPECT_EQ(kxArrReal_get(reals, 0), 1.5);
+    ASSERT_EQ(kxArrReal_count(copy), 3u);
+    EXPECT_EQ(kxArrReal_get(copy, 0), 9.0);
+    EXPECT_EQ(kxArrReal_get(copy, 1), -2.25);
+    EXPECT_EQ(kxArrReal_get(copy, 2), 3.0);
+    kxArrReal_free(&reals);
+    kxArrReal_free(&copy);
+
+    // Binary elements live in cells of their own, duplicated by a copy.
+    char bits[] = "1011";
+    kxArrBinary *binaries = kxArrBinary_new();
+    kxArrBinary_add(binaries, kxBinary{bits, 4});
+    bits[0] = '0';
+    kxArrBinary *binary_copy = kxArrBinary_copy(binaries);
+    const kxBinary original = kxArrBinary_get(binaries, 0), copied = kxArrBinary_get(binary_copy, 0);
+    ASSERT_EQ(original.num_bits, 4u);
+    ASSERT_EQ(copied.num_bits, 4u);
+    EXPECT_EQ(std::string(original.contents, 4), "1011");
+    EXPECT_NE(original.contents, copied.contents);
+    EXPECT_NE(original.contents, bits);
+    kxArrBinary_set(binary_copy, 0, kxBinary{bits, 2});
+    EXPECT_EQ(std::string(kxArrBinary_get(binaries, 0).contents, 4), "1011");
+    EXPECT_EQ(kxArrBinary_get(binary_copy, 0).num_bits, 2u);
+    kxArrBinary_free(&binaries);
+    kxArrBinary_free(&binary_copy);
+}
+
+TEST_F(AggregatesTest, AggregateDefinedTypesForwardToTheirElements) {
+    kxIfcComplexNumber *number = kxIfcComplexNumber_new();
+    kxIfcComplexNumber_append_element(number, 1.0);
+    kxIfcComplexNumber_append_element(number, -4.0);
+    EXPECT_EQ(kxIfcComplexNumber_count(number), 2u);
+    kxIfcComplexNumber_set_element(number, 0, 0.5);
+    EXPECT_EQ(kxIfcComplexNumber_get_element(number, 0), 0.5);
+    EXPECT_EQ(kxIfcComplexNumber_get_element(number, 1), -4.0);
+    kxIfcComplexNumber *copy = kxIfcComplexNumber_copy(number);
+    kxIfcComplexNumber_set_element(copy, 1, 8.0);
+    EXPECT_EQ(kxIfcComplexNumber_get_element(number, 1), -4.0);
+    EXPECT_EQ(kxIfcComplexNumber_get_element(copy, 1), 8.0);
+    kxIfcComplexNumber_remove_element(number, 0);
+    ASSERT_EQ(kxIfcComplexNumber_count(number), 1u);
+    EXPECT_EQ(kxIfcComplexNumber_get_element(number, 0), -4.0);
+    kxIfcComplexNumber_free(&number);
+    kxIfcComplexNumber_free(&copy);
+    EXPECT_EQ(number, nullptr);
+
+    kxIfcCompoundPlaneAngleMeasure *angle = kxIfcCompoundPlaneAngleMeasure_new();
+    for (int32_t part : {51, 28, 38, 123456}) kxIfcCompoundPlaneAngleMeasure_append_element(angle, part);
+    kxIfcCompoundPlaneAngleMeasure *angle_copy = kxIfcCompoundPlaneAngleMeasure_copy(angle);
+    kxIfcCompoundPlaneAngleMeasure_set_element(angle, 3, -1);
+    EXPECT_EQ(kxIfcCompoundPlaneAngleMeasure_get_element(angle, 3), -1);
+    EXPECT_EQ(kxIfcCompoundPlaneAngleMeasure_get_element(angle_copy, 3), 123456);
+    EXPECT_EQ(kxIfcCompoundPlaneAngleMeasure_count(angle_copy), 4u);
+    kxIfcCompoundPlaneAngleMeasure_free(&angle);
+    kxIfcCompoundPlaneAngleMeasure_free(&angle_copy);
+
+    kxIfcArcIndex *arc = kxIfcArcIndex_new();
+    for (int32_t index : {1, 2, 3}) kxIfcArcIndex_append_element(arc, index);
+    kxIfcArcIndex_set_element(arc, 1, 7);
+    kxIfcArcIndex_remove_element(arc, 0);
+    ASSERT_EQ(kxIfcArcIndex_count(arc), 2u);
+    EXPECT_EQ(kxIfcArcIndex_get_element(arc, 0), 7);
+    EXPECT_EQ(kxIfcArcIndex_get_element(arc, 1), 3);
+    kxIfcArcIndex_free(&arc);
+
+    kxIfcLineIndex *line = kxIfcLineIndex_new();
+    for (int32_t index = 1; index <= 5; index++) kxIfcLineIndex_append_element(line, index);
+    EXPECT_EQ(kxIfcLineIndex_count(line), 5u);
+    EXPECT_EQ(kxIfcLineIndex_get_element(line, 4), 5);
+    kxIfcLineIndex_free(&line);
+
+    // Property set definitions are instances: retained per occurrence.
+    kxBaseObject *pset = make(kxIfcPropertySet_class());
+    const uint32_t pset0 = retains(pset);
+    kxIfcPropertySetDefinitionSet *definitions = kxIfcPropertySetDefinitionSet_new();
+    kxIfcPropertySetDefinitionSet_append_element(definitions, pset);
+    kxIfcPropertySetDefinitionSet_append_element(definitions, pset);
+    EXPECT_EQ(retains(pset), pset0 + 2);
+    EXPECT_EQ(kxIfcPropertySetDefinitionSet_get_element(definitions, 1), pset);
+    kxIfcPropertySetDefinitionSet_remove_element(definitions, 0);
+    EXPECT_EQ(kxIfcPropertySetDefinitionSet_count(definitions), 1u);
+    EXPECT_EQ(retains(pset), pset0 + 1);
+    kxIfcPropertySetDefinitionSet_free(&definitions);
+    EXPECT_EQ(retains(pset), pset0);
+}
+
+TEST_F(AggregatesTest, MissingAggregatesAndBadIndicesAreReported) {
+    expect_reports();
+    EXPECT_EQ(kxSetIfcObjectDefinition_count(nullptr), 0u);
+    EXPECT_TRUE(asserts().saw("(array_of_elements) != NULL"));
+    asserts().clear();
+    kxSetIfcObjectDefinition *empty = nullptr;
+    kxSetIfcObjectDefinition_free(&empty);
+    EXPECT_TRUE(asserts().saw("(*array_of_elements) != NULL"));
+    asserts().clear();
+    kxIfcComplexNumber_append_element(nullptr, 1.0);
+    EXPECT_TRUE(asserts().saw("(array_of_elements) != NULL"));
+    asserts().clear();
+
+    kxArrReal *reals = kxArrReal_new();
+    kxArrReal_add(reals, 1.0);
+    EXPECT_FALSE(kxIfcCoreTypes_real_has_value(kxArrReal_get(reals, 5)));
+    EXPECT_FALSE(asserts().reports().empty());
+    asserts().clear();
+    kxArrReal_set(reals, 5, 2.0);  // out of range: nothing stored
+    kxArrReal_remove(reals, 5);
+    EXPECT_EQ(asserts().reports().size(), 2u);
+    EXPECT_EQ(kxArrReal_count(reals), 1u);
+    EXPECT_EQ(kxArrReal_get(reals, 0), 1.0);
+    kxArrReal_free(&reals);
+}
+
+}  // namespace
