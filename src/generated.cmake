@@ -13,7 +13,8 @@ set(KX_GENERATED_SOURCES
   ${KX_GENERATED_PRIVATE_DIR}/schema_exports_5.cpp
   ${KX_GENERATED_PRIVATE_DIR}/schema_exports_6.cpp
   ${KX_GENERATED_PRIVATE_DIR}/schema_exports_7.cpp)
-set(KX_GENERATED_HEADERS ${KX_GENERATED_INCLUDE_DIR}/kxifc_schema.h ${KX_GENERATED_DIR}/manifest/accessors.tsv)
+set(KX_GENERATED_HEADERS ${KX_GENERATED_INCLUDE_DIR}/kxifc_schema.h ${KX_GENERATED_DIR}/manifest/accessors.tsv
+  ${KX_GENERATED_DIR}/manifest/accessor_table.inc)
 add_custom_command(
   OUTPUT ${KX_GENERATED_SOURCES} ${KX_GENERATED_HEADERS}
   COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tools/generate_schema.py ${KX_DIGEST} ${KX_GENERATED_DIR}
@@ -23,4 +24,5 @@ add_custom_command(
 add_custom_target(kx_generate DEPENDS ${KX_GENERATED_SOURCES} ${KX_GENERATED_HEADERS})
 # Make the generated header visible to targets configured before the library.
 set(KX_GENERATED_INCLUDE_DIR ${KX_GENERATED_INCLUDE_DIR} PARENT_SCOPE)
+set(KX_GENERATED_DIR ${KX_GENERATED_DIR} PARENT_SCOPE)
 set(KX_HAVE_GENERATED TRUE PARENT_SCOPE)

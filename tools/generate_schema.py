@@ -45,6 +45,7 @@ class Generator:
     def __init__(self, model):
         self.model = model
         self.manifest = []
+        self.test_table = []
         self.schema = model.schema
         self._plan_defined_types()
         self._plan_aggregates()
@@ -338,6 +339,10 @@ class Generator:
         ]
         self.manifest.append("attr\t%s\t%s\t%s\t%s\t%d\t%d\t%s" % (
             entity, attr, suffix or "-", kind, slot.index, mask, ctype.replace(" ", "")))
+        self.test_table.append('{u"%s", u"%s", u"%s", %d, %d, %d, (void (*)())&%s_%s_has_value%s, '
+                               '(void (*)())&%s_get_%s%s, (void (*)())&%s_set_%s%s},' % (
+                                   entity, attr, suffix, KINDS.index(kind), slot.index, mask,
+                                   e, attr, suffix, e, attr, suffix, e, attr, suffix))
         return functions
 
     def _entity_exports(self, name):
@@ -545,6 +550,8 @@ def main(argv):
     write_if_changed(os.path.join(outdir, "src", "schema_tables.cpp"), generator.tables())
     units = generator.exports()
     write_if_changed(os.path.join(outdir, "manifest", "accessors.tsv"), "\n".join(generator.manifest) + "\n")
+    # For tests: every attribute accessor with its slot, as function pointers.
+    write_if_changed(os.path.join(outdir, "manifest", "accessor_table.inc"), "\n".join(generator.test_table) + "\n")
     write_if_changed(os.path.join(outdir, "include", "kxifc_schema.h"), public_header([d for d, _ in units]))
     # Units are spread over the files by size, so they compile in even time.
     files = [[] for _ in range(EXPORT_FILES)]
