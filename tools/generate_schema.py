@@ -15,7 +15,7 @@ force a rebuild.
 import os
 import sys
 
-from schema_model import (KINDS, R2X3, R4, RELEASES, SUFFIX, ClassModel, Schema, simple_base,
+from schema_model import (KINDS, R2X3, R4, RELEASES, SUFFIX, Aggregate, ClassModel, Schema, simple_base,
                           sort_key)
 
 EXPORT_FILES = 8
@@ -74,12 +74,21 @@ class Generator:
     def _plan_aggregates(self):
         """Runtime type names: kxSet<E>/kxList<E> for instances, kxArr<X>
         for values, kxListList<X> for nested lists."""
+        self.aggregates = list(self.model.aggregates)
         self.aggregate_type = {}
-        for aggregate in self.model.aggregates:
+        for aggregate in self.aggregates:
             self.aggregate_type[aggregate.index] = self._runtime_name(aggregate)
+        # Arrays of every base type exist for hosts, used by the schema or not.
+        present = set(self.aggregate_type.values())
+        for base, (label, _) in sorted(SIMPLE_ARRAY_NAMES.items()):
+            if "kxArr" + label not in present:
+                extra = Aggregate(["LIST"], base)
+                extra.index = len(self.aggregates)
+                self.aggregates.append(extra)
+                self.aggregate_type[extra.index] = "kxArr" + label
         # Runtime types in name order, each with the descriptor that defines it.
         self.runtime_types = {}
-        for aggregate in self.model.aggregates:
+        for aggregate in self.aggregates:
             self.runtime_types.setdefault(self.aggregate_type[aggregate.index], aggregate)
 
     def _element_label(self, aggregate):
@@ -266,12 +275,12 @@ class Generator:
 
     def _aggregates(self):
         lines = ["const AggregateInfo g_aggregates[] = {\n"]
-        for aggregate in self.model.aggregates:
+        for aggregate in self.aggregates:
             container = {"LIST": 0, "SET": 1, "BAG": 1, "ARRAY": 2}[aggregate.containers[0]]
             lines.append("    {%s,%s,%s,%d,%d,0,%d},\n" % (
                 u(self.aggregate_type[aggregate.index]), u(aggregate.keyword), u(self.description(aggregate)),
                 container, KINDS.index(self.element_kind(aggregate)), self.element_ref(aggregate)))
-        lines.append("};\nconst uint32_t g_num_aggregates = %d;\n\n" % len(self.model.aggregates))
+        lines.append("};\nconst uint32_t g_num_aggregates = %d;\n\n" % len(self.aggregates))
         return lines
 
     def _keywords(self):
