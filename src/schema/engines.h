@@ -17,6 +17,12 @@ struct kxIfcWriteData;
 
 namespace kx {
 
+// The slot at a byte offset of a record.
+template <typename T>
+inline T &record_slot(kxBaseObject *instance, uint32_t offset) {
+    return *reinterpret_cast<T *>(reinterpret_cast<char *>(instance) + offset);
+}
+
 // ---- entities --------------------------------------------------------------
 extern const ObjectHooks entity_hooks;
 // A new record of the class for the release with every slot undefined, or

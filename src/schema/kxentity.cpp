@@ -16,24 +16,19 @@
 namespace kx {
 namespace {
 
-template <typename T>
-T &slot_at(kxBaseObject *instance, uint32_t offset) {
-    return *reinterpret_cast<T *>(reinterpret_cast<char *>(instance) + offset);
-}
-
 void set_undefined(kxBaseObject *instance, const RecordSlot &slot) {
     switch (slot.kind) {
     case SLOT_REAL:
-        slot_at<double>(instance, slot.offset) = kRealUndefined;
+        record_slot<double>(instance, slot.offset) = kRealUndefined;
         break;
     case SLOT_INTEGER:
-        slot_at<int32_t>(instance, slot.offset) = kIntegerUndefined;
+        record_slot<int32_t>(instance, slot.offset) = kIntegerUndefined;
         break;
     case SLOT_BOOLEAN:
-        slot_at<int32_t>(instance, slot.offset) = kBooleanUndefined;
+        record_slot<int32_t>(instance, slot.offset) = kBooleanUndefined;
         break;
     case SLOT_LOGICAL:
-        slot_at<int32_t>(instance, slot.offset) = kLogicalUndefined;
+        record_slot<int32_t>(instance, slot.offset) = kLogicalUndefined;
         break;
     default:  // strings, references, aggregates, binaries, enumerations: all zero
         break;
@@ -43,19 +38,19 @@ void set_undefined(kxBaseObject *instance, const RecordSlot &slot) {
 void free_slot(kxBaseObject *instance, const RecordSlot &slot) {
     switch (slot.kind) {
     case SLOT_STRING:
-        wstr_destroy_optional(&slot_at<char16_t *>(instance, slot.offset));
+        wstr_destroy_optional(&record_slot<char16_t *>(instance, slot.offset));
         break;
     case SLOT_ENTITY:
     case SLOT_SELECT:
-        baseobject_release(&slot_at<kxBaseObject *>(instance, slot.offset));
+        baseobject_release(&record_slot<kxBaseObject *>(instance, slot.offset));
         break;
     case SLOT_AGGREGATE: {
-        kxAggregate *&aggregate = slot_at<kxAggregate *>(instance, slot.offset);
+        kxAggregate *&aggregate = record_slot<kxAggregate *>(instance, slot.offset);
         if (aggregate != nullptr) aggregate_free(&aggregate, slot.type_ref);
         break;
     }
     case SLOT_BINARY: {
-        kxBinary &binary = slot_at<kxBinary>(instance, slot.offset);
+        kxBinary &binary = record_slot<kxBinary>(instance, slot.offset);
         mem_free(binary.contents);
         binary = kxBinary{nullptr, 0};
         break;
@@ -100,10 +95,10 @@ void entity_for_each_reference(kxBaseObject *instance, ReferenceFn function, voi
         const AttrRef &attr = release->attrs[i];
         const SlotInfo &slot = g_slots[attr.slot];
         if (slot.kind == SLOT_ENTITY || slot.kind == SLOT_SELECT) {
-            kxBaseObject *&referenced = slot_at<kxBaseObject *>(instance, attr.offset);
+            kxBaseObject *&referenced = record_slot<kxBaseObject *>(instance, attr.offset);
             if (referenced != nullptr) function(&referenced, context);
         } else if (slot.kind == SLOT_AGGREGATE) {
-            kxAggregate *aggregate = slot_at<kxAggregate *>(instance, attr.offset);
+            kxAggregate *aggregate = record_slot<kxAggregate *>(instance, attr.offset);
             if (aggregate != nullptr) aggregate_for_each_reference(aggregate, slot.type_ref, function, context);
         }
     }
@@ -113,7 +108,7 @@ char16_t *entity_predefined_type_string(const kxBaseObject *instance) {
     const ClassRelease *release = baseobject_class_release(instance);
     if (release == nullptr || release->predefined_type_attr < 0) return nullptr;
     const AttrRef &attr = release->attrs[release->predefined_type_attr];
-    const int32_t value = slot_at<int32_t>(const_cast<kxBaseObject *>(instance), attr.offset);
+    const int32_t value = record_slot<int32_t>(const_cast<kxBaseObject *>(instance), attr.offset);
     return const_cast<char16_t *>(enum_to_string(g_enums[g_slots[attr.slot].type_ref], value));
 }
 
@@ -162,12 +157,12 @@ void entity_process_inverse_relation(kxBaseObject *candidate, const char16_t *at
         if (!wstr_equal_nocase(slot.name, attribute)) continue;
         bool refers = false;
         if (slot.kind == SLOT_ENTITY) {
-            refers = slot_at<kxBaseObject *>(candidate, attr.offset) == target;
+            refers = record_slot<kxBaseObject *>(candidate, attr.offset) == target;
         } else if (slot.kind == SLOT_SELECT) {
-            kxBaseObject *select = slot_at<kxBaseObject *>(candidate, attr.offset);
+            kxBaseObject *select = record_slot<kxBaseObject *>(candidate, attr.offset);
             refers = select != nullptr && select_refers_to(select, target);
         } else if (slot.kind == SLOT_AGGREGATE) {
-            kxAggregate *aggregate = slot_at<kxAggregate *>(candidate, attr.offset);
+            kxAggregate *aggregate = record_slot<kxAggregate *>(candidate, attr.offset);
             refers = aggregate != nullptr && aggregate_holds(aggregate, slot.type_ref, target);
         }
         if (refers) ptrarray_append(reinterpret_cast<PtrArray *>(result), candidate);

@@ -21,11 +21,6 @@
 namespace kx {
 namespace {
 
-template <typename T>
-T &slot_at(kxBaseObject *instance, uint32_t offset) {
-    return *reinterpret_cast<T *>(reinterpret_cast<char *>(instance) + offset);
-}
-
 // ---------------------------------------------------------------------------
 // Writing
 
@@ -144,62 +139,62 @@ void write_aggregate(kxIfcWriteData *output, const kxAggregate *aggregate, uint3
 bool write_slot_value(kxIfcWriteData *output, kxBaseObject *instance, const AttrRef &attr, const SlotInfo &slot) {
     switch (slot.kind) {
     case SLOT_STRING: {
-        const char16_t *text = slot_at<char16_t *>(instance, attr.offset);
+        const char16_t *text = record_slot<char16_t *>(instance, attr.offset);
         if (text == nullptr) return false;
         kxIfcWriteData_write_string(output, text);
         return true;
     }
     case SLOT_REAL: {
-        const double value = slot_at<double>(instance, attr.offset);
+        const double value = record_slot<double>(instance, attr.offset);
         if (real_is_undefined(value)) return false;
         kxIfcWriteData_write_real(output, value);
         return true;
     }
     case SLOT_INTEGER: {
-        const int32_t value = slot_at<int32_t>(instance, attr.offset);
+        const int32_t value = record_slot<int32_t>(instance, attr.offset);
         if (value == kIntegerUndefined) return false;
         kxIfcWriteData_write_integer(output, value);
         return true;
     }
     case SLOT_BOOLEAN: {
-        const int32_t value = slot_at<int32_t>(instance, attr.offset);
+        const int32_t value = record_slot<int32_t>(instance, attr.offset);
         if (value == kBooleanUndefined) return false;
         coretype_write_boolean(output, value);
         return true;
     }
     case SLOT_LOGICAL: {
-        const int32_t value = slot_at<int32_t>(instance, attr.offset);
+        const int32_t value = record_slot<int32_t>(instance, attr.offset);
         if (value == kLogicalUndefined) return false;
         coretype_write_logical(output, value);
         return true;
     }
     case SLOT_BINARY: {
-        const kxBinary &value = slot_at<kxBinary>(instance, attr.offset);
+        const kxBinary &value = record_slot<kxBinary>(instance, attr.offset);
         if (value.num_bits == 0) return false;
         write_binary(output, value);
         return true;
     }
     case SLOT_ENUM: {
         const EnumInfo &info = g_enums[slot.type_ref];
-        const int32_t value = slot_at<int32_t>(instance, attr.offset);
+        const int32_t value = record_slot<int32_t>(instance, attr.offset);
         if (!enum_has_value(info, value)) return false;
         kxIfcWriteData_write_text(output, enum_to_literal(info, value));
         return true;
     }
     case SLOT_ENTITY: {
-        const kxBaseObject *referenced = slot_at<kxBaseObject *>(instance, attr.offset);
+        const kxBaseObject *referenced = record_slot<kxBaseObject *>(instance, attr.offset);
         if (referenced == nullptr) return false;
         write_reference(output, referenced);
         return true;
     }
     case SLOT_SELECT: {
-        const kxBaseObject *select = slot_at<kxBaseObject *>(instance, attr.offset);
+        const kxBaseObject *select = record_slot<kxBaseObject *>(instance, attr.offset);
         if (select == nullptr || reinterpret_cast<const kxSelectObject *>(select)->type == 0) return false;
         write_select(output, select);
         return true;
     }
     case SLOT_AGGREGATE: {
-        const kxAggregate *aggregate = slot_at<kxAggregate *>(instance, attr.offset);
+        const kxAggregate *aggregate = record_slot<kxAggregate *>(instance, attr.offset);
         if (aggregate == nullptr) return false;
         write_aggregate(output, aggregate, slot.type_ref);
         return true;
@@ -467,21 +462,21 @@ void read_attribute(kxParseParList *list, kxBaseObject *instance, const AttrRef 
     if (kxParserParam_is_null_or_derived(parameter)) return;
     const char16_t *name = slot.name;
     switch (slot.kind) {
-    case SLOT_STRING: coretype_read_string(list, parameter, name, &slot_at<char16_t *>(instance, attr.offset)); break;
-    case SLOT_REAL: coretype_read_real(list, parameter, name, &slot_at<double>(instance, attr.offset)); break;
-    case SLOT_INTEGER: coretype_read_integer(list, parameter, name, &slot_at<int32_t>(instance, attr.offset)); break;
-    case SLOT_BOOLEAN: coretype_read_boolean(list, parameter, name, &slot_at<int32_t>(instance, attr.offset)); break;
-    case SLOT_LOGICAL: coretype_read_logical(list, parameter, name, &slot_at<int32_t>(instance, attr.offset)); break;
-    case SLOT_BINARY: coretype_read_binary(list, parameter, name, &slot_at<kxBinary>(instance, attr.offset)); break;
-    case SLOT_ENUM: slot_at<int32_t>(instance, attr.offset) = read_enum(list, parameter, slot.type_ref, name); break;
+    case SLOT_STRING: coretype_read_string(list, parameter, name, &record_slot<char16_t *>(instance, attr.offset)); break;
+    case SLOT_REAL: coretype_read_real(list, parameter, name, &record_slot<double>(instance, attr.offset)); break;
+    case SLOT_INTEGER: coretype_read_integer(list, parameter, name, &record_slot<int32_t>(instance, attr.offset)); break;
+    case SLOT_BOOLEAN: coretype_read_boolean(list, parameter, name, &record_slot<int32_t>(instance, attr.offset)); break;
+    case SLOT_LOGICAL: coretype_read_logical(list, parameter, name, &record_slot<int32_t>(instance, attr.offset)); break;
+    case SLOT_BINARY: coretype_read_binary(list, parameter, name, &record_slot<kxBinary>(instance, attr.offset)); break;
+    case SLOT_ENUM: record_slot<int32_t>(instance, attr.offset) = read_enum(list, parameter, slot.type_ref, name); break;
     case SLOT_ENTITY:
-        slot_at<kxBaseObject *>(instance, attr.offset) = read_reference(list, parameter, slot.type_ref, name);
+        record_slot<kxBaseObject *>(instance, attr.offset) = read_reference(list, parameter, slot.type_ref, name);
         break;
     case SLOT_SELECT:
-        slot_at<kxBaseObject *>(instance, attr.offset) = read_select(list, parameter, slot.type_ref, name);
+        record_slot<kxBaseObject *>(instance, attr.offset) = read_select(list, parameter, slot.type_ref, name);
         break;
     case SLOT_AGGREGATE:
-        read_aggregate(list, parameter, slot.type_ref, name, &slot_at<kxAggregate *>(instance, attr.offset));
+        read_aggregate(list, parameter, slot.type_ref, name, &record_slot<kxAggregate *>(instance, attr.offset));
         break;
     default: kx_assert_unreachable(); break;
     }
