@@ -1,0 +1,317 @@
+// Inverse relations computed on demand: which relationships are found
+// (through subtypes of the relating class, through select values and
+// aggregates of them), each once, in creation order, and an empty array
+// where the release has no such inverse. Then every exported inverse
+// accessor of the built shared library, called on an instance of each
+// release where its entity is concrete.
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/class.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
+#include "record_helpers.h"
+#include "shared_library.h"
+#include "test_support.h"
+
+namespace {
+
+// The array's elements, freeing the array.
+std::vector<kxBaseObject *> take(kxArrayST *array) {
+    std::vector<kxBaseObject *> result;
+    EXPECT_NE(array, nullptr) << "an inverse relation always answers with an array";
+    if (array == nullptr) return result;
+    for (uint32_t i = 0; i < kxArrayST_dontuse_count(array); i++)
+        result.push_back(static_cast<kxBaseObject *>(kxArrayST_dontuse_get(array, i)));
+    kxArrayST_dontuse_free(&array, nullptr);
+    return result;
+}
+
+using Found = std::vector<kxBaseObject *>;
+
+class InverseRelationsTest : public kxtest::LibraryTest {
+protected:
+    void TearDown() override {
+        for (kxIfcModel *&model : models_) kxIfcModel_free(&model);
+        LibraryTest::TearDown();
+    }
+    kxIfcModel *model(kxIfcVersion_t release) {
+        kxIfcModel *model = kxIfcModel_new();
+        kxIfcModel_set_version(model, release);
+        models_.push_back(model);
+        return model;
+    }
+    static kxBaseObject *make(kxIfcModel *model, const kxClass_t *klass) {
+        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
+        EXPECT_NE(instance, nullptr);
+        return instance;
+    }
+    // A new set of the given instances, for a RelatedObjects-like attribute.
+    template <typename New, typename Append>
+    static kxAggregate *set_of(New new_set, Append append, std::initializer_list<kxBaseObject *> elements) {
+        kxAggregate *set = new_set();
+        for (kxBaseObject *element : elements) append(set, element);
+        return set;
+    }
+
+    std::vector<kxIfcModel *> models_;
+};
+
+TEST_F(InverseRelationsTest, InverseMissingInTheReleaseGivesAnEmptyArray) {
+    kxIfcModel *m4 = model(KXIFCVERSION_IFC_4);
+    kxBaseObject *wall4 = make(m4, kxIfcWall_class());
+    kxBaseObject *whole = make(m4, kxIfcBuilding_class());
+    kxBaseObject *relation = make(m4, kxIfcRelAggregates_class());
+    kxIfcRelAggregates_set_RelatingObject_v4(relation, wall4);
+    kxIfcRelAggregates_set_RelatedObjects_v4(
+        relation, set_of(kxSetIfcObjectDefinition_new, kxSetIfcObjectDefinition_append_element, {whole}));
+
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDecomposedBy_v2x3(wall4)), Found{});
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDecomposedBy_v4(wall4)), Found{relation});
+    EXPECT_EQ(take(kxIfcBuilding_inverse_relation_Decomposes_v2x3(whole)), Found{});
+    EXPECT_EQ(take(kxIfcBuilding_inverse_relation_Decomposes_v4(whole)), Found{relation});
+
+    // An inverse of IFC4 alone, without suffix, on an IFC2X3 wall.
+    kxIfcModel *m2 = model(KXIFCVERSION_IFC_2X3);
+    kxBaseObject *wall2 = make(m2, kxIfcWall_class());
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsTypedBy(wall2)), Found{});
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDecomposedBy_v4(wall2)), Found{});
+}
+
+TEST_F(InverseRelationsTest, RelationshipListingTheInstanceTwiceIsFoundOnce) {
+    kxIfcModel *m = model(KXIFCVERSION_IFC_4);
+    kxBaseObject *wall = make(m, kxIfcWall_class());
+    kxBaseObject *other = make(m, kxIfcWall_class());
+    kxBaseObject *relation = make(m, kxIfcRelDefinesByProperties_class());
+    kxIfcRelDefinesByProperties_set_RelatedObjects_v4(
+        relation,
+        set_of(kxSetIfcObjectDefinition_new, kxSetIfcObjectDefinition_append_element, {other, wall, wall}));
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDefinedBy_v4(wall)), Found{relation});
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDefinedBy_v4(other)), Found{relation});
+}
+
+TEST_F(InverseRelationsTest, RelatingClassIncludesItsSubtypesInCreationOrder) {
+    // IsDefinedBy of IFC2X3 asks IfcRelDefines, so both of its subtypes are
+    // found, in the order they were made rather than by class.
+    kxIfcModel *m = model(KXIFCVERSION_IFC_2X3);
+    kxBaseObject *wall = make(m, kxIfcWall_class());
+    kxBaseObject *unrelated = make(m, kxIfcWall_class());
+    kxBaseObject *relations[3] = {make(m, kxIfcRelDefinesByType_class()), make(m, kxIfcRelDefinesByProperties_class()),
+                                  make(m, kxIfcRelDefinesByType_class())};
+    kxBaseObject *elsewhere = make(m, kxIfcRelDefinesByProperties_class());
+    // Filled in reverse order: the answer still follows creation.
+    kxIfcRelDefinesByType_set_RelatedObjects_v2x3(relations[2],
+                                                  set_of(kxSetIfcObject_new, kxSetIfcObject_append_element, {wall}));
+    kxIfcRelDefinesByProperties_set_RelatedObjects_v2x3(
+        relations[1], set_of(kxSetIfcObject_new, kxSetIfcObject_append_element, {unrelated, wall}));
+    kxIfcRelDefinesByType_set_RelatedObjects_v2x3(relations[0],
+                                                  set_of(kxSetIfcObject_new, kxSetIfcObject_append_element, {wall}));
+    kxIfcRelDefinesByProperties_set_RelatedObjects_v2x3(
+        elsewhere, set_of(kxSetIfcObject_new, kxSetIfcObject_append_element, {unrelated}));
+
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDefinedBy_v2x3(wall)),
+              (Found{relations[0], relations[1], relations[2]}));
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDefinedBy_v2x3(unrelated)), (Found{relations[1], elsewhere}));
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_IsDefinedBy_v4(wall)), Found{});
+}
+
+TEST_F(InverseRelationsTest, ContainedInStructureThroughRelatedElements) {
+    for (kxIfcVersion_t release : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
+        kxIfcModel *m = model(release);
+        kxBaseObject *storey = make(m, kxIfcBuildingStorey_class());
+        kxBaseObject *wall = make(m, kxIfcWall_class());
+        kxBaseObject *slab = make(m, kxIfcSlab_class());
+        kxBaseObject *loose = make(m, kxIfcWall_class());
+        kxBaseObject *containment = make(m, kxIfcRelContainedInSpatialStructure_class());
+        kxIfcRelContainedInSpatialStructure_set_RelatedElements(
+            containment, set_of(kxSetIfcProduct_new, kxSetIfcProduct_append_element, {wall, slab}));
+        if (release == KXIFCVERSION_IFC_2X3)
+            kxIfcRelContainedInSpatialStructure_set_RelatingStructure_v2x3(containment, storey);
+        else
+            kxIfcRelContainedInSpatialStructure_set_RelatingStructure_v4(containment, storey);
+
+        EXPECT_EQ(take(kxIfcWall_inverse_relation_ContainedInStructure(wall)), Found{containment});
+        EXPECT_EQ(take(kxIfcSlab_inverse_relation_ContainedInStructure(slab)), Found{containment});
+        EXPECT_EQ(take(kxIfcWall_inverse_relation_ContainedInStructure(loose)), Found{});
+        EXPECT_EQ(take(kxIfcBuildingStorey_inverse_relation_ContainsElements(storey)), Found{containment});
+    }
+}
+
+// Whether the attribute of the class is select-typed in the release.
+bool is_select_attribute(const kxClass_t *klass, uint32_t release, const std::string &name, uint8_t kind) {
+    const kx::ClassRelease *attrs = kx::class_release(klass, release);
+    for (uint32_t i = 0; i < attrs->num_attrs; i++) {
+        const kx::SlotInfo &slot = kx::g_slots[attrs->attrs[i].slot];
+        if (kxtest::narrow(slot.name) != name) continue;
+        if (kind == kx::SLOT_SELECT) return slot.kind == kx::SLOT_SELECT;
+        return slot.kind == kx::SLOT_AGGREGATE && kx::g_aggregates[slot.type_ref].element_kind == kx::SLOT_SELECT;
+    }
+    return false;
+}
+
+TEST_F(InverseRelationsTest, ForwardAttributeHoldingSelectValues) {
+    kxIfcModel *m = model(KXIFCVERSION_IFC_4);
+    // In IFC4 IfcRelAssignsToProduct.RelatingProduct is an IfcProductSelect,
+    // IfcRelAssociatesMaterial.RelatingMaterial an IfcMaterialSelect and its
+    // RelatedObjects a set of IfcDefinitionSelect.
+    ASSERT_TRUE(is_select_attribute(kxIfcRelAssignsToProduct_class(), 1, "RelatingProduct", kx::SLOT_SELECT));
+    ASSERT_TRUE(is_select_attribute(kxIfcRelAssociatesMaterial_class(), 1, "RelatingMaterial", kx::SLOT_SELECT));
+    ASSERT_TRUE(is_select_attribute(kxIfcRelAssociatesMaterial_class(), 1, "RelatedObjects", kx::SLOT_AGGREGATE));
+
+    kxBaseObject *wall = make(m, kxIfcWall_class());
+    kxBaseObject *other = make(m, kxIfcWall_class());
+    kxBaseObject *assignments[2];
+    for (int i = 0; i < 2; i++) {
+        assignments[i] = make(m, kxIfcRelAssignsToProduct_class());
+        kxBaseObject *product = make(m, kxIfcProductSelect_class());
+        kxIfcProductSelect_set_kxIfcProduct(product, i == 0 ? wall : other);
+        kxIfcRelAssignsToProduct_set_RelatingProduct_v4(assignments[i], product);
+    }
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_ReferencedBy(wall)), Found{assignments[0]});
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_ReferencedBy(other)), Found{assignments[1]});
+
+    kxBaseObject *material = make(m, kxIfcMaterial_class());
+    kxBaseObject *association = make(m, kxIfcRelAssociatesMaterial_class());
+    kxBaseObject *relating = make(m, kxIfcMaterialSelect_class());
+    kxIfcMaterialSelect_set_kxIfcMaterial(relating, material);
+    kxIfcRelAssociatesMaterial_set_RelatingMaterial(association, relating);
+    kxSetIfcDefinitionSelect *related = kxSetIfcDefinitionSelect_new();
+    for (kxBaseObject *element : {other, wall}) {
+        kxBaseObject *definition = make(m, kxIfcDefinitionSelect_class());
+        kxIfcDefinitionSelect_set_kxIfcObjectDefinition(definition, element);
+        kxSetIfcDefinitionSelect_append_element(related, definition);
+    }
+    kxIfcRelAssociatesMaterial_set_RelatedObjects_v4(association, related);
+    EXPECT_EQ(take(kxIfcMaterial_inverse_relation_AssociatedTo(material)), Found{association});
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_HasAssociations(wall)), Found{association});
+    EXPECT_EQ(take(kxIfcWall_inverse_relation_HasAssociations(other)), Found{association});
+    EXPECT_EQ(take(kxIfcSlab_inverse_relation_HasAssociations(make(m, kxIfcSlab_class()))), Found{});
+}
+
+// ---------------------------------------------------------------------------
+// Every exported inverse accessor, through the built shared library.
+
+struct InverseRow {
+    std::string entity, name;
+    std::string relating[2], attribute[2];  // "-" where the release has none
+};
+
+struct Manifest {
+    std::vector<InverseRow> inverses;
+    std::map<std::pair<std::string, std::string>, std::vector<std::pair<int, std::string>>> attrs;  // releases, kind
+};
+
+Manifest read_manifest() {
+    Manifest manifest;
+    std::ifstream file(std::string(KX_GENERATED_DIR) + "/manifest/accessors.tsv");
+    std::string line;
+    while (std::getline(file, line)) {
+        std::vector<std::string> fields;
+        std::istringstream split(line);
+        for (std::string field; std::getline(split, field, '\t');) fields.push_back(field);
+        if (fields[0] == "inverse" && fields.size() == 7)
+            manifest.inverses.push_back({fields[1], fields[2], {fields[3], fields[5]}, {fields[4], fields[6]}});
+        else if (fields[0] == "attr" && fields.size() == 8)
+            manifest.attrs[{fields[1], fields[2]}].push_back({std::stoi(fields[6]), fields[4]});
+    }
+    return manifest;
+}
+
+std::u16string widen(const std::string &text) { return std::u16string(text.begin(), text.end()); }
+
+TEST(InverseRelationsExportsTest, ManifestNamesAForwardReferenceForEveryInverse) {
+    const Manifest manifest = read_manifest();
+    ASSERT_GT(manifest.inverses.size(), 7000u);
+    for (const InverseRow &row : manifest.inverses) {
+        bool any = false;
+        for (int release = 0; release < 2; release++) {
+            if (row.relating[release] == "-") {
+                EXPECT_EQ(row.attribute[release], "-") << row.entity << "." << row.name;
+                continue;
+            }
+            any = true;
+            // The relating entity has the forward attribute in that release,
+            // and it can hold a reference.
+            bool found = false;
+            const auto attrs = manifest.attrs.find({row.relating[release], row.attribute[release]});
+            if (attrs != manifest.attrs.end())
+                for (const auto &[releases, kind] : attrs->second)
+                    if (((releases >> release) & 1) != 0)
+                        found = kind == "ENTITY" || kind == "SELECT" || kind == "AGGREGATE";
+            EXPECT_TRUE(found) << row.entity << "." << row.name << " -> " << row.relating[release] << "."
+                               << row.attribute[release] << " in release " << release;
+        }
+        EXPECT_TRUE(any) << row.entity << "." << row.name << " exists in no release";
+        // A suffix names the one release that differs.
+        const bool v2x3 = row.name.size() > 5 && row.name.compare(row.name.size() - 5, 5, "_v2x3") == 0;
+        const bool v4 = row.name.size() > 3 && row.name.compare(row.name.size() - 3, 3, "_v4") == 0;
+        if (v2x3) {
+            EXPECT_EQ(row.relating[1], "-") << row.entity << "." << row.name;
+        }
+        if (v4) {
+            EXPECT_EQ(row.relating[0], "-") << row.entity << "." << row.name;
+        }
+    }
+}
+
+TEST(InverseRelationsExportsTest, EveryExportedInverseAnswersWithAnArray) {
+    KX_REQUIRE_SHARED_LIBRARY();
+    kxtest::SharedLibrary library;
+    ASSERT_TRUE(library.open()) << dlerror();
+    const Manifest manifest = read_manifest();
+
+    int64_t blocks_before = 0, bytes_before = 0;
+    library.memory_usage(&blocks_before, &bytes_before);
+    const uint64_t reports_before = library.assert_count();
+
+    uint32_t calls = 0;
+    std::set<std::string> missing;
+    for (int release = 0; release < 2; release++) {
+        const kxIfcVersion_t version = static_cast<kxIfcVersion_t>(release);
+        kxIfcModel *model = library.model_new();
+        library.set_version(model, version);
+        std::map<std::string, kxBaseObject *> instances;
+        for (const InverseRow &row : manifest.inverses) {
+            const std::string symbol = "kx" + row.entity + "_inverse_relation_" + row.name;
+            auto *inverse = library.function<kxArrayST *(const kxBaseObject *)>(symbol);
+            if (inverse == nullptr) {
+                missing.insert(symbol);
+                continue;
+            }
+            auto found = instances.find(row.entity);
+            if (found == instances.end()) {
+                const std::u16string name = widen(row.entity);
+                const kxClass_t *klass = library.find_class(name.c_str());
+                kxBaseObject *instance = nullptr;
+                if (klass != nullptr && library.exists_in(klass, version) && !library.is_abstract(klass, version))
+                    instance = library.new_object(model, klass);
+                found = instances.emplace(row.entity, instance).first;
+            }
+            if (found->second == nullptr) continue;
+            kxArrayST *array = inverse(found->second);
+            EXPECT_NE(array, nullptr) << symbol << " in release " << release;
+            if (array == nullptr) continue;
+            EXPECT_EQ(library.array_count(array), 0u) << symbol << ": nothing refers to the instance";
+            library.array_free(&array, nullptr);
+            calls++;
+        }
+        library.model_free(&model);
+    }
+    EXPECT_TRUE(missing.empty()) << missing.size() << " not exported, first " << *missing.begin();
+    // Most inverses belong to concrete entities of both releases.
+    EXPECT_GT(calls, manifest.inverses.size());
+    std::printf("inverse accessors: %zu exported, %u calls on concrete instances\n", manifest.inverses.size(), calls);
+
+    int64_t blocks_after = 0, bytes_after = 0;
+    library.memory_usage(&blocks_after, &bytes_after);
+    EXPECT_EQ(blocks_after, blocks_before);
+    EXPECT_EQ(bytes_after, bytes_before);
+    EXPECT_EQ(library.assert_count(), reports_before);
+}
+
+}  // namespace

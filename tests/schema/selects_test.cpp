@@ -1,0 +1,420 @@
+// Select values: member codes, the setters' ownership rules (including the
+// plain members that overwrite without clearing), reading a parameter that
+// fits no member, and typed values read and written.
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/baseobject.h"
+#include "core/class.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
+#include "schema/engines.h"
+#include "step/parseparlist.h"
+#include "step/writedata.h"
+#include "support/memory.h"
+#include "support/wstring.h"
+#include "record_helpers.h"
+#include "shared_library.h"
+#include "test_support.h"
+
+namespace {
+
+using kxtest::narrow;
+
+int64_t live_blocks() { return kx::mem_usage().live_blocks; }
+
+class SelectsTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        model_ = kxIfcModel_new();
+        kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
+    }
+    void TearDown() override {
+        if (list_ != nullptr) kxParseParList_free(&list_);
+        kxIfcModel_free(&model_);
+        LibraryTest::TearDown();
+    }
+    kxBaseObject *make(const kxClass_t *klass) {
+        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model_, klass);
+        EXPECT_NE(instance, nullptr);
+        return instance;
+    }
+    static kxBaseObject *create_for_list(void *model, const kxClass_t *klass) {
+        return kxIfcModel_dontuse_new_object(static_cast<kxIfcModel *>(model), klass);
+    }
+
+    // A parameter list for an instance line, filled by the helpers below.
+    kxParseParList *list() {
+        if (list_ == nullptr) list_ = kxParseParList_new(KXIFCVERSION_IFC_4, &create_for_list, model_);
+        return list_;
+    }
+    void add_string(const char16_t *text) {
+        char16_t *owned = kx::wstr_copy(text);
+        kxParseParList_append(list(), kxParserParam_string(&owned, 1, 0));
+    }
+    void add_unset(int count) {
+        for (int i = 0; i < count; i++) kxParseParList_append(list(), kxParserParam_null(1, 0));
+    }
+    void add_reference(kxBaseObject *instance) {
+        kxParseParList_append(list(), kxParserParam_reference(instance->output_file_id, instance, 1, 0));
+    }
+    // NAME(value) as the tokenizer gives it: the name, a begin, the value, an end.
+    void add_typed(const char16_t *upper_name, kxParserParam value) {
+        char16_t *name = kx::wstr_copy(upper_name);
+        kxParseParList_append(list(), kxParserParam_typed_name(&name, 1, 0));
+        kxParseParList_append(list(), kxParserParam_nested_begin(1, 0));
+        kxParseParList_append(list(), value);
+        kxParseParList_append(list(), kxParserParam_nested_end(1, 0));
+    }
+    static kxParserParam string_value(const char16_t *text) {
+        char16_t *owned = kx::wstr_copy(text);
+        return kxParserParam_string(&owned, 1, 0);
+    }
+
+    static std::string written(kxBaseObject *instance) {
+        char *buffer = nullptr;
+        size_t size = 0;
+        FILE *stream = open_memstream(&buffer, &size);
+        kxIfcWriteData *output = kxIfcWriteData_new(stream);
+        kx::entity_write_object(instance, output);
+        kxIfcWriteData_free(&output);
+        std::fclose(stream);
+        std::string text(buffer, size);
+        std::free(buffer);
+        kx::baseobject_clear_written_flag(instance);
+        return text;
+    }
+    static std::string id(const kxBaseObject *instance) { return std::to_string(instance->output_file_id); }
+
+    kxIfcModel *model_ = nullptr;
+    kxParseParList *list_ = nullptr;
+};
+
+// ---- member codes ----
+
+TEST_F(SelectsTest, MembersAreNumberedInSchemaOrderWithNestedSelectsExpanded) {
+    kxBaseObject *actor = make(kxIfcActorSelect_class());
+    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 0u) << "nothing held at first";
+    kxIfcActorSelect_set_kxIfcOrganization(actor, make(kxIfcOrganization_class()));
+    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 1u);
+    kxIfcActorSelect_set_kxIfcPerson(actor, make(kxIfcPerson_class()));
+    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 2u);
+    kxIfcActorSelect_set_kxIfcPersonAndOrganization(actor, make(kxIfcPersonAndOrganization_class()));
+    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 3u);
+
+    // IfcValue: the measures first, then the simple values, then the
+    // derived measures.
+    kxBaseObject *value = make(kxIfcValue_class());
+    kxIfcValue_set_kxIfcLengthMeasure(value, 2.5);
+    EXPECT_EQ(kxIfcValue_get_type(value), 13u);
+    EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
+    kxIfcValue_set_kxIfcLabel(value, u"Wall");
+    EXPECT_EQ(kxIfcValue_get_type(value), 28u);
+    EXPECT_EQ(narrow(kxIfcValue_get_kxIfcLabel(value)), "Wall");
+}
+
+// ---- setters ----
+
+TEST_F(SelectsTest, InstanceMemberReplacesAnotherMemberAndReleasesIt) {
+    kxBaseObject *select = make(kxIfcActorSelect_class());
+    kxBaseObject *organization = make(kxIfcOrganization_class());
+    kxBaseObject *person = make(kxIfcPerson_class());
+    const uint32_t alone = organization->retain_count;
+    kxIfcActorSelect_set_kxIfcOrganization(select, organization);
+    EXPECT_EQ(organization->retain_count, alone + 1);
+
+    kxIfcActorSelect_set_kxIfcPerson(select, person);
+    EXPECT_EQ(organization->retain_count, alone) << "the organisation is released";
+    EXPECT_EQ(person->retain_count, alone + 1);
+    EXPECT_EQ(kxIfcActorSelect_get_type(select), 2u);
+    EXPECT_EQ(kxIfcActorSelect_get_kxIfcPerson(select), person);
+
+    // The same person again: still one retain.
+    kxIfcActorSelect_set_kxIfcPerson(select, person);
+    EXPECT_EQ(person->retain_count, alone + 1);
+    EXPECT_EQ(kxIfcActorSelect_get_kxIfcPerson(select), person);
+
+    // Another person of the same member releases the first.
+    kxBaseObject *other = make(kxIfcPerson_class());
+    kxIfcActorSelect_set_kxIfcPerson(select, other);
+    EXPECT_EQ(person->retain_count, alone);
+    EXPECT_EQ(other->retain_count, alone + 1);
+}
+
+TEST_F(SelectsTest, TextMemberOwnsACopyAndClearsWhatWasHeld) {
+    kxBaseObject *select = make(kxIfcValue_class());
+    const int64_t empty = live_blocks();
+    kxIfcValue_set_kxIfcLabel(select, u"first");
+    EXPECT_EQ(live_blocks(), empty + 1);
+    kxIfcValue_set_kxIfcLabel(select, u"second");
+    EXPECT_EQ(live_blocks(), empty + 1) << "the previous text is freed";
+    kxIfcValue_set_kxIfcText(select, u"text");
+    EXPECT_EQ(live_blocks(), empty + 1) << "the label held is freed by another text member";
+    EXPECT_EQ(kxIfcValue_get_type(select), 27u);
+
+    // An instance member held is released by a text member too.
+    kxBaseObject *measure_select = make(kxIfcMetricValueSelect_class());
+    kxBaseObject *table = make(kxIfcTable_class());
+    const uint32_t alone = table->retain_count;
+    kxIfcMetricValueSelect_set_kxIfcTable(measure_select, table);
+    EXPECT_EQ(table->retain_count, alone + 1);
+    kxIfcMetricValueSelect_set_kxIfcText(measure_select, u"note");
+    EXPECT_EQ(table->retain_count, alone);
+    EXPECT_EQ(narrow(kxIfcMetricValueSelect_get_kxIfcText(measure_select)), "note");
+}
+
+TEST_F(SelectsTest, PlainMemberOverwritesWithoutClearingWhatWasHeld) {
+    kxBaseObject *select = make(kxIfcValue_class());
+    kxIfcValue_set_kxIfcLabel(select, u"Wall");
+    char16_t *label = const_cast<char16_t *>(kxIfcValue_get_kxIfcLabel(select));
+    const int64_t with_label = live_blocks();
+
+    kxIfcValue_set_kxIfcLengthMeasure(select, 2.5);
+    EXPECT_EQ(kxIfcValue_get_type(select), 13u);
+    EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(select), 2.5);
+    EXPECT_EQ(live_blocks(), with_label) << "the label is left allocated: plain members do not clear";
+    EXPECT_EQ(narrow(label), "Wall");
+
+    // Nobody holds the label now: give it back ourselves.
+    kx::wstr_destroy(&label);
+    EXPECT_EQ(live_blocks(), with_label - 1);
+
+    // Plain members over plain members just store.
+    kxIfcValue_set_kxIfcInteger(select, 7);
+    EXPECT_EQ(kxIfcValue_get_type(select), 23u);
+    EXPECT_EQ(kxIfcValue_get_kxIfcInteger(select), 7);
+}
+
+// ---- reading ----
+
+TEST_F(SelectsTest, ParameterThatFitsNoMemberIsReportedAndLeavesTheAttributeEmpty) {
+    kxBaseObject *wall = make(kxIfcWall_class());
+    const uint32_t wall_retains = wall->retain_count;
+    add_string(u"0123456789012345678901");
+    add_unset(4);
+    add_reference(wall);  // TheActor
+    kxBaseObject *actor = make(kxIfcActor_class());
+    const uint32_t instances = kxIfcModel_count_objects(model_);
+
+    kx::entity_init_from_parse(actor, list());
+    EXPECT_EQ(kxIfcActor_get_TheActor(actor), nullptr);
+    EXPECT_EQ(kxIfcActor_TheActor_has_value(actor), kxBFALSE);
+    EXPECT_EQ(wall->retain_count, wall_retains);
+    EXPECT_EQ(kxIfcModel_count_objects(model_), instances) << "no select value is left behind";
+    EXPECT_TRUE(kxParseParList_has_errors(list()));
+    const kxParserParam *wrong = kxParseParList_get(list(), 5);
+    ASSERT_TRUE(wrong->has_error);
+    EXPECT_EQ(narrow(wrong->message), "Incorrect type, expected 'kxIfcActorSelect'");
+    EXPECT_EQ(narrow(wrong->expected_type), "kxIfcActorSelect");
+    EXPECT_FALSE(kxParseParList_get(list(), 0)->has_error);
+}
+
+TEST_F(SelectsTest, ReferenceIsReadAsTheMemberItsInstanceIsKindOf) {
+    kxBaseObject *person = make(kxIfcPerson_class());
+    const uint32_t alone = person->retain_count;
+    add_string(u"0123456789012345678901");
+    add_unset(4);
+    add_reference(person);
+    kxBaseObject *actor = make(kxIfcActor_class());
+    kx::entity_init_from_parse(actor, list());
+    EXPECT_FALSE(kxParseParList_has_errors(list()));
+    kxBaseObject *select = kxIfcActor_get_TheActor(actor);
+    ASSERT_NE(select, nullptr);
+    EXPECT_EQ(kxIfcActorSelect_get_type(select), 2u);
+    EXPECT_EQ(kxIfcActorSelect_get_kxIfcPerson(select), person);
+    EXPECT_EQ(person->retain_count, alone + 1);
+    EXPECT_EQ(written(actor), "#" + id(actor) + "= IFCACTOR('0123456789012345678901',$,$,$,$,#" + id(person) + ");\n");
+}
+
+TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {
+    kxBaseObject *label = make(kxIfcPropertySingleValue_class());
+    add_string(u"Name");
+    add_unset(1);
+    add_typed(u"IFCLABEL", string_value(u"Wall"));
+    add_unset(1);
+    kx::entity_init_from_parse(label, list());
+    EXPECT_FALSE(kxParseParList_has_errors(list()));
+    kxBaseObject *value = kxIfcPropertySingleValue_get_NominalValue(label);
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(kxIfcValue_get_type(value), 28u);
+    EXPECT_EQ(narrow(kxIfcValue_get_kxIfcLabel(value)), "Wall");
+    kxParseParList_free(&list_);
+
+    kxBaseObject *length = make(kxIfcPropertySingleValue_class());
+    add_string(u"Height");
+    add_unset(1);
+    add_typed(u"IFCLENGTHMEASURE", kxParserParam_real(2.5, 1, 0));
+    add_unset(1);
+    kx::entity_init_from_parse(length, list());
+    EXPECT_FALSE(kxParseParList_has_errors(list()));
+    value = kxIfcPropertySingleValue_get_NominalValue(length);
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(kxIfcValue_get_type(value), 13u);
+    EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
+    kxParseParList_free(&list_);
+
+    // A type name that is no member: reported, the group skipped, the next
+    // attribute still read.
+    kxBaseObject *unknown = make(kxIfcPropertySingleValue_class());
+    kxBaseObject *unit = make(kxIfcSIUnit_class());
+    add_string(u"Odd");
+    add_unset(1);
+    add_typed(u"IFCWALL", kxParserParam_real(1.0, 1, 0));
+    add_reference(unit);
+    kx::entity_init_from_parse(unknown, list());
+    EXPECT_TRUE(kxParseParList_has_errors(list()));
+    EXPECT_EQ(narrow(kxParseParList_get(list(), 2)->message), "Incorrect type, expected 'kxIfcValue'");
+    EXPECT_EQ(kxIfcPropertySingleValue_get_NominalValue(unknown), nullptr);
+    ASSERT_NE(kxIfcPropertySingleValue_get_Unit(unknown), nullptr);
+    EXPECT_EQ(kxIfcUnit_get_kxIfcNamedUnit(kxIfcPropertySingleValue_get_Unit(unknown)), unit);
+}
+
+// ---- writing ----
+
+TEST_F(SelectsTest, ValueMembersAreWrittenAsTypedValues) {
+    kxBaseObject *property = make(kxIfcPropertySingleValue_class());
+    kxIfcPropertySingleValue_set_Name(property, u"Height");
+    kxBaseObject *value = make(kxIfcValue_class());
+    kxIfcValue_set_kxIfcLengthMeasure(value, 2.5);
+    kxIfcPropertySingleValue_set_NominalValue(property, value);
+    EXPECT_EQ(written(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2.5),$);\n");
+
+    kxIfcValue_set_kxIfcLabel(value, u"Wall");
+    EXPECT_EQ(written(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLABEL('Wall'),$);\n");
+
+    // An empty select value is written like an empty attribute.
+    kxIfcPropertySingleValue_set_NominalValue(property, make(kxIfcValue_class()));
+    EXPECT_EQ(written(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,$,$);\n");
+}
+
+// ---- every exported member accessor ----
+
+struct MemberRow {
+    std::string select, member, kind;
+    uint32_t code;
+    int releases;
+};
+
+std::vector<MemberRow> read_members() {
+    std::vector<MemberRow> rows;
+    std::ifstream file(std::string(KX_GENERATED_DIR) + "/manifest/accessors.tsv");
+    std::string line;
+    while (std::getline(file, line)) {
+        std::vector<std::string> fields;
+        std::istringstream split(line);
+        for (std::string field; std::getline(split, field, '\t');) fields.push_back(field);
+        if (fields.size() == 6 && fields[0] == "member")
+            rows.push_back({fields[1], fields[3], fields[4], static_cast<uint32_t>(std::stoul(fields[2])),
+                            std::stoi(fields[5])});
+    }
+    return rows;
+}
+
+std::u16string widen(const std::string &text) { return std::u16string(text.begin(), text.end()); }
+
+// A concrete class of the release that is kind of the named class: the
+// class itself or the first such subtype.
+std::string concrete_kind_of(const std::string &name, uint32_t release) {
+    const kxClass_t *klass = kxClass_find_by_name(widen(name).c_str());
+    if (klass == nullptr) return "";
+    const uint32_t id = klass->unique_class_id;
+    for (uint32_t candidate = 0; candidate < kx::g_num_classes; candidate++) {
+        const kxClass_t *c = kx::g_classes[candidate];
+        const kx::ClassRelease *rel = kx::class_release(c, release);
+        if (!c->is_entity || rel == nullptr || kx::class_is_abstract(c, static_cast<kxIfcVersion_t>(release)))
+            continue;
+        bool kind_of = candidate == id;
+        for (uint32_t i = 0; i < rel->num_ancestors && !kind_of; i++) kind_of = rel->ancestors[i] == id;
+        if (kind_of) return narrow(c->ifc_name);
+    }
+    return "";
+}
+
+// Each member's exported setter stores its code and its getter gives the
+// value back, for every member of every select, in a release that has it.
+TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
+    KX_REQUIRE_SHARED_LIBRARY();
+    kxtest::SharedLibrary library;
+    ASSERT_TRUE(library.open()) << dlerror();
+    const std::vector<MemberRow> rows = read_members();
+    ASSERT_GT(rows.size(), 600u);
+    int64_t blocks_before = 0, bytes_before = 0;
+    library.memory_usage(&blocks_before, &bytes_before);
+    const uint64_t reports_before = library.assert_count();
+
+    kxIfcModel *models[2];
+    for (uint32_t release = 0; release < 2; release++) {
+        models[release] = library.model_new();
+        library.set_version(models[release], static_cast<kxIfcVersion_t>(release));
+    }
+    char bits[] = {'1', '0'};
+    uint32_t checked = 0, without_instances = 0;
+    for (const MemberRow &row : rows) {
+        const std::string where = row.select + " member " + std::to_string(row.code) + " " + row.member;
+        const uint32_t release = (row.releases & 2) != 0 ? 1 : 0;
+        const std::string prefix = "kx" + row.select + "_";
+        auto *get_type = library.function<uint32_t(const kxBaseObject *)>(prefix + "get_type");
+        void (*setter)() = library.function<void()>(prefix + "set_kx" + row.member);
+        void (*getter)() = library.function<void()>(prefix + "get_kx" + row.member);
+        if (get_type == nullptr || setter == nullptr || getter == nullptr) {
+            ADD_FAILURE() << where << ": accessor not exported";
+            continue;
+        }
+        const kxClass_t *select_class = library.find_class(widen(row.select).c_str());
+        ASSERT_NE(select_class, nullptr) << where;
+        kxBaseObject *select = library.new_object(models[release], select_class);
+        ASSERT_NE(select, nullptr) << where;
+
+        bool gives_back = false;
+        if (row.kind == "ENTITY") {
+            const std::string concrete = concrete_kind_of(row.member, release);
+            if (concrete.empty()) {
+                without_instances++;
+                continue;
+            }
+            kxBaseObject *held = library.new_object(models[release], library.find_class(widen(concrete).c_str()));
+            reinterpret_cast<void (*)(kxBaseObject *, kxBaseObject *)>(setter)(select, held);
+            gives_back = reinterpret_cast<kxBaseObject *(*)(const kxBaseObject *)>(getter)(select) == held;
+        } else if (row.kind == "REAL") {
+            reinterpret_cast<void (*)(kxBaseObject *, double)>(setter)(select, 2.5);
+            gives_back = reinterpret_cast<double (*)(const kxBaseObject *)>(getter)(select) == 2.5;
+        } else if (row.kind == "STRING") {
+            reinterpret_cast<void (*)(kxBaseObject *, const kxWChar *)>(setter)(select, u"text");
+            gives_back = narrow(reinterpret_cast<const kxWChar *(*)(const kxBaseObject *)>(getter)(select)) == "text";
+        } else if (row.kind == "INTEGER" || row.kind == "BOOLEAN" || row.kind == "LOGICAL" || row.kind == "ENUM") {
+            reinterpret_cast<void (*)(kxBaseObject *, int32_t)>(setter)(select, 1);
+            gives_back = reinterpret_cast<int32_t (*)(const kxBaseObject *)>(getter)(select) == 1;
+        } else if (row.kind == "BINARY") {
+            reinterpret_cast<void (*)(kxBaseObject *, kxBinary)>(setter)(select, kxBinary{bits, 2});
+            const kxBinary back = reinterpret_cast<kxBinary (*)(const kxBaseObject *)>(getter)(select);
+            gives_back = back.num_bits == 2 && back.contents != bits && back.contents[0] == '1' && back.contents[1] == '0';
+        } else if (row.kind == "AGGREGATE") {
+            auto *make = library.function<kxAggregate *()>("kx" + row.member + "_new");
+            ASSERT_NE(make, nullptr) << where;
+            kxAggregate *aggregate = make();
+            reinterpret_cast<void (*)(kxBaseObject *, kxAggregate *)>(setter)(select, aggregate);
+            gives_back = reinterpret_cast<kxAggregate *(*)(const kxBaseObject *)>(getter)(select) == aggregate;
+        } else {
+            ADD_FAILURE() << where << ": unknown kind " << row.kind;
+        }
+        EXPECT_EQ(get_type(select), row.code) << where;
+        EXPECT_TRUE(gives_back) << where;
+        checked++;
+    }
+    for (kxIfcModel *&model : models) library.model_free(&model);
+    EXPECT_EQ(checked + without_instances, rows.size());
+    EXPECT_LT(without_instances, 10u);
+
+    int64_t blocks_after = 0, bytes_after = 0;
+    library.memory_usage(&blocks_after, &bytes_after);
+    EXPECT_EQ(blocks_after, blocks_before);
+    EXPECT_EQ(bytes_after, bytes_before);
+    EXPECT_EQ(library.assert_count(), reports_before);
+}
+
+}  // namespace
