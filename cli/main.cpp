@@ -25,10 +25,13 @@ struct Command {
 };
 
 int run_guid(int argc, char **argv);
+int run_header(int argc, char **argv);
 
 constexpr Command kCommands[] = {
     {"guid", "[N]", "print N (default 1) fresh 22-character compressed GUIDs, one per line",
      run_guid},
+    {"header", "FILE", "print the schema release and the HEADER section fields of an IFC file",
+     run_header},
 };
 
 void print_usage(std::FILE *out) {
@@ -74,6 +77,54 @@ int run_guid(int argc, char **argv) {
         kxUtf8String_free(&text);
         kxWideString_free(&guid);
     }
+    return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+}
+
+// "label: text" for a field the file carries; nothing for an absent one.
+void print_field(const char *label, const kxWChar *value) {
+    if (value == nullptr) return;
+    char *text = kxWideString_to_utf8(value);
+    std::printf("%s: %s\n", label, text);
+    kxUtf8String_free(&text);
+}
+
+// One "label: item" line per item of a header list.
+void print_items(const char *label, const kxIfcHeader *header, uint32_t (*count)(const kxIfcHeader *),
+                 const kxWChar *(*item)(const kxIfcHeader *, uint32_t)) {
+    const uint32_t n = count(header);
+    for (uint32_t i = 0; i < n; i++) print_field(label, item(header, i));
+}
+
+const char *release_name(kxBool known, kxIfcVersion_t version) {
+    if (!known) return "unknown";
+    return version == KXIFCVERSION_IFC_4 ? "IFC4" : "IFC2X3";
+}
+
+int run_header(int argc, char **argv) {
+    if (argc != 1) {
+        std::fprintf(stderr, "kxifc header: give exactly one file\n");
+        return kExitUsage;
+    }
+    kxWChar *file_name = kxWideString_new_from_utf8(argv[0]);
+    kxIfcHeader *header = kxIfcHeader_read_from_file(file_name);
+    kxIfcVersion_t version = ifc_version_not_defined;
+    const kxBool known = header != nullptr ? kxIfcHeader_read_ifc_version(file_name, &version) : kxBFALSE;
+    kxWideString_free(&file_name);
+    if (header == nullptr) {
+        std::fprintf(stderr, "kxifc header: no readable HEADER section in \"%s\"\n", argv[0]);
+        return kExitFailure;
+    }
+    std::printf("release: %s\n", release_name(known, version));
+    print_field("schema", kxIfcHeader_get_file_schema(header));
+    print_items("description", header, kxIfcHeader_description_fields_count, kxIfcHeader_get_description_field);
+    print_field("name", kxIfcHeader_get_file_name(header));
+    print_field("time stamp", kxIfcHeader_get_timestamp(header));
+    print_items("author", header, kxIfcHeader_author_fields_count, kxIfcHeader_get_author_field);
+    print_items("organization", header, kxIfcHeader_organization_fields_count, kxIfcHeader_get_organization_field);
+    print_field("originating system", kxIfcHeader_get_originating_system(header));
+    print_items("authorization", header, kxIfcHeader_authorization_fields_count,
+                kxIfcHeader_get_authorization_field);
+    kxIfcHeader_free(&header);
     return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
 }
 

@@ -78,6 +78,23 @@ KX_API uint32_t kxIfcHeader_authorization_fields_count(const kxIfcHeader *ifc_he
 /* The authorization item at the index, or the empty string. */
 KX_API const kxWChar *kxIfcHeader_get_authorization_field(const kxIfcHeader *ifc_header, uint32_t index);
 
+/* ---- Files -------------------------------------------------------------- */
+
+/* Reads the HEADER section of an exchange file and stores the release its
+ * FILE_SCHEMA declares: IFC4 for a name holding "IFC4" or "IFC2X4", IFC2X3
+ * for one holding "IFC2X3" or "IFC2X" (searched in that order, ignoring
+ * case). kxBFALSE when the section cannot be read (the version is then left
+ * as it was) or names neither release (the version is then 65535). */
+KX_API kxBool kxIfcHeader_read_ifc_version(const kxWChar *file_name, kxIfcVersion_t *ifc_version);
+/* A new record read from the HEADER section of an exchange file, or NULL
+ * when the section is missing or malformed. Members of an entity the file
+ * does not carry are NULL. Free it with kxIfcHeader_free (or hand it to a
+ * model with kxIfcModel_set_header). The implementation level must be
+ * '2;1' unless the environment variable KXIFCHEADER_IGNORE_ERRORS is set. */
+KX_API kxIfcHeader *kxIfcHeader_read_from_file(const kxWChar *file_name);
+/* Frees a record the caller owns; *ifc_header becomes NULL. */
+KX_API void kxIfcHeader_free(kxIfcHeader **ifc_header);
+
 KX_EXTERN_C_END
 
 #endif

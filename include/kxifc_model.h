@@ -80,6 +80,18 @@ KX_API void kxIfcModel_set_header(kxIfcModel *ifc_model, kxIfcHeader **header);
 /* The model's header, still owned by the model. */
 KX_API kxIfcHeader *kxIfcModel_get_header(const kxIfcModel *ifc_model);
 
+/* ---- Files --------------------------------------------------------------- */
+
+/* Writes the model as the exchange file <directory>/<file_name>.ifc: first
+ * into <file_name>.ifctmp beside it, which then replaces any existing file
+ * of the final name. The header record gets the time of the export as its
+ * time stamp (empty when the environment variable VELMTEST is set) and the
+ * FILE_SCHEMA text of the model's release; a blank FILE_NAME name is written
+ * as "<file_name>.ifc". Nothing is written, and nothing reported, when the
+ * temporary file cannot be created: the file's presence tells success. */
+KX_API void kxIfcModel_export_model_to_file(kxIfcModel *ifc_model, const kxWChar *file_name,
+                                            const kxWChar *directory);
+
 /* ---- Instances ----------------------------------------------------------- */
 
 /* The instance's #id in a file; 4294967295 for NULL. */

@@ -1,0 +1,375 @@
+// Exporting a model to a file: the exact text of a small model, the
+// temporary file and the replaced target, the written flags, the header
+// record after an export, and reports for inconsistent instances.
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "core/baseobject.h"
+#include "kxifc_header.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
+#include "model/headerio.h"
+#include "model/model.h"
+#include "test_support.h"
+
+namespace {
+
+std::u16string wide(const std::string &text) { return std::u16string(text.begin(), text.end()); }
+
+std::string narrow(const char16_t *text) {
+    std::string result;
+    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
+    return result;
+}
+
+// Whether the text has the form 2024-03-05T14:07:09.
+bool is_time_stamp(const std::string &text) {
+    const std::string form = "dddd-dd-ddTdd:dd:dd";
+    if (text.size() != form.size()) return false;
+    for (size_t i = 0; i < form.size(); i++) {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (form[i] == 'd' ? !digit : text[i] != form[i]) return false;
+    }
+    return true;
+}
+
+// Sets (or, with NULL, removes) an environment variable for the life of the
+// guard, then puts back what was there.
+class EnvGuard {
+public:
+    EnvGuard(const char *name, const char *value) : name_(name) {
+        const char *old = std::getenv(name);
+        had_ = old != nullptr;
+        if (had_) old_ = old;
+        if (value != nullptr)
+            setenv(name, value, 1);
+        else
+            unsetenv(name);
+    }
+    ~EnvGuard() {
+        if (had_)
+            setenv(name_, old_.c_str(), 1);
+        else
+            unsetenv(name_);
+    }
+    EnvGuard(const EnvGuard &) = delete;
+    EnvGuard &operator=(const EnvGuard &) = delete;
+
+private:
+    const char *name_;
+    bool had_ = false;
+    std::string old_;
+};
+
+const char kHeaderOfEmptyRecord[] =
+    "ISO-10303-21;\n"
+    "HEADER;\n"
+    "FILE_DESCRIPTION((''), '2;1');\n"
+    "FILE_NAME('wall.ifc', '', (''), (''), 'Orlith IFC Preprocessor 1.0', '', '');\n"
+    "FILE_SCHEMA(('IFC4'));\n"
+    "ENDSEC;\n"
+    "\n";
+
+class ExportTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        char pattern[] = "/tmp/kxifc_export_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        directory_ = pattern;
+        model_ = kxIfcModel_new();
+        kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
+    }
+    void TearDown() override {
+        if (model_ != nullptr) kxIfcModel_free(&model_);
+        std::error_code ignored;
+        if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
+        LibraryTest::TearDown();
+    }
+
+    // #1 a wall, #2 the select value (no line of its own), #3 a property
+    // holding the value.
+    void build_wall_and_property() {
+        wall_ = kxIfcModel_dontuse_new_object(model_, kxIfcWall_class());
+        ASSERT_NE(wall_, nullptr);
+        kxIfcWall_set_GlobalId(wall_, u"2O2Fr$t4X7Zf8NOew3FLOH");
+        kxIfcWall_set_Name(wall_, u"Wall");
+        value_ = kxIfcModel_dontuse_new_object(model_, kxIfcValue_class());
+        ASSERT_NE(value_, nullptr);
+        kxIfcValue_set_kxIfcLengthMeasure(value_, 2500.0);
+        property_ = kxIfcModel_dontuse_new_object(model_, kxIfcPropertySingleValue_class());
+        ASSERT_NE(property_, nullptr);
+        kxIfcPropertySingleValue_set_Name(property_, u"Height");
+        kxIfcPropertySingleValue_set_NominalValue(property_, value_);
+    }
+
+    void export_as(const std::string &name, const std::string &directory = "") {
+        const std::u16string file_name = wide(name);
+        const std::u16string folder = wide(directory.empty() ? directory_ : directory);
+        kxIfcModel_export_model_to_file(model_, file_name.c_str(), folder.c_str());
+    }
+    std::string path(const std::string &name) const { return directory_ + "/" + name; }
+    static bool exists(const std::string &file) { return std::filesystem::exists(file); }
+    static std::string contents(const std::string &file) {
+        std::ifstream in(file, std::ios::binary);
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+    static void put(const std::string &file, const std::string &text) {
+        std::ofstream(file, std::ios::binary) << text;
+    }
+    void expect_nothing_written() const {
+        for (uint32_t i = 0; i < kxIfcModel_count_objects(model_); i++) {
+            const kxBaseObject *instance = static_cast<kxBaseObject *>(model_->objects->items[i]);
+            EXPECT_FALSE(kx::baseobject_has_been_written(instance)) << "#" << instance->output_file_id;
+        }
+    }
+
+    std::string directory_;
+    kxIfcModel *model_ = nullptr;
+    kxBaseObject *wall_ = nullptr;
+    kxBaseObject *value_ = nullptr;
+    kxBaseObject *property_ = nullptr;
+};
+
+// ---- the text ----
+
+TEST_F(ExportTest, SmallModelGivesTheExactFile) {
+    EnvGuard stamp("VELMTEST", "1");
+    build_wall_and_property();
+    ASSERT_EQ(value_->output_file_id, 2u);
+    export_as("wall");
+    EXPECT_EQ(contents(path("wall.ifc")),
+              std::string(kHeaderOfEmptyRecord) +
+                  "DATA;\n"
+                  "#1= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'Wall',$,$,$,$,$,$);\n"
+                  "#3= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n"
+                  "ENDSEC;\n"
+                  "END-ISO-10303-21;\n");
+    EXPECT_FALSE(exists(path("wall.ifctmp")));
+    expect_nothing_written();
+}
+
+TEST_F(ExportTest, LinesFollowTheModelOrderAndReferencesMayPointForward) {
+    EnvGuard stamp("VELMTEST", "1");
+    kxBaseObject *placement = kxIfcModel_dontuse_new_object(model_, kxIfcLocalPlacement_class());
+    kxBaseObject *point = kxIfcModel_dontuse_new_object(model_, kxIfcCartesianPoint_class());
+    kxBaseObject *axes = kxIfcModel_dontuse_new_object(model_, kxIfcAxis2Placement3D_class());
+    ASSERT_NE(axes, nullptr);
+    kxIfcAxis2Placement3D_set_Location(axes, point);
+    kxBaseObject *relative = kxIfcModel_dontuse_new_object(model_, kxIfcAxis2Placement_class());
+    kxIfcAxis2Placement_set_kxIfcAxis2Placement3D(relative, axes);
+    kxIfcLocalPlacement_set_RelativePlacement(placement, relative);
+    kxArrIfcLengthMeasure *coordinates = kxArrIfcLengthMeasure_new();
+    for (double c : {0.0, -0.5, 1e-5}) kxArrIfcLengthMeasure_add(coordinates, c);
+    kxIfcCartesianPoint_set_Coordinates(point, coordinates);
+    export_as("order");
+    const std::string text = contents(path("order.ifc"));
+    const size_t data = text.find("DATA;\n");
+    ASSERT_NE(data, std::string::npos);
+    char exponent[16];
+    std::snprintf(exponent, sizeof exponent, "%.10G", 1e-5);  // the runtime's exponent width
+    std::string small = exponent;
+    small.insert(small.find('E'), ".");
+    EXPECT_EQ(text.substr(data),
+              "DATA;\n"
+              "#1= IFCLOCALPLACEMENT($,#3);\n"
+              "#2= IFCCARTESIANPOINT((0.,-0.5," + small + "));\n"
+              "#3= IFCAXIS2PLACEMENT3D(#2,$,$);\n"
+              "ENDSEC;\n"
+              "END-ISO-10303-21;\n");
+}
+
+TEST_F(ExportTest, HeaderRecordFieldsAreWritten) {
+    EnvGuard stamp("VELMTEST", "1");
+    kxIfcHeader *header = kxIfcHeader_new_empty_header();
+    kxIfcHeader_add_to_description(header, u"ViewDefinition [CoordinationView]");
+    kxIfcHeader_set_file_name(header, u"project.ifc");
+    kxIfcHeader_add_to_author(header, u"Ann");
+    kxIfcHeader_add_to_organization(header, u"Org");
+    kxIfcHeader_set_originating_system(header, u"Tool");
+    kxIfcHeader_add_to_authorization(header, u"a");
+    kxIfcHeader_add_to_authorization(header, u"b");
+    kxIfcModel_set_header(model_, &header);
+    export_as("m");
+    EXPECT_EQ(contents(path("m.ifc")),
+              "ISO-10303-21;\n"
+              "HEADER;\n"
+              "FILE_DESCRIPTION(('ViewDefinition [CoordinationView]'), '2;1');\n"
+              "FILE_NAME('project.ifc', '', ('Ann'), ('Org'), 'Orlith IFC Preprocessor 1.0', 'Tool', 'a;b');\n"
+              "FILE_SCHEMA(('IFC4'));\n"
+              "ENDSEC;\n"
+              "\n"
+              "DATA;\n"
+              "ENDSEC;\n"
+              "END-ISO-10303-21;\n");
+}
+
+// ---- repeated exports and the header record ----
+
+TEST_F(ExportTest, TwoExportsWithVelmtestAreByteIdentical) {
+    EnvGuard stamp("VELMTEST", "1");
+    build_wall_and_property();
+    export_as("first");
+    const std::string first = contents(path("first.ifc"));
+    expect_nothing_written();
+    export_as("first", directory_ + "/");  // a directory ending in '/' is joined without doubling it
+    EXPECT_EQ(contents(path("first.ifc")), first);
+    export_as("second");
+    std::string second = contents(path("second.ifc"));
+    const size_t name = second.find("'second.ifc'");
+    ASSERT_NE(name, std::string::npos);
+    second.replace(name, 12, "'first.ifc'");
+    EXPECT_EQ(second, first) << "only the fallback name differs";
+    expect_nothing_written();
+}
+
+TEST_F(ExportTest, HeaderRecordKeepsTheTimeStampAndSchemaTextOfTheExport) {
+    EnvGuard stamp("VELMTEST", nullptr);
+    build_wall_and_property();
+    kxIfcHeader *header = kxIfcModel_get_header(model_);
+    kxIfcHeader_set_time_stamp(header, u"1999-01-01T00:00:00");
+    kxIfcHeader_set_file_schema(header, u"IFC2X3");
+    export_as("stamped");
+    const std::string stamp_text = narrow(kxIfcHeader_get_timestamp(header));
+    EXPECT_TRUE(is_time_stamp(stamp_text))
+        << stamp_text;
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "FILE_SCHEMA(('IFC4'))");
+    EXPECT_NE(contents(path("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
+              std::string::npos);
+
+    // Exported again: only the stamp and the name differ.
+    export_as("stamped2");
+    const std::string later_stamp = narrow(kxIfcHeader_get_timestamp(header));
+    EXPECT_TRUE(is_time_stamp(later_stamp)) << later_stamp;
+    std::string earlier = contents(path("stamped.ifc"));
+    std::string later = contents(path("stamped2.ifc"));
+    earlier.replace(earlier.find("'" + stamp_text + "'"), stamp_text.size() + 2, "'T'");
+    later.replace(later.find("'" + later_stamp + "'"), later_stamp.size() + 2, "'T'");
+    later.replace(later.find("'stamped2.ifc'"), 14, "'stamped.ifc'");
+    EXPECT_EQ(earlier, later);
+}
+
+TEST_F(ExportTest, ExportedFileReadsBack) {
+    build_wall_and_property();
+    kxIfcHeader_set_file_name(kxIfcModel_get_header(model_), u"It's \u00e9.ifc");
+    export_as("back");
+    const std::u16string file = wide(path("back.ifc"));
+    kxIfcVersion_t version = ifc_version_not_defined;
+    EXPECT_EQ(kxIfcHeader_read_ifc_version(file.c_str(), &version), kxBTRUE);
+    EXPECT_EQ(version, KXIFCVERSION_IFC_4);
+    kxIfcHeader *header = kxIfcHeader_read_from_file(file.c_str());
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(std::u16string(kxIfcHeader_get_file_name(header)), u"It's \u00e9.ifc");
+    EXPECT_EQ(std::u16string(kxIfcHeader_get_timestamp(header)),
+              std::u16string(kxIfcHeader_get_timestamp(kxIfcModel_get_header(model_))));
+    EXPECT_EQ(narrow(kxIfcHeader_get_originating_system(header)), "");
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "IFC4");
+    kxIfcHeader_free(&header);
+}
+
+TEST_F(ExportTest, SampleFileHeaderIsWrittenBack) {
+    KX_REQUIRE_SHARED("ifc/duplex.ifc");
+    EnvGuard stamp("VELMTEST", "1");
+    const std::u16string sample = wide(kxtest::shared_path("ifc/duplex.ifc"));
+    kxIfcHeader *header = kxIfcHeader_read_from_file(sample.c_str());
+    ASSERT_NE(header, nullptr);
+    kxIfcModel_set_header(model_, &header);
+    export_as("duplex");
+    EXPECT_EQ(contents(path("duplex.ifc")),
+              "ISO-10303-21;\n"
+              "HEADER;\n"
+              "FILE_DESCRIPTION(('ViewDefinition [CoordinationView]'), '2;1');\n"
+              "FILE_NAME('0001', '', (''), (''), 'Orlith IFC Preprocessor 1.0', '20100326_1700', '');\n"
+              "FILE_SCHEMA(('IFC4'));\n"
+              "ENDSEC;\n"
+              "\n"
+              "DATA;\n"
+              "ENDSEC;\n"
+              "END-ISO-10303-21;\n");
+}
+
+// ---- files ----
+
+TEST_F(ExportTest, ExistingTargetIsReplacedAndStaleTemporaryOverwritten) {
+    EnvGuard stamp("VELMTEST", "1");
+    put(path("wall.ifc"), "an older file of the same name\n");
+    put(path("wall.ifctmp"), std::string(100000, 'x'));
+    build_wall_and_property();
+    export_as("wall");
+    const std::string text = contents(path("wall.ifc"));
+    EXPECT_EQ(text.rfind(kHeaderOfEmptyRecord, 0), 0u);
+    EXPECT_EQ(text.find('x' + std::string(10, 'x')), std::string::npos) << "nothing of the stale file left";
+    EXPECT_FALSE(exists(path("wall.ifctmp")));
+}
+
+TEST_F(ExportTest, UnopenableTemporaryFileWritesNothing) {
+    build_wall_and_property();
+    export_as("wall", directory_ + "/missing-folder");
+    EXPECT_FALSE(exists(directory_ + "/missing-folder"));
+
+    // The temporary name taken by a folder: the target stays as it was.
+    put(path("kept.ifc"), "kept");
+    ASSERT_EQ(mkdir(path("kept.ifctmp").c_str(), 0700), 0);
+    export_as("kept");
+    EXPECT_EQ(contents(path("kept.ifc")), "kept");
+    EXPECT_TRUE(std::filesystem::is_directory(path("kept.ifctmp")));
+    expect_nothing_written();
+    const std::string header_stamp = narrow(kxIfcHeader_get_file_schema(kxIfcModel_get_header(model_)));
+    EXPECT_EQ(header_stamp, "") << "the header record is untouched";
+}
+
+// ---- reports ----
+
+TEST_F(ExportTest, NullModelIsReported) {
+    expect_reports();
+    kxIfcModel_export_model_to_file(nullptr, u"x", wide(directory_).c_str());
+    EXPECT_TRUE(asserts().saw("(ifc_model) != NULL"));
+    EXPECT_FALSE(exists(path("x.ifc")));
+    EXPECT_FALSE(exists(path("x.ifctmp")));
+}
+
+TEST_F(ExportTest, InstanceAlreadyWrittenIsReportedAndTheFlagClearedAfterwards) {
+    expect_reports();
+    build_wall_and_property();
+    wall_->flags |= kx::OBJECT_WRITTEN;
+    export_as("twice");
+    EXPECT_TRUE(asserts().saw("kxBaseObject_has_been_written_to_output_file(base_object) == FALSO"));
+    for (const kxtest::AssertReport &report : asserts().reports()) {
+        if (report.condition == "kxBaseObject_has_been_written_to_output_file(base_object) == FALSO") {
+            EXPECT_EQ(report.source, "kxifcmodel (KXIFCMODEL.DLL)");
+        }
+    }
+    expect_nothing_written();
+    asserts().clear();
+    export_as("twice");
+    EXPECT_TRUE(asserts().reports().empty()) << "the next export is clean";
+}
+
+TEST_F(ExportTest, EntityWithoutOutputIdIsReported) {
+    expect_reports();
+    build_wall_and_property();
+    property_->output_file_id = kx::ULONG_MAX32;
+    export_as("noid");
+    EXPECT_TRUE(asserts().saw("kxBaseObject_get_output_file_id(base_object) != ULONG_MAX"));
+    EXPECT_TRUE(exists(path("noid.ifc")));
+    expect_nothing_written();
+}
+
+TEST_F(ExportTest, SelectValuesNeedNoOutputId) {
+    EnvGuard stamp("VELMTEST", "1");
+    build_wall_and_property();
+    value_->output_file_id = kx::ULONG_MAX32;
+    export_as("select");
+    EXPECT_NE(contents(path("select.ifc")).find("#3= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n"),
+              std::string::npos);
+}
+
+}  // namespace

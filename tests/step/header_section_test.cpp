@@ -1,0 +1,539 @@
+// The HEADER section: written from a record (lists, encodings, time stamp,
+// schema text), read back from files (each entity optional, string lists in
+// all their forms, the implementation level, malformed and truncated
+// sections), and the release a file declares, also for the sample files.
+#include <stdlib.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "kxifc_header.h"
+#include "model/header.h"
+#include "model/headerio.h"
+#include "step/writedata.h"
+#include "support/valuearray.h"
+#include "support/wstring.h"
+#include "test_support.h"
+
+namespace {
+
+std::u16string wide(const std::string &text) { return std::u16string(text.begin(), text.end()); }
+
+std::string narrow(const char16_t *text) {
+    std::string result;
+    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
+    return result;
+}
+
+// Whether the text has the form 2024-03-05T14:07:09.
+bool is_time_stamp(const std::string &text) {
+    const std::string form = "dddd-dd-ddTdd:dd:dd";
+    if (text.size() != form.size()) return false;
+    for (size_t i = 0; i < form.size(); i++) {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (form[i] == 'd' ? !digit : text[i] != form[i]) return false;
+    }
+    return true;
+}
+
+// Sets (or, with NULL, removes) an environment variable for the life of the
+// guard, then puts back what was there.
+class EnvGuard {
+public:
+    EnvGuard(const char *name, const char *value) : name_(name) {
+        const char *old = std::getenv(name);
+        had_ = old != nullptr;
+        if (had_) old_ = old;
+        if (value != nullptr)
+            setenv(name, value, 1);
+        else
+            unsetenv(name);
+    }
+    ~EnvGuard() {
+        if (had_)
+            setenv(name_, old_.c_str(), 1);
+        else
+            unsetenv(name_);
+    }
+    EnvGuard(const EnvGuard &) = delete;
+    EnvGuard &operator=(const EnvGuard &) = delete;
+
+private:
+    const char *name_;
+    bool had_ = false;
+    std::string old_;
+};
+
+// A whole file around a header body (the lines between HEADER; and ENDSEC;).
+std::string file_with_header(const std::string &body) {
+    return "ISO-10303-21;\nHEADER;\n" + body + "ENDSEC;\n\nDATA;\n#1= IFCWALL('x',$,$,$,$,$,$,$);\nENDSEC;\nEND-ISO-10303-21;\n";
+}
+
+const char kDuplexHeader[] =
+    "FILE_DESCRIPTION(('ViewDefinition [CoordinationView]'),'2;1');\n"
+    "FILE_NAME('0001','2011-09-07T12:28:29',(''),(''),'Autodesk Revit Architecture 2011 - 1.0',"
+    "'20100326_1700','');\n"
+    "FILE_SCHEMA(('IFC2X3'));\n";
+
+class HeaderSectionTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        char pattern[] = "/tmp/kxifc_header_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        directory_ = pattern;
+    }
+    void TearDown() override {
+        if (header_ != nullptr) kx::header_destroy(&header_);
+        std::error_code ignored;
+        if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
+        LibraryTest::TearDown();
+    }
+
+    // Writes a file into the test's directory; its path.
+    std::u16string make_file(const std::string &contents, const std::string &name = "header.ifc") {
+        const std::string path = directory_ + "/" + name;
+        std::ofstream(path, std::ios::binary) << contents;
+        return wide(path);
+    }
+    // Reads the header section of a file made from the text; keeps the
+    // record in header_.
+    bool read(const std::string &contents) {
+        if (header_ != nullptr) kx::header_destroy(&header_);
+        const std::u16string path = make_file(contents);
+        const bool read = kx::header_read_section(path.c_str(), &header_) == CIERTO;
+        EXPECT_EQ(read, header_ != nullptr);
+        return read;
+    }
+    bool read_body(const std::string &body) { return read(file_with_header(body)); }
+
+    // What the release test makes of a file with this FILE_SCHEMA name.
+    kxBool release_of(const std::string &schema, kxIfcVersion_t *version) {
+        const std::u16string path = make_file(file_with_header("FILE_SCHEMA(('" + schema + "'));\n"), "schema.ifc");
+        return kxIfcHeader_read_ifc_version(path.c_str(), version);
+    }
+
+    static std::string written(kxIfcHeader *header, const char16_t *name, kxIfcVersion_t version) {
+        char *buffer = nullptr;
+        size_t size = 0;
+        FILE *stream = open_memstream(&buffer, &size);
+        kxIfcWriteData *output = kxIfcWriteData_new(stream);
+        kx::header_write_section(header, name, version, output);
+        kxIfcWriteData_free(&output);
+        std::fclose(stream);
+        std::string text(buffer, size);
+        std::free(buffer);
+        return text;
+    }
+
+    static std::string item(const kx::WStrArray *list, uint32_t index) {
+        return narrow(kx::wstrarray_get(list, index));
+    }
+
+    std::string directory_;
+    kxIfcHeader *header_ = nullptr;
+};
+
+// ---- writing ----
+
+TEST_F(HeaderSectionTest, EmptyRecordGivesTheFiveLinesWithTheWrittenFileName) {
+    EnvGuard stamp("VELMTEST", "1");
+    header_ = kxIfcHeader_new_empty_header();
+    EXPECT_EQ(written(header_, u"model.ifc", KXIFCVERSION_IFC_4),
+              "HEADER;\n"
+              "FILE_DESCRIPTION((''), '2;1');\n"
+              "FILE_NAME('model.ifc', '', (''), (''), 'Orlith IFC Preprocessor 1.0', '', '');\n"
+              "FILE_SCHEMA(('IFC4'));\n"
+              "ENDSEC;\n");
+    // The record keeps what was written.
+    EXPECT_EQ(narrow(kxIfcHeader_get_timestamp(header_)), "");
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header_)), "FILE_SCHEMA(('IFC4'))");
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_name(header_)), "") << "the fallback name is not stored";
+}
+
+TEST_F(HeaderSectionTest, TimeStampIsTheLocalTimeUnlessVelmtestExists) {
+    header_ = kxIfcHeader_new_empty_header();
+    kxIfcHeader_set_time_stamp(header_, u"old");
+    {
+        EnvGuard stamp("VELMTEST", nullptr);
+        const std::string text = written(header_, u"a.ifc", KXIFCVERSION_IFC_2X3);
+        const std::string stamp_text = narrow(kxIfcHeader_get_timestamp(header_));
+        EXPECT_TRUE(is_time_stamp(stamp_text))
+            << stamp_text;
+        EXPECT_NE(text.find("FILE_NAME('a.ifc', '" + stamp_text + "', "), std::string::npos) << text;
+        EXPECT_NE(text.find("FILE_SCHEMA(('IFC2X3'));\n"), std::string::npos);
+    }
+    {
+        EnvGuard stamp("VELMTEST", "");  // any value, even an empty one
+        const std::string text = written(header_, u"a.ifc", KXIFCVERSION_IFC_2X3);
+        EXPECT_EQ(narrow(kxIfcHeader_get_timestamp(header_)), "");
+        EXPECT_NE(text.find("FILE_NAME('a.ifc', '', "), std::string::npos) << text;
+    }
+}
+
+TEST_F(HeaderSectionTest, ListsAreQuotedAndEncodedAuthorizationIsOneJoinedString) {
+    EnvGuard stamp("VELMTEST", "1");
+    header_ = kxIfcHeader_new_empty_header();
+    kxIfcHeader_add_to_description(header_, u"ViewDefinition [CoordinationView]");
+    kxIfcHeader_add_to_description(header_, u"It's");
+    kxIfcHeader_set_file_name(header_, u"caf\u00e9.ifc");
+    kxIfcHeader_add_to_author(header_, u"Ann");
+    kxIfcHeader_add_to_author(header_, u"Bob");
+    kxIfcHeader_add_to_organization(header_, u"a\\b");
+    kxIfcHeader_set_originating_system(header_, u"Tool 'X'");
+    kxIfcHeader_add_to_authorization(header_, u"a");
+    kxIfcHeader_add_to_authorization(header_, u"b'c");
+    EXPECT_EQ(written(header_, u"fallback.ifc", KXIFCVERSION_IFC_4),
+              "HEADER;\n"
+              "FILE_DESCRIPTION(('ViewDefinition [CoordinationView]', 'It''s'), '2;1');\n"
+              "FILE_NAME('caf\\X2\\00E9\\X0\\.ifc', '', ('Ann', 'Bob'), ('a\\\\b'), "
+              "'Orlith IFC Preprocessor 1.0', 'Tool ''X''', 'a;b''c');\n"
+              "FILE_SCHEMA(('IFC4'));\n"
+              "ENDSEC;\n");
+}
+
+TEST_F(HeaderSectionTest, BlankNameGivesTheWrittenFileName) {
+    EnvGuard stamp("VELMTEST", "1");
+    header_ = kxIfcHeader_new_empty_header();
+    kxIfcHeader_set_file_name(header_, u" \t ");
+    EXPECT_NE(written(header_, u"it's.ifc", KXIFCVERSION_IFC_4).find("FILE_NAME('it''s.ifc', "),
+              std::string::npos);
+}
+
+TEST_F(HeaderSectionTest, RecordWithAbsentMembersIsWrittenLikeAnEmptyOne) {
+    EnvGuard stamp("VELMTEST", "1");
+    header_ = kx::header_new(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(written(header_, u"m.ifc", KXIFCVERSION_IFC_2X3),
+              "HEADER;\n"
+              "FILE_DESCRIPTION((''), '2;1');\n"
+              "FILE_NAME('m.ifc', '', (''), (''), 'Orlith IFC Preprocessor 1.0', '', '');\n"
+              "FILE_SCHEMA(('IFC2X3'));\n"
+              "ENDSEC;\n");
+}
+
+TEST_F(HeaderSectionTest, UndefinedReleaseIsReported) {
+    expect_reports();
+    EnvGuard stamp("VELMTEST", "1");
+    header_ = kxIfcHeader_new_empty_header();
+    const std::string text = written(header_, u"m.ifc", ifc_version_not_defined);
+    ASSERT_EQ(asserts().reports().size(), 1u);
+    EXPECT_EQ(asserts().reports()[0].condition, "");
+    EXPECT_EQ(asserts().reports()[0].source, "kxifcheader (KXIFCMODEL.DLL)");
+    EXPECT_NE(text.find("ENDSEC;\n"), std::string::npos) << "the section is still complete";
+}
+
+// ---- reading ----
+
+TEST_F(HeaderSectionTest, WrittenSectionReadsBack) {
+    header_ = kxIfcHeader_new_empty_header();
+    kxIfcHeader_add_to_description(header_, u"one");
+    kxIfcHeader_add_to_description(header_, u"It's \u00e9");
+    kxIfcHeader_set_file_name(header_, u"a\\b.ifc");
+    kxIfcHeader_add_to_author(header_, u"Ann");
+    kxIfcHeader_add_to_organization(header_, u"Org");
+    kxIfcHeader_add_to_organization(header_, u"Other");
+    kxIfcHeader_set_originating_system(header_, u"Tool");
+    kxIfcHeader_add_to_authorization(header_, u"boss");
+    const std::string section = written(header_, u"x.ifc", KXIFCVERSION_IFC_4);
+    const std::string stamp = narrow(kxIfcHeader_get_timestamp(header_));
+    kx::header_destroy(&header_);
+
+    ASSERT_TRUE(read("ISO-10303-21;\n" + section + "\nDATA;\nENDSEC;\nEND-ISO-10303-21;\n"));
+    ASSERT_EQ(kxIfcHeader_description_fields_count(header_), 2u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_description_field(header_, 0)), "one");
+    EXPECT_EQ(std::u16string(kxIfcHeader_get_description_field(header_, 1)), u"It's \u00e9");
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_name(header_)), "a\\b.ifc");
+    EXPECT_EQ(narrow(kxIfcHeader_get_timestamp(header_)), stamp);
+    ASSERT_EQ(kxIfcHeader_author_fields_count(header_), 1u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_author_field(header_, 0)), "Ann");
+    ASSERT_EQ(kxIfcHeader_organization_fields_count(header_), 2u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_organization_field(header_, 1)), "Other");
+    EXPECT_EQ(narrow(kxIfcHeader_get_originating_system(header_)), "Tool");
+    ASSERT_EQ(kxIfcHeader_authorization_fields_count(header_), 1u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_authorization_field(header_, 0)), "boss");
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header_)), "IFC4") << "the bare name, not the text";
+}
+
+TEST_F(HeaderSectionTest, StringListFormsAndDollars) {
+    ASSERT_TRUE(read_body(
+        "FILE_DESCRIPTION (($, 'a', $), '2;1') ;\n"
+        "FILE_NAME ($, $, (), ($), 'pre', $, ('x', 'y'));\n"
+        "FILE_SCHEMA (('IFC2X3'));\n"));
+    ASSERT_EQ(kx::wstrarray_count(header_->description_data), 1u);
+    EXPECT_EQ(item(header_->description_data, 0), "a");
+    EXPECT_EQ(narrow(header_->file_name), "");
+    EXPECT_NE(header_->file_name, nullptr);
+    EXPECT_EQ(narrow(header_->time_stamp), "");
+    EXPECT_EQ(kx::wstrarray_count(header_->author_data), 0u);
+    EXPECT_EQ(kx::wstrarray_count(header_->organization_data), 0u);
+    EXPECT_EQ(narrow(header_->originating_system), "");
+    ASSERT_EQ(kx::wstrarray_count(header_->authorization_data), 2u);
+    EXPECT_EQ(item(header_->authorization_data, 1), "y");
+}
+
+TEST_F(HeaderSectionTest, AuthorizationAsOneStringIsAOneItemList) {
+    ASSERT_TRUE(read_body("FILE_NAME('n','t',('a'),('o'),'p','s','Nobody');\n"));
+    ASSERT_EQ(kx::wstrarray_count(header_->authorization_data), 1u);
+    EXPECT_EQ(item(header_->authorization_data, 0), "Nobody");
+    ASSERT_TRUE(read_body("FILE_NAME('n','t',('a'),('o'),'p','s',$);\n"));
+    ASSERT_EQ(kx::wstrarray_count(header_->authorization_data), 1u);
+    EXPECT_EQ(item(header_->authorization_data, 0), "");
+}
+
+TEST_F(HeaderSectionTest, LiteralsAreDecodedAndSpecialSymbolsKept) {
+    ASSERT_TRUE(read_body("FILE_NAME('It''s \\X2\\00E9\\X0\\ \\X\\E9','A\\S\\'B',(''),(''),'p','a\\\\b','');\n"));
+    EXPECT_EQ(std::u16string(header_->file_name), u"It's \u00e9 \u00e9");
+    EXPECT_EQ(narrow(header_->time_stamp), "A\\S\\'B") << "the \\S\\ directive neither ends nor changes the text";
+    EXPECT_EQ(narrow(header_->originating_system), "a\\b");
+}
+
+TEST_F(HeaderSectionTest, KeywordsIgnoreCaseAndCommentsAreSkipped) {
+    ASSERT_TRUE(read("ISO-10303-21;\n/* a comment; HEADER; */ header;\r\n/* produced by */\r\n"
+                     "file_description(('d'),'2;1');\r\nfile_schema(('ifc4'));\r\nendsec;\r\n"));
+    EXPECT_EQ(narrow(header_->file_schema), "ifc4");
+}
+
+TEST_F(HeaderSectionTest, EachEntityIsOptional) {
+    ASSERT_TRUE(read_body(""));
+    EXPECT_EQ(header_->description_data, nullptr);
+    EXPECT_EQ(header_->file_name, nullptr);
+    EXPECT_EQ(header_->time_stamp, nullptr);
+    EXPECT_EQ(header_->author_data, nullptr);
+    EXPECT_EQ(header_->organization_data, nullptr);
+    EXPECT_EQ(header_->originating_system, nullptr);
+    EXPECT_EQ(header_->authorization_data, nullptr);
+    EXPECT_EQ(header_->file_schema, nullptr);
+
+    // Without FILE_DESCRIPTION: no implementation level, nothing to refuse.
+    ASSERT_TRUE(read_body("FILE_NAME('n','t',(''),(''),'p','s','');\nFILE_SCHEMA(('IFC4'));\n"));
+    EXPECT_EQ(header_->description_data, nullptr);
+    EXPECT_EQ(narrow(header_->file_name), "n");
+    EXPECT_EQ(narrow(header_->file_schema), "IFC4");
+
+    ASSERT_TRUE(read_body("FILE_DESCRIPTION(('d'),'2;1');\nFILE_SCHEMA(('IFC4'));\n"));
+    EXPECT_EQ(header_->file_name, nullptr);
+    EXPECT_EQ(header_->author_data, nullptr);
+    EXPECT_EQ(header_->authorization_data, nullptr);
+    ASSERT_EQ(kx::wstrarray_count(header_->description_data), 1u);
+
+    ASSERT_TRUE(read_body("FILE_DESCRIPTION(('d'),'2;1');\nFILE_NAME('n','t',(''),(''),'p','s','');\n"));
+    EXPECT_EQ(header_->file_schema, nullptr);
+    EXPECT_EQ(narrow(header_->file_name), "n");
+
+    // The public getters give NULL for what is absent.
+    ASSERT_TRUE(read_body(""));
+    EXPECT_EQ(kxIfcHeader_get_file_name(header_), nullptr);
+    EXPECT_EQ(kxIfcHeader_get_file_schema(header_), nullptr);
+}
+
+TEST_F(HeaderSectionTest, ImplementationLevelMustBeTwoSemicolonOne) {
+    EnvGuard ignore("KXIFCHEADER_IGNORE_ERRORS", nullptr);
+    const std::string body = "FILE_DESCRIPTION(('d'),'2;2');\nFILE_SCHEMA(('IFC4'));\n";
+    EXPECT_FALSE(read_body(body));
+    {
+        EnvGuard set("KXIFCHEADER_IGNORE_ERRORS", "1");
+        EXPECT_TRUE(read_body(body));
+        EXPECT_EQ(narrow(header_->file_schema), "IFC4");
+        kxIfcVersion_t version = ifc_version_not_defined;
+        const std::u16string path = make_file(file_with_header(body), "level.ifc");
+        EXPECT_EQ(kxIfcHeader_read_ifc_version(path.c_str(), &version), kxBTRUE);
+        EXPECT_EQ(version, KXIFCVERSION_IFC_4);
+    }
+    EXPECT_FALSE(read_body(body)) << "the variable is looked at on every read";
+    // The level is one string: a list of two, or none, is malformed.
+    EXPECT_FALSE(read_body("FILE_DESCRIPTION(('d'),('2;1','2;1'));\n"));
+    EXPECT_FALSE(read_body("FILE_DESCRIPTION(('d'),());\n"));
+    EXPECT_TRUE(read_body("FILE_DESCRIPTION(('d'),('2;1'));\n"));
+}
+
+TEST_F(HeaderSectionTest, MalformedSectionsFailWithoutRecord) {
+    const char *bodies[] = {
+        "FILE_DESCRIPTION(('d'),'2;1')\n",                              // no ";"
+        "FILE_DESCRIPTION(('d' 'e'),'2;1');\n",                         // no "," between items
+        "FILE_DESCRIPTION((('d')),'2;1');\n",                           // nested list
+        "FILE_DESCRIPTION(('d'),'2;1',3);\n",                           // an extra value
+        "FILE_NAME('n','t',(''),(''),'p','s');\n",                      // no authorization
+        "FILE_NAME('n',5,(''),(''),'p','s','');\n",                     // not a string
+        "FILE_SCHEMA(('IFC4','IFC2X3'));\n",                            // two schemas
+        "FILE_SCHEMA(());\n",                                           // none
+        "FILE_SCHEMA(('IFC4'));\nFILE_NAME('n','t',(''),(''),'p','s','');\n",  // out of order
+        "FILE_POPULATION('x');\n",                                      // an entity of its own
+        "FILE_DESCRIPTION(('d'),'2;1');\nFILE_DESCRIPTION(('d'),'2;1');\n",
+    };
+    for (const char *body : bodies) EXPECT_FALSE(read_body(body)) << body;
+    EXPECT_FALSE(read(""));
+    EXPECT_FALSE(read("ISO-10303-21;\nDATA;\nENDSEC;\n")) << "no HEADER";
+    EXPECT_FALSE(read("ISO-10303-21;\nHEADER\nFILE_SCHEMA(('IFC4'));\nENDSEC;\n")) << "no ; after HEADER";
+    EXPECT_FALSE(read("ISO-10303-21;\nHEADER;\nFILE_SCHEMA(('IFC4'));\nENDSEC\n")) << "no ; after ENDSEC";
+    EXPECT_FALSE(read("ISO-10303-21;\nHEADER;\nFILE_NAME('unterminated")) << "open literal";
+    EXPECT_FALSE(read("ISO-10303-21;\nHEADER;\n/* open comment")) << "open comment";
+    EXPECT_FALSE(read(std::string("HEADER;\0\xff\xfe(((((", 13))) << "binary bytes";
+
+    kxIfcHeader *earlier = kxIfcHeader_new_empty_header();
+    header_ = earlier;
+    EXPECT_FALSE(kx::header_read_section((wide(directory_) + u"/missing.ifc").c_str(), &header_));
+    EXPECT_EQ(header_, nullptr) << "the holder is cleared";
+    kx::header_destroy(&earlier);
+    EXPECT_FALSE(kx::header_read_section(wide(directory_).c_str(), &header_)) << "a directory";
+}
+
+TEST_F(HeaderSectionTest, EveryTruncationOfAValidSectionFails) {
+    const std::string whole = "ISO-10303-21;\nHEADER;\n" + std::string(kDuplexHeader) + "ENDSEC;";
+    ASSERT_TRUE(read(whole));
+    for (size_t length = 0; length < whole.size(); length++)
+        EXPECT_FALSE(read(whole.substr(0, length))) << whole.substr(0, length);
+}
+
+TEST_F(HeaderSectionTest, LongListsAreReportedPastOneThousandItemsAndStillRead) {
+    expect_reports();
+    auto description = [](int count) {
+        std::string items;
+        for (int i = 0; i < count; i++) items += (i > 0 ? ",'" : "'") + std::to_string(i) + "'";
+        return "FILE_DESCRIPTION((" + items + "),'2;1');\n";
+    };
+    ASSERT_TRUE(read_body(description(1000)));
+    EXPECT_EQ(kx::wstrarray_count(header_->description_data), 1000u);
+    EXPECT_TRUE(asserts().reports().empty());
+
+    ASSERT_TRUE(read_body(description(1003)));
+    EXPECT_EQ(kx::wstrarray_count(header_->description_data), 1003u);
+    EXPECT_EQ(item(header_->description_data, 1002), "1002");
+    ASSERT_EQ(asserts().reports().size(), 3u) << "one report per item past the 1000th";
+    EXPECT_EQ(asserts().reports()[0].condition, "num_iters < 1000");
+    EXPECT_EQ(asserts().reports()[0].source, "kxifcheader (KXIFCMODEL.DLL)");
+}
+
+// ---- the declared release ----
+
+TEST_F(HeaderSectionTest, ReleaseFromTheSchemaName) {
+    const std::map<std::string, kxIfcVersion_t> releases = {
+        {"IFC2X3", KXIFCVERSION_IFC_2X3}, {"IFC4", KXIFCVERSION_IFC_4},   {"IFC2X4", KXIFCVERSION_IFC_4},
+        {"ifc4", KXIFCVERSION_IFC_4},     {"Ifc2x3", KXIFCVERSION_IFC_2X3}, {"IFC2X", KXIFCVERSION_IFC_2X3},
+        {"IFC4X3_ADD2", KXIFCVERSION_IFC_4}, {"IFC2X2_FINAL", KXIFCVERSION_IFC_2X3},
+    };
+    for (const auto &[schema, release] : releases) {
+        kxIfcVersion_t version = ifc_version_not_defined;
+        EXPECT_EQ(release_of(schema, &version), kxBTRUE) << schema;
+        EXPECT_EQ(version, release) << schema;
+    }
+    for (const char *schema : {"CIS2", "IFC", "AP214", ""}) {
+        kxIfcVersion_t version = KXIFCVERSION_IFC_4;
+        EXPECT_EQ(release_of(schema, &version), kxBFALSE) << schema;
+        EXPECT_EQ(static_cast<uint32_t>(version), 0xFFFFu) << schema;
+    }
+}
+
+TEST_F(HeaderSectionTest, ReleaseOfAFileWithoutSchemaOrUnreadable) {
+    kxIfcVersion_t version = KXIFCVERSION_IFC_4;
+    const std::u16string no_schema = make_file(file_with_header("FILE_DESCRIPTION(('d'),'2;1');\n"), "a.ifc");
+    EXPECT_EQ(kxIfcHeader_read_ifc_version(no_schema.c_str(), &version), kxBFALSE);
+    EXPECT_EQ(static_cast<uint32_t>(version), 0xFFFFu);
+
+    version = KXIFCVERSION_IFC_2X3;
+    const std::u16string broken = make_file("ISO-10303-21;\nHEADER;\nFILE_SCHEMA(('IFC4'))\n", "b.ifc");
+    EXPECT_EQ(kxIfcHeader_read_ifc_version(broken.c_str(), &version), kxBFALSE);
+    EXPECT_EQ(version, KXIFCVERSION_IFC_2X3) << "a failed read leaves the version alone";
+    EXPECT_EQ(kxIfcHeader_read_ifc_version((wide(directory_) + u"/none.ifc").c_str(), &version), kxBFALSE);
+}
+
+TEST_F(HeaderSectionTest, NullArgumentsAreReported) {
+    expect_reports();
+    EXPECT_EQ(kxIfcHeader_read_ifc_version(u"x.ifc", nullptr), kxBFALSE);
+    EXPECT_TRUE(asserts().saw("(ifc_version) != NULL"));
+    EXPECT_EQ(kxIfcHeader_read_from_file(nullptr), nullptr);
+    EXPECT_TRUE(asserts().saw("(file_name) != NULL"));
+    EXPECT_FALSE(kx::header_read_section(u"x.ifc", nullptr));
+    EXPECT_TRUE(asserts().saw("(header) != NULL"));
+}
+
+// ---- host conveniences ----
+
+TEST_F(HeaderSectionTest, HostReadsAndFreesARecord) {
+    const std::u16string path = make_file(file_with_header(kDuplexHeader));
+    kxIfcHeader *header = kxIfcHeader_read_from_file(path.c_str());
+    ASSERT_NE(header, nullptr);
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_name(header)), "0001");
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "IFC2X3");
+    kxIfcHeader_free(&header);
+    EXPECT_EQ(header, nullptr);
+    EXPECT_EQ(kxIfcHeader_read_from_file((wide(directory_) + u"/none.ifc").c_str()), nullptr);
+}
+
+// ---- the sample files ----
+
+TEST_F(HeaderSectionTest, DuplexHeaderFields) {
+    KX_REQUIRE_SHARED("ifc/duplex.ifc");
+    const std::u16string path = wide(kxtest::shared_path("ifc/duplex.ifc"));
+    ASSERT_TRUE(kx::header_read_section(path.c_str(), &header_));
+    ASSERT_EQ(kxIfcHeader_description_fields_count(header_), 1u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_description_field(header_, 0)), "ViewDefinition [CoordinationView]");
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_name(header_)), "0001");
+    EXPECT_EQ(narrow(kxIfcHeader_get_timestamp(header_)), "2011-09-07T12:28:29");
+    ASSERT_EQ(kxIfcHeader_author_fields_count(header_), 1u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_author_field(header_, 0)), "");
+    EXPECT_EQ(narrow(kxIfcHeader_get_originating_system(header_)), "20100326_1700");
+    EXPECT_EQ(kxIfcHeader_authorization_fields_count(header_), 1u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header_)), "IFC2X3");
+}
+
+TEST_F(HeaderSectionTest, EverySampleFileDeclaresItsRelease) {
+    KX_REQUIRE_SHARED("ifc");
+    // The releases of the files known to be there; any other file must at
+    // least read.
+    const std::map<std::string, kxIfcVersion_t> known = {
+        {"AC20-FZK-Haus.ifc", KXIFCVERSION_IFC_4},
+        {"ISSUE_044_test_IFCCOMPOSITEPROFILEDEF.ifc", KXIFCVERSION_IFC_2X3},
+        {"ISSUE_171_IfcSurfaceCurveSweptAreaSolid.ifc", KXIFCVERSION_IFC_4},
+        {"IfcOpenHouse_IFC4.ifc", KXIFCVERSION_IFC_4},
+        {"Sample_entities.ifc", KXIFCVERSION_IFC_2X3},
+        {"duplex.ifc", KXIFCVERSION_IFC_2X3},
+        {"example.ifc", KXIFCVERSION_IFC_2X3},
+        {"tested_sample_project.ifc", KXIFCVERSION_IFC_2X3},
+    };
+    int files = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(kxtest::shared_path("ifc"))) {
+        if (entry.path().extension() != ".ifc") continue;
+        files++;
+        const std::string name = entry.path().filename().string();
+        const std::u16string path = wide(entry.path().string());
+        kxIfcVersion_t version = ifc_version_not_defined;
+        ASSERT_EQ(kxIfcHeader_read_ifc_version(path.c_str(), &version), kxBTRUE) << name;
+        const auto found = known.find(name);
+        if (found != known.end()) {
+            EXPECT_EQ(version, found->second) << name;
+        }
+        ASSERT_TRUE(kx::header_read_section(path.c_str(), &header_)) << name;
+        EXPECT_NE(header_->file_schema, nullptr) << name;
+        kx::header_destroy(&header_);
+    }
+    EXPECT_GT(files, 0);
+}
+
+TEST_F(HeaderSectionTest, SampleWithDollarAuthorizationAndEmptyLists) {
+    KX_REQUIRE_SHARED("ifc/Sample_entities.ifc");
+    const std::u16string path = wide(kxtest::shared_path("ifc/Sample_entities.ifc"));
+    ASSERT_TRUE(kx::header_read_section(path.c_str(), &header_));
+    EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
+    EXPECT_EQ(kxIfcHeader_organization_fields_count(header_), 0u);
+    ASSERT_EQ(kxIfcHeader_authorization_fields_count(header_), 1u);
+    EXPECT_EQ(narrow(kxIfcHeader_get_authorization_field(header_, 0)), "");
+}
+
+TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
+    KX_REQUIRE_SHARED("ifc-malformed/concatenated_files.ifc");
+    const std::u16string path = wide(kxtest::shared_path("ifc-malformed/concatenated_files.ifc"));
+    kxIfcVersion_t version = ifc_version_not_defined;
+    // Only the first header section is looked at.
+    if (kxIfcHeader_read_ifc_version(path.c_str(), &version)) {
+        EXPECT_EQ(version, KXIFCVERSION_IFC_2X3);
+    }
+    if (kx::header_read_section(path.c_str(), &header_)) {
+        EXPECT_EQ(narrow(header_->file_name), "test.ifc");
+    }
+}
+
+}  // namespace
