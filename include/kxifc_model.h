@@ -92,6 +92,21 @@ KX_API kxIfcHeader *kxIfcModel_get_header(const kxIfcModel *ifc_model);
 KX_API void kxIfcModel_export_model_to_file(kxIfcModel *ifc_model, const kxWChar *file_name,
                                             const kxWChar *directory);
 
+/* Reads an exchange file (IFC2X3 or IFC4, told by its FILE_SCHEMA) into a
+ * new model, or NULL when the file cannot be read: missing, no valid header,
+ * an unknown schema, a syntax error. read_mode 0 reads files up to 100 MiB
+ * in one pass and longer ones in two; 1 forces one pass, 2 two passes.
+ * *readed_with_errors (when not NULL) tells whether some data did not fit
+ * the schema (wrong types or counts, unknown entities, dangling references):
+ * the model then holds what could be read. */
+KX_API kxIfcModel *kxIfcModel_read_from_step_file(const kxWChar *file_name, uint32_t read_mode,
+                                                  kxBool *readed_with_errors);
+/* Reads only the instances of the given classes (a kxArrayST of
+ * const kxClass_t pointers); references to other instances stay empty. */
+KX_API kxIfcModel *kxIfcModel_read_entities_of_selected_classes_from_step_file(const kxWChar *file_name,
+                                                                               const kxArrayST *classes,
+                                                                               kxBool *readed_with_errors);
+
 /* ---- Instances ----------------------------------------------------------- */
 
 /* The instance's #id in a file; 4294967295 for NULL. */

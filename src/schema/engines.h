@@ -30,6 +30,8 @@ extern const ObjectHooks entity_hooks;
 kxBaseObject *entity_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_t *object_id_counter,
                          kxIfcModelMngr_t *model_manager);
 void entity_init_from_parse(kxBaseObject *instance, kxParseParList *parameters);
+// Frees what every slot holds and sets each back to its undefined value.
+void entity_reset_record(kxBaseObject *instance);
 // Writes the record as an instance line, or only a reference to it while
 // another instance's parameters are being collected.
 void entity_write_object(kxBaseObject *instance, kxIfcWriteData *output);

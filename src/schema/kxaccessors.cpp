@@ -120,6 +120,15 @@ void attr_set_object(kxBaseObject *instance, uint32_t slot, uint8_t releases, ui
                      kxBaseObject *value) {
     char *address = attr_address(instance, slot, releases, entity_id);
     if (address == nullptr) return;
+    // A value of another class would be misread by every later use of the
+    // slot: it is reported and refused.
+    const SlotInfo &info = g_slots[slot];
+    if (value != nullptr && (!instance_is_alive(value, entity_id) ||
+                             !(info.kind == SLOT_SELECT ? baseobject_is_of_class(value, g_classes[info.type_ref])
+                                                        : baseobject_is_kind_of(value, g_classes[info.type_ref])))) {
+        report("kxBaseObject_dontuse_is_object_kind_of(value, klass) == kxBTRUE", entity_id);
+        return;
+    }
     kxBaseObject *&stored = *reinterpret_cast<kxBaseObject **>(address);
     baseobject_retain(value);
     baseobject_release(&stored);

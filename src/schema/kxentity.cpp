@@ -131,6 +131,14 @@ const ObjectHooks entity_hooks = {
     &entity_free_object, &entity_write_object, nullptr, &entity_for_each_reference, &entity_predefined_type_string,
 };
 
+void entity_reset_record(kxBaseObject *instance) {
+    const kxClass_t *klass = instance->object_class;
+    for (uint32_t i = 0; i < klass->num_record_slots; i++) {
+        free_slot(instance, klass->record_slots[i]);
+        set_undefined(instance, klass->record_slots[i]);
+    }
+}
+
 kxBaseObject *entity_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_t *object_id_counter,
                          kxIfcModelMngr_t *model_manager) {
     if (version != KXIFCVERSION_IFC_2X3 && version != KXIFCVERSION_IFC_4) {

@@ -1,0 +1,55 @@
+// The direct read of instance lines: for classes whose attributes are all
+// plain values, references and lists of those, the parameters of a line go
+// from the scanner straight into the record, without a parameter list. A
+// line that does not fit its class exactly is handed back (the record reset)
+// for the general read, which reports what is wrong with it. References to
+// instances further on in the file are noted and resolved at the end.
+#pragma once
+
+#include <cstdint>
+
+#include "kxifc_defs.h"
+#include "step/idindex.h"
+
+struct kxBaseObject;
+struct kxAggregate;
+struct kxClass_t;
+
+namespace kx {
+
+struct Scanner;
+
+// A reference to an id not read yet: where to store the instance once it
+// exists, and the class it must be kind of.
+struct ForwardReference {
+    kxBaseObject *owner;
+    kxAggregate *aggregate;   // NULL: a slot of the owner
+    uint32_t place;           // byte offset in the owner, or index in the aggregate
+    uint32_t file_id;
+    uint32_t expected_class;
+};
+
+struct FastReader {
+    const IdIndex *ids = nullptr;
+    kxIfcVersion_t version = ifc_version_not_defined;
+    TrackedVector<uint8_t> class_is_direct;      // by class id
+    TrackedVector<ForwardReference> forward;
+};
+
+void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version);
+inline bool fastread_class_is_direct(const FastReader &reader, const kxClass_t *klass);
+// Reads "(...)" of a line into the instance. False when the line must be
+// read by the general path: the record is then reset and the scanner's
+// position is undefined (the caller seeks back).
+bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance);
+// Stores every forward reference; false when some named no instance of the
+// right class (those places stay empty).
+bool fastread_resolve(FastReader *reader);
+
+}  // namespace kx
+
+#include "core/class.h"
+
+inline bool kx::fastread_class_is_direct(const FastReader &reader, const kxClass_t *klass) {
+    return reader.class_is_direct[klass->unique_class_id] != 0;
+}

@@ -1,0 +1,238 @@
+#define KX_UNIT "kxifcfastread"
+#include "step/fastread.h"
+
+#include <cstring>
+
+#include "core/baseobject.h"
+#include "core/coretypes.h"
+#include "schema/aggregate.h"
+#include "schema/engines.h"
+#include "step/scanner.h"
+#include "support/memory.h"
+#include "support/wstring.h"
+
+namespace kx {
+
+namespace {
+
+bool is_direct_kind(uint8_t kind, uint32_t type_ref) {
+    switch (kind) {
+    case SLOT_STRING:
+    case SLOT_REAL:
+    case SLOT_INTEGER:
+    case SLOT_BOOLEAN:
+    case SLOT_LOGICAL:
+    case SLOT_ENUM:
+    case SLOT_ENTITY: return true;
+    case SLOT_AGGREGATE: {
+        const AggregateInfo &info = g_aggregates[type_ref];
+        return is_direct_kind(info.element_kind, info.element_ref);
+    }
+    default: return false;  // selects and binaries take the general path
+    }
+}
+
+inline char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
+
+// A dotted token compared without case with a library literal.
+bool literal_equals(const char *text, size_t length, const char16_t *literal) {
+    for (size_t i = 0; i < length; i++, literal++)
+        if (*literal == 0 || upper(text[i]) != static_cast<char>(*literal)) return false;
+    return *literal == 0;
+}
+
+int32_t enum_value(const EnumInfo &info, const Token &token) {
+    for (uint32_t value = 1; value < info.num_values; value++)
+        if (literal_equals(token.text, token.length, info.literals[value])) return static_cast<int32_t>(value);
+    return 0;
+}
+
+// BOOLEAN and LOGICAL: 1, 0, -1 (unknown), or 2 for a token that is neither.
+int32_t truth_value(const Token &token, bool logical) {
+    if (token.kind != TOKEN_BOOLEAN && token.kind != TOKEN_ENUM) return 2;
+    if (token.length == 3 || literal_equals(token.text, token.length, u".TRUE.") ||
+        literal_equals(token.text, token.length, u".FALSE.") ||
+        literal_equals(token.text, token.length, u".UNKNOWN.")) {
+        const char letter = upper(token.text[1]);
+        if (letter == 'T') return 1;
+        if (letter == 'F') return 0;
+        if (letter == 'U' && logical) return -1;
+    }
+    return 2;
+}
+
+class LineReader {
+public:
+    LineReader(FastReader *reader, Scanner *scanner, kxBaseObject *instance)
+        : reader_(reader), scanner_(scanner), instance_(instance) {}
+
+    bool read_parameters() {
+        const ClassRelease *release = class_release(instance_->object_class, instance_->ifc_version);
+        if (scanner_next(scanner_).kind != TOKEN_BEGIN_PAR) return false;
+        for (uint32_t i = 0; i < release->num_attrs; i++) {
+            if (i > 0 && scanner_next(scanner_).kind != TOKEN_COMMA) return false;
+            const AttrRef &attr = release->attrs[i];
+            if (!read_attribute(g_slots[attr.slot], reinterpret_cast<char *>(instance_) + attr.offset, attr.offset))
+                return false;
+        }
+        return scanner_next(scanner_).kind == TOKEN_END_PAR;
+    }
+
+private:
+    bool read_attribute(const SlotInfo &slot, char *address, uint32_t offset) {
+        const Token token = scanner_next(scanner_);
+        if (token.kind == TOKEN_NULL_VALUE || token.kind == TOKEN_DERIVED_VALUE) return true;
+        if (slot.kind == SLOT_AGGREGATE) {
+            if (token.kind != TOKEN_BEGIN_PAR) return false;
+            kxAggregate *aggregate = aggregate_new();
+            *reinterpret_cast<kxAggregate **>(address) = aggregate;
+            return read_elements(aggregate, slot.type_ref);
+        }
+        if (slot.kind == SLOT_ENTITY) return read_reference(token, slot.type_ref, address, nullptr, offset);
+        return read_value(token, slot.kind, slot.type_ref, address);
+    }
+
+    // A plain value into a slot or cell.
+    bool read_value(const Token &token, uint8_t kind, uint32_t type_ref, void *address) {
+        switch (kind) {
+        case SLOT_STRING:
+            if (token.kind != TOKEN_STRING) return false;
+            *static_cast<char16_t **>(address) = step_string_value(token.text, token.length);
+            return true;
+        case SLOT_REAL:
+            if (token.kind == TOKEN_REAL)
+                *static_cast<double *>(address) = scanner_real_value(token.text, token.length);
+            else if (token.kind == TOKEN_INT)
+                *static_cast<double *>(address) = scanner_integer_value(token.text, token.length);
+            else
+                return false;
+            return true;
+        case SLOT_INTEGER:
+            if (token.kind != TOKEN_INT) return false;
+            *static_cast<int32_t *>(address) = scanner_integer_value(token.text, token.length);
+            return true;
+        case SLOT_BOOLEAN:
+        case SLOT_LOGICAL: {
+            const int32_t value = truth_value(token, kind == SLOT_LOGICAL);
+            if (value == 2) return false;
+            *static_cast<int32_t *>(address) = value;
+            return true;
+        }
+        case SLOT_ENUM: {
+            if (token.kind != TOKEN_ENUM && token.kind != TOKEN_BOOLEAN) return false;
+            const EnumInfo &info = g_enums[type_ref];
+            const int32_t value = enum_value(info, token);
+            if (value == 0 || !enum_is_member_of_release(info, value, reader_->version)) return false;
+            *static_cast<int32_t *>(address) = value;
+            return true;
+        }
+        default:
+            return false;
+        }
+    }
+
+    // A reference: stored now when the instance exists, noted otherwise.
+    bool read_reference(const Token &token, uint32_t class_id, void *address, kxAggregate *aggregate, uint32_t place) {
+        if (token.kind != TOKEN_ENTITY_REFERENCE) return false;
+        kxBaseObject *target = reader_->ids->find(token.id);
+        if (target == nullptr) {
+            reader_->forward.push_back({instance_, aggregate, place, token.id, class_id});
+            return true;
+        }
+        if (!baseobject_is_kind_of(target, g_classes[class_id])) return false;
+        baseobject_retain(target);
+        *static_cast<kxBaseObject **>(address) = target;
+        return true;
+    }
+
+    // The elements of a list whose "(" was read, up to its ")".
+    bool read_elements(kxAggregate *aggregate, uint32_t aggregate_index) {
+        const AggregateInfo &info = g_aggregates[aggregate_index];
+        Token token = scanner_next(scanner_);
+        if (token.kind == TOKEN_END_PAR) return true;
+        for (;;) {
+            const uint32_t index = aggregate->count;
+            kxAggregateCell *cell = aggregate_append_cell(aggregate);
+            std::memset(cell, 0, sizeof *cell);
+            bool ok;
+            if (info.element_kind == SLOT_AGGREGATE) {
+                ok = token.kind == TOKEN_BEGIN_PAR;
+                if (ok) {
+                    cell->aggregate = aggregate_new();
+                    ok = read_elements(cell->aggregate, info.element_ref);
+                }
+            } else if (info.element_kind == SLOT_ENTITY) {
+                ok = read_reference(token, info.element_ref, &cell->object, aggregate, index);
+            } else {
+                ok = read_value(token, info.element_kind, info.element_ref, cell);
+            }
+            if (!ok) return false;
+            token = scanner_next(scanner_);
+            if (token.kind == TOKEN_END_PAR) return true;
+            if (token.kind != TOKEN_COMMA) return false;
+            token = scanner_next(scanner_);
+        }
+    }
+
+    FastReader *reader_;
+    Scanner *scanner_;
+    kxBaseObject *instance_;
+};
+
+// Removes the empty cells left by references that could not be resolved.
+void remove_empty_cells(kxAggregate *aggregate) {
+    uint32_t kept = 0;
+    for (uint32_t i = 0; i < aggregate->count; i++)
+        if (aggregate->items[i].object != nullptr) aggregate->items[kept++] = aggregate->items[i];
+    aggregate->count = kept;
+}
+
+}  // namespace
+
+void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version) {
+    reader->ids = ids;
+    reader->version = version;
+    reader->class_is_direct.assign(g_num_classes, 0);
+    for (uint32_t id = 0; id < g_num_classes; id++) {
+        const ClassRelease *release = class_release(g_classes[id], version);
+        if (release == nullptr || !g_classes[id]->is_entity) continue;
+        bool direct = true;
+        for (uint32_t i = 0; i < release->num_attrs && direct; i++) {
+            const SlotInfo &slot = g_slots[release->attrs[i].slot];
+            direct = is_direct_kind(slot.kind, slot.type_ref);
+        }
+        reader->class_is_direct[id] = direct ? 1 : 0;
+    }
+}
+
+bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance) {
+    const size_t forward_before = reader->forward.size();
+    LineReader line(reader, scanner, instance);
+    if (line.read_parameters()) return true;
+    reader->forward.resize(forward_before);
+    entity_reset_record(instance);
+    return false;
+}
+
+bool fastread_resolve(FastReader *reader) {
+    bool all_resolved = true;
+    TrackedVector<kxAggregate *> with_gaps;
+    for (const ForwardReference &reference : reader->forward) {
+        kxBaseObject *target = reader->ids->find(reference.file_id);
+        if (target == nullptr || !baseobject_is_kind_of(target, g_classes[reference.expected_class])) {
+            all_resolved = false;
+            if (reference.aggregate != nullptr) with_gaps.push_back(reference.aggregate);
+            continue;
+        }
+        baseobject_retain(target);
+        if (reference.aggregate != nullptr)
+            reference.aggregate->items[reference.place].object = target;
+        else
+            record_slot<kxBaseObject *>(reference.owner, reference.place) = target;
+    }
+    for (kxAggregate *aggregate : with_gaps) remove_empty_cells(aggregate);
+    reader->forward.clear();
+    return all_resolved;
+}
+
+}  // namespace kx

@@ -1,0 +1,325 @@
+#define KX_UNIT "kxifcscanner"
+#include "step/scanner.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+
+namespace kx {
+namespace {
+
+inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
+inline bool is_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+inline bool is_word_char(char c) { return is_letter(c) || is_digit(c) || c == '_'; }
+inline bool is_hex_digit(char c) { return is_digit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
+inline char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
+
+bool equal_nocase(const char *text, size_t length, const char *word) {
+    const size_t word_length = std::strlen(word);
+    if (length != word_length) return false;
+    for (size_t i = 0; i < length; i++)
+        if (upper(text[i]) != word[i]) return false;
+    return true;
+}
+
+// Whether the text at p starts with `word` (letters compared without case).
+bool starts_with_nocase(const char *p, const char *end, const char *word) {
+    for (; *word != '\0'; word++, p++)
+        if (p >= end || upper(*p) != *word) return false;
+    return true;
+}
+
+void new_line(Scanner *scanner, const char *next) {
+    scanner->line++;
+    scanner->line_start = next;
+}
+
+// Skips blanks, line ends and comments. A carriage return counts as a line
+// end of its own, except directly before a line feed.
+void skip_space(Scanner *scanner) {
+    const char *p = scanner->cursor;
+    const char *end = scanner->end;
+    while (p < end) {
+        const char c = *p;
+        if (c == ' ' || c == '\t') {
+            p++;
+        } else if (c == '\n') {
+            new_line(scanner, ++p);
+        } else if (c == '\r') {
+            p++;
+            if (p < end && *p == '\n') p++;
+            new_line(scanner, p);
+        } else if (c == '/' && p + 1 < end && p[1] == '*') {
+            p += 2;
+            while (p < end && !(*p == '*' && p + 1 < end && p[1] == '/')) {
+                if (*p == '\n') new_line(scanner, p + 1);
+                p++;
+            }
+            p = p < end ? p + 2 : end;  // end of input inside a comment ends it
+        } else {
+            break;
+        }
+    }
+    scanner->cursor = p;
+}
+
+// Length of a number starting at p: an integer or a real (sign, digits,
+// point, digits, exponent), longest match. Sets *is_real.
+size_t number_length(const char *p, const char *end, bool *is_real) {
+    const char *q = p;
+    if (q < end && (*q == '+' || *q == '-')) q++;
+    const char *digits = q;
+    while (q < end && is_digit(*q)) q++;
+    const bool integral = q > digits;
+    *is_real = false;
+    if (q < end && *q == '.') {
+        const char *fraction = q + 1;
+        const char *r = fraction;
+        while (r < end && is_digit(*r)) r++;
+        if (integral || r > fraction) {
+            q = r;
+            *is_real = true;
+        }
+    }
+    if ((integral || *is_real) && q < end && (*q == 'E' || *q == 'e')) {
+        const char *r = q + 1;
+        if (r < end && (*r == '+' || *r == '-')) r++;
+        const char *exponent = r;
+        while (r < end && is_digit(*r)) r++;
+        if (r > exponent) {
+            q = r;
+            *is_real = true;
+        }
+    }
+    return static_cast<size_t>(q - p);
+}
+
+TokenKind keyword_or_type_name(const char *text, size_t length) {
+    switch (upper(text[0])) {
+    case 'H': return equal_nocase(text, length, "HEADER") ? TOKEN_HEADER : TOKEN_TYPE_NAME;
+    case 'E': return equal_nocase(text, length, "ENDSEC") ? TOKEN_ENDSECTION : TOKEN_TYPE_NAME;
+    case 'D': return equal_nocase(text, length, "DATA") ? TOKEN_DATA : TOKEN_TYPE_NAME;
+    case 'F':
+        if (equal_nocase(text, length, "FILE_DESCRIPTION")) return TOKEN_FILE_DESCRIPTION;
+        if (equal_nocase(text, length, "FILE_NAME")) return TOKEN_FILE_NAME;
+        if (equal_nocase(text, length, "FILE_SCHEMA")) return TOKEN_FILE_SCHEMA;
+        return TOKEN_TYPE_NAME;
+    default: return TOKEN_TYPE_NAME;
+    }
+}
+
+const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                               1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+}  // namespace
+
+void scanner_init(Scanner *scanner, const char *text, size_t length) {
+    scanner->begin = text;
+    scanner->cursor = text;
+    scanner->end = text + length;
+    scanner->line = 1;
+    scanner->line_start = text;
+}
+
+void scanner_seek(Scanner *scanner, const char *position, uint32_t line) {
+    scanner->cursor = position;
+    scanner->line = line;
+    const char *start = position;
+    while (start > scanner->begin && start[-1] != '\n' && start[-1] != '\r') start--;
+    scanner->line_start = start;
+}
+
+Token scanner_next(Scanner *scanner) {
+    skip_space(scanner);
+    const char *p = scanner->cursor;
+    const char *end = scanner->end;
+    Token token{TOKEN_END, p, 0, scanner->line, static_cast<uint32_t>(p - scanner->line_start) + 1, 0};
+    if (p >= end) return token;
+    const char c = *p;
+    const char *q = p + 1;
+    switch (c) {
+    case '$': token.kind = TOKEN_NULL_VALUE; break;
+    case '*': token.kind = TOKEN_DERIVED_VALUE; break;
+    case '(': token.kind = TOKEN_BEGIN_PAR; break;
+    case ')': token.kind = TOKEN_END_PAR; break;
+    case ',': token.kind = TOKEN_COMMA; break;
+    case '=': token.kind = TOKEN_EQUAL; break;
+    case ';': token.kind = TOKEN_DOTCOMA; break;
+    case '#': {
+        if (q >= end || !is_digit(*q)) break;  // a lone '#'
+        uint64_t id = 0;
+        while (q < end && is_digit(*q)) {
+            id = id * 10 + static_cast<uint64_t>(*q - '0');
+            if (id > 0xFFFFFFFFull) id = 0xFFFFFFFFull;
+            q++;
+        }
+        token.id = static_cast<uint32_t>(id);
+        const char *r = q;
+        while (r < end && (*r == ' ' || *r == '\t')) r++;
+        token.kind = r < end && *r == '=' ? TOKEN_ENTITY_ID : TOKEN_ENTITY_REFERENCE;
+        break;
+    }
+    case '\'': {
+        // A string: any characters but a lone quote; '' stands for one quote.
+        while (q < end) {
+            // "\S\" takes the next character as it is, a quote included.
+            if (*q == '\\' && end - q >= 4 && q[1] == 'S' && q[2] == '\\') {
+                q += 4;
+                continue;
+            }
+            if (*q == '\'') {
+                if (q + 1 < end && q[1] == '\'') {
+                    q += 2;
+                    continue;
+                }
+                break;
+            }
+            if (*q == '\n') new_line(scanner, q + 1);
+            q++;
+        }
+        if (q >= end) {
+            q = p + 1;  // unterminated: an unexpected character
+            break;
+        }
+        token.kind = TOKEN_STRING;
+        token.text = p + 1;
+        token.length = static_cast<size_t>(q - p - 1);
+        scanner->cursor = q + 1;
+        return token;
+    }
+    case '"': {
+        while (q < end && is_hex_digit(*q)) q++;
+        if (q > p + 1 && q < end && *q == '"') {
+            token.kind = TOKEN_HEX;
+            q++;
+        } else {
+            q = p + 1;
+        }
+        break;
+    }
+    case '.': {
+        const char *r = q;
+        while (r < end && is_word_char(*r)) r++;
+        if (r > q && r < end && *r == '.') {
+            const size_t inner = static_cast<size_t>(r - q);
+            const char letter = upper(*q);
+            token.kind = inner == 1 && (letter == 'T' || letter == 'F' || letter == 'U') ? TOKEN_BOOLEAN : TOKEN_ENUM;
+            q = r + 1;
+            break;
+        }
+        bool is_real = false;
+        const size_t length = number_length(p, end, &is_real);
+        if (is_real) {
+            token.kind = TOKEN_REAL;
+            q = p + length;
+        }
+        break;
+    }
+    default:
+        if (is_digit(c) || c == '+' || c == '-') {
+            bool is_real = false;
+            q = p + number_length(p, end, &is_real);
+            if (q == p) q = p + 1;  // a sign alone
+            token.kind = is_real ? TOKEN_REAL : TOKEN_INT;
+        } else if (is_letter(c) || c == '_') {
+            while (q < end && is_word_char(*q)) q++;
+            const size_t length = static_cast<size_t>(q - p);
+            if (equal_nocase(p, length, "ISO") && starts_with_nocase(q, end, "-10303-21;")) {
+                token.kind = TOKEN_BEGIN_ISO;
+                q += 10;
+            } else if (equal_nocase(p, length, "END") && starts_with_nocase(q, end, "-ISO-10303-21;")) {
+                token.kind = TOKEN_END_ISO;
+                q += 14;
+            } else {
+                token.kind = keyword_or_type_name(p, length);
+            }
+        }
+        break;
+    }
+    if (token.kind == TOKEN_END) {
+        token.length = 1;  // an unexpected character ends the token stream
+        scanner->cursor = end;
+        return token;
+    }
+    token.length = static_cast<size_t>(q - p);
+    scanner->cursor = q;
+    return token;
+}
+
+int32_t scanner_integer_value(const char *text, size_t length) {
+    size_t i = 0;
+    bool negative = false;
+    if (i < length && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+    int64_t value = 0;
+    for (; i < length && is_digit(text[i]); i++) {
+        value = value * 10 + (text[i] - '0');
+        if (value > 2147483648ll) value = 2147483648ll;
+    }
+    if (negative) value = -value;
+    if (value > 2147483647ll) value = 2147483647ll;
+    return static_cast<int32_t>(value);
+}
+
+double scanner_real_value(const char *text, size_t length) {
+    // The common case exactly and fast: at most 19 significant digits and a
+    // small power of ten, where one multiplication or division is exact.
+    size_t i = 0;
+    bool negative = false;
+    if (i < length && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+    uint64_t mantissa = 0;
+    int digits = 0;
+    int exponent = 0;
+    bool truncated = false;  // digits beyond what the mantissa holds were dropped
+    for (; i < length && is_digit(text[i]); i++) {
+        if (digits < 19) {
+            mantissa = mantissa * 10 + static_cast<uint64_t>(text[i] - '0');
+            if (mantissa != 0) digits++;
+        } else {
+            exponent++;
+            truncated = true;
+        }
+    }
+    if (i < length && text[i] == '.') {
+        for (i++; i < length && is_digit(text[i]); i++) {
+            if (digits < 19) {
+                mantissa = mantissa * 10 + static_cast<uint64_t>(text[i] - '0');
+                if (mantissa != 0) digits++;
+                exponent--;
+            } else {
+                truncated = true;
+            }
+        }
+    }
+    const bool fast = !truncated;
+    if (i < length && (text[i] == 'E' || text[i] == 'e')) {
+        i++;
+        bool exponent_negative = false;
+        if (i < length && (text[i] == '+' || text[i] == '-')) exponent_negative = text[i++] == '-';
+        int explicit_exponent = 0;
+        for (; i < length && is_digit(text[i]); i++)
+            if (explicit_exponent < 100000) explicit_exponent = explicit_exponent * 10 + (text[i] - '0');
+        exponent += exponent_negative ? -explicit_exponent : explicit_exponent;
+    }
+    if (fast && mantissa <= (1ull << 53) && exponent >= -22 && exponent <= 22) {
+        double value = static_cast<double>(mantissa);
+        value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
+        return negative ? -value : value;
+    }
+    // Everything else through the standard conversion (no leading '+').
+    const char *start = text;
+    const char *stop = text + length;
+    if (start < stop && *start == '+') start++;
+    double value = 0.0;
+    if (std::from_chars(start, stop, value).ec == std::errc::result_out_of_range) {
+        // Beyond the range of a double: infinity or zero, as strtod gives.
+        char copy[512];
+        const size_t n = std::min(static_cast<size_t>(stop - start), sizeof copy - 1);
+        std::memcpy(copy, start, n);
+        copy[n] = '\0';
+        value = std::strtod(copy, nullptr);
+    }
+    return value;
+}
+
+}  // namespace kx

@@ -1,0 +1,241 @@
+// Reading exchange files: every sample file in every read mode, and hostile
+// or broken text that must fail or be reported without crashing or leaking.
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kxifcmodel.h"
+#include "test_support.h"
+
+namespace {
+
+class ReaderTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        kxtest::LibraryTest::SetUp();
+        char pattern[] = "/tmp/kxifc_reader_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        directory_ = pattern;
+    }
+    void TearDown() override {
+        for (const std::string &file : files_) std::remove(file.c_str());
+        rmdir(directory_.c_str());
+        kxtest::LibraryTest::TearDown();
+    }
+
+    // Writes the text to a new file of the test's directory.
+    std::string write_file(const std::string &text) {
+        const std::string path = directory_ + "/input" + std::to_string(files_.size()) + ".ifc";
+        std::ofstream(path, std::ios::binary) << text;
+        files_.push_back(path);
+        return path;
+    }
+
+    struct Outcome {
+        bool read;
+        bool with_errors;
+        uint32_t entities;
+        uint32_t objects;
+    };
+
+    static void count_entity(kxBaseObject *instance, void *count, int32_t *) {
+        if (kxClass_is_entity(kxClass_find_by_name(kxBaseObject_dontuse_get_ifc_class_name(instance))))
+            ++*static_cast<uint32_t *>(count);
+    }
+
+    // Reads a file and frees the model again.
+    static Outcome read(const std::string &path, uint32_t mode = 0) {
+        kxWChar *name = kxWideString_new_from_utf8(path.c_str());
+        kxBool errors = kxBFALSE;
+        kxIfcModel *model = kxIfcModel_read_from_step_file(name, mode, &errors);
+        kxWideString_free(&name);
+        Outcome outcome{model != nullptr, errors == kxBTRUE, 0, 0};
+        if (model != nullptr) {
+            outcome.objects = kxIfcModel_count_objects(model);
+            kxIfcModel_dontuse_visit_model(model, &outcome.entities, &count_entity);
+            kxIfcModel_free(&model);
+        }
+        return outcome;
+    }
+
+    static std::string slurp(const std::string &path) {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream buffer;
+        buffer << in.rdbuf();
+        return buffer.str();
+    }
+
+    // The number of instance lines ("#n=") of a file's data section.
+    static uint32_t instance_lines(const std::string &text) {
+        uint32_t count = 0;
+        bool in_string = false;
+        for (size_t i = 0; i + 1 < text.size(); i++) {
+            if (text[i] == '\'') in_string = !in_string;
+            if (in_string || text[i] != '#') continue;
+            size_t j = i + 1;
+            while (j < text.size() && isdigit(static_cast<unsigned char>(text[j]))) j++;
+            while (j < text.size() && text[j] == ' ') j++;
+            if (j > i + 1 && j < text.size() && text[j] == '=') count++;
+        }
+        return count;
+    }
+
+    std::string directory_;
+    std::vector<std::string> files_;
+};
+
+const char *kMinimalHeader =
+    "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\n"
+    "FILE_NAME('t.ifc','',(''),(''),'','','');\nFILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n";
+const char *kClosing = "ENDSEC;\nEND-ISO-10303-21;\n";
+
+std::vector<std::string> sample_files() {
+    std::vector<std::string> files;
+    const std::string folder = kxtest::shared_path("ifc");
+    if (folder.empty()) return files;
+    DIR *dir = opendir(folder.c_str());
+    while (dirent *entry = readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name.size() > 4 && name.substr(name.size() - 4) == ".ifc") files.push_back(folder + "/" + name);
+    }
+    closedir(dir);
+    return files;
+}
+
+TEST_F(ReaderTest, EverySampleFileReadsTheSameInEveryMode) {
+    KX_REQUIRE_SHARED("ifc");
+    for (const std::string &path : sample_files()) {
+        SCOPED_TRACE(path);
+        const Outcome automatic = read(path, 0), single = read(path, 1), two_passes = read(path, 2);
+        ASSERT_TRUE(automatic.read && single.read && two_passes.read);
+        EXPECT_EQ(automatic.entities, instance_lines(slurp(path)));
+        EXPECT_EQ(single.objects, automatic.objects);
+        EXPECT_EQ(two_passes.objects, automatic.objects);
+        EXPECT_EQ(single.with_errors, automatic.with_errors);
+        EXPECT_EQ(two_passes.with_errors, automatic.with_errors);
+        // Only the one imperfect sample (dangling references, a short line) has errors.
+        EXPECT_EQ(automatic.with_errors, path.find("example.ifc") != std::string::npos);
+    }
+}
+
+TEST_F(ReaderTest, ConcatenatedFilesAreReportedNotCrashed) {
+    KX_REQUIRE_SHARED("ifc-malformed/concatenated_files.ifc");
+    const Outcome outcome = read(kxtest::shared_path("ifc-malformed/concatenated_files.ifc"));
+    EXPECT_TRUE(!outcome.read || outcome.with_errors);
+}
+
+TEST_F(ReaderTest, ForwardReferencesAndValues) {
+    const std::string path = write_file(std::string(kMinimalHeader) +
+                                        "#1=IFCPOLYLINE((#3,#2));\n"
+                                        "#2=IFCCARTESIANPOINT((1.,2.,3.));\n"
+                                        "#3 = IFCCARTESIANPOINT ( ( 0 , -.5 , 1.E2 ) ) ;\n" + kClosing);
+    kxWChar *name = kxWideString_new_from_utf8(path.c_str());
+    for (uint32_t mode : {1u, 2u}) {
+        kxBool errors = kxBTRUE;
+        kxIfcModel *model = kxIfcModel_read_from_step_file(name, mode, &errors);
+        ASSERT_NE(model, nullptr);
+        EXPECT_EQ(errors, kxBFALSE);
+        kxBaseObject *polyline = kxIfcModel_dontuse_get_first_occurrence_of_class(model, kxIfcPolyline_class());
+        kxListIfcCartesianPoint *points = kxIfcPolyline_get_Points(polyline);
+        ASSERT_EQ(kxListIfcCartesianPoint_count(points), 2u);
+        kxBaseObject *last = kxListIfcCartesianPoint_get_element(points, 0);
+        EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(last), 3u);
+        kxArrIfcLengthMeasure *coordinates = kxIfcCartesianPoint_get_Coordinates(last);
+        EXPECT_EQ(kxArrIfcLengthMeasure_get(coordinates, 0), 0.0);
+        EXPECT_EQ(kxArrIfcLengthMeasure_get(coordinates, 1), -0.5);
+        EXPECT_EQ(kxArrIfcLengthMeasure_get(coordinates, 2), 100.0);
+        kxIfcModel_free(&model);
+    }
+    kxWideString_free(&name);
+}
+
+TEST_F(ReaderTest, DataThatDoesNotFitIsReadAndReported) {
+    struct Case {
+        const char *lines;
+        bool read;
+        bool with_errors;
+    } cases[] = {
+        {"#1=IFCCARTESIANPOINT((1.,2.));\n", true, false},
+        {"#1=IFCNOSUCHENTITY(1);\n#2=IFCCARTESIANPOINT((1.,2.));\n", true, true},      // unknown name: skipped
+        {"#1=IFCCARTESIANPOINT((1.,2.));\n#1=IFCCARTESIANPOINT((3.,4.));\n", true, true},  // id twice
+        {"#1=IFCCARTESIANPOINT(('a',2.));\n", true, true},                           // wrong type
+        {"#1=IFCCARTESIANPOINT((1.,2.),3);\n", true, true},                          // too many
+        {"#1=IFCPOLYLINE((#5));\n", true, true},                                     // dangling reference
+        {"#1=IFCDIRECTION((1.,0.));\n#2=IFCPOLYLINE((#1));\n", true, true},          // wrong class referred to
+        {"#1=IFCWALL('x',$,$,$,$,$,$,$,.NOSUCH.);\n", true, true},                    // unknown literal
+        {"#1=IFCBOUNDEDCURVE();\n", true, true},                                     // abstract
+        {"#1=(IFCA()IFCB());\n", true, true},                                        // complex instance
+        {"#1=IFCCARTESIANPOINT((1.,2.)\n", false, false},                            // no ";"
+        {"#1=IFCCARTESIANPOINT((1.,2.);\n", false, false},                           // unbalanced
+        {"#1=IFCCARTESIANPOINT((1.,2.)));\n", false, false},
+        {"#1=IFCCARTESIANPOINT((1.,\xC3\xA9));\n", false, false},                    // byte above 0x7F
+        {"#1=IFCLABEL'x';\n", false, false},
+        {"1=IFCCARTESIANPOINT((1.,2.));\n", false, false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.lines);
+        const Outcome outcome = read(write_file(std::string(kMinimalHeader) + c.lines + kClosing));
+        EXPECT_EQ(outcome.read, c.read);
+        if (outcome.read) {
+            EXPECT_EQ(outcome.with_errors, c.with_errors);
+        }
+    }
+}
+
+TEST_F(ReaderTest, HostileTextNeverCrashesOrLeaks) {
+    std::string nested = std::string(kMinimalHeader) + "#1=IFCCARTESIANPOINT(";
+    nested += std::string(200000, '(') + std::string(200000, ')') + ");\n" + kClosing;
+    read(write_file(nested));
+    read(write_file(std::string(kMinimalHeader) + "#4294967295=IFCCARTESIANPOINT((1.,2.));\n"
+                                                  "#4000000000=IFCPOLYLINE((#4294967295,#3999999999));\n" + kClosing));
+    read(write_file(std::string(kMinimalHeader) + "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLABEL(IFCLABEL(IFCLABEL('x'))),$);\n" +
+                    kClosing));
+    read(write_file(std::string(kMinimalHeader) + "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLENGTHMEASURE((1.,2.)),$);\n" + kClosing));
+    read(write_file(std::string(kMinimalHeader) + "#1=IFCWALL(" + std::string(100000, ',') + ");\n" + kClosing));
+    std::string binary(4096, '\0');
+    for (size_t i = 0; i < binary.size(); i++) binary[i] = static_cast<char>((i * 7919) % 251);
+    read(write_file(std::string(kMinimalHeader) + binary));
+    read(write_file(""));
+}
+
+TEST_F(ReaderTest, EveryTruncationOfARealFileFailsOrReads) {
+    KX_REQUIRE_SHARED("ifc/IfcOpenHouse_IFC4.ifc");
+    const std::string text = slurp(kxtest::shared_path("ifc/IfcOpenHouse_IFC4.ifc")).substr(0, 6000);
+    for (size_t cut = 0; cut <= text.size(); cut += 97) {
+        const Outcome outcome = read(write_file(text.substr(0, cut)));
+        EXPECT_TRUE(!outcome.read || outcome.with_errors) << "cut at " << cut;
+    }
+}
+
+TEST_F(ReaderTest, SelectedClassesOnly) {
+    KX_REQUIRE_SHARED("ifc/duplex.ifc");
+    kxWChar *name = kxWideString_new_from_utf8(kxtest::shared_path("ifc/duplex.ifc").c_str());
+    kxArrayST *classes = kxArrayST_dontuse_new(nullptr);
+    kxArrayST_dontuse_append(classes, const_cast<kxClass_t *>(kxIfcWallStandardCase_class()));
+    kxArrayST_dontuse_append(classes, const_cast<kxClass_t *>(kxIfcOwnerHistory_class()));
+    kxBool errors = kxBTRUE;
+    kxIfcModel *model = kxIfcModel_read_entities_of_selected_classes_from_step_file(name, classes, &errors);
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(errors, kxBFALSE);
+    kxArrayST *walls = kxIfcModel_dontuse_get_objects_by_class(model, kxIfcWallStandardCase_class());
+    const uint32_t wall_count = kxArrayST_dontuse_count(walls);
+    EXPECT_GT(wall_count, 0u);
+    kxArrayST *roots = kxIfcModel_dontuse_get_objects_by_class(model, kxIfcRoot_class());
+    EXPECT_EQ(kxArrayST_dontuse_count(roots), wall_count);
+    // References among the selected classes are kept; to others, dropped.
+    kxBaseObject *wall = static_cast<kxBaseObject *>(kxArrayST_dontuse_get(walls, 0));
+    EXPECT_NE(kxIfcWallStandardCase_get_OwnerHistory(wall), nullptr);
+    EXPECT_EQ(kxIfcWallStandardCase_get_ObjectPlacement(wall), nullptr);
+    kxArrayST_dontuse_free(&walls, nullptr);
+    kxArrayST_dontuse_free(&roots, nullptr);
+    kxArrayST_dontuse_free(&classes, nullptr);
+    kxIfcModel_free(&model);
+    kxWideString_free(&name);
+}
+
+}  // namespace
