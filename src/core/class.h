@@ -218,6 +218,15 @@ void class_init_from_parse(const kxClass_t *klass, kxBaseObject *instance,
 inline const ClassRelease *class_release(const kxClass_t *klass, uint32_t version) {
     return version < NUM_RELEASES ? klass->releases[version] : nullptr;
 }
+// Whether instances of `candidate` are kind of `klass` in the release.
+inline bool class_is_kind_of(const kxClass_t *candidate, const kxClass_t *klass, uint32_t version) {
+    if (candidate == klass) return true;
+    const ClassRelease *release = class_release(candidate, version);
+    if (release == nullptr) return false;
+    for (uint32_t i = 0; i < release->num_ancestors; i++)
+        if (release->ancestors[i] == klass->unique_class_id) return true;
+    return false;
+}
 // Byte offset of a slot in a record of the given class.
 uint32_t class_slot_offset(const kxClass_t *klass, const SlotInfo &slot);
 

@@ -137,14 +137,6 @@ void objtables_remove_instance(PtrArray *object_tables, kxBaseObject *base_objec
         base_object);
 }
 
-bool class_is_kind_of(const kxClass_t *candidate, const kxClass_t *klass, uint32_t version) {
-    if (candidate == klass) return true;
-    const ClassRelease *release = class_release(candidate, version);
-    if (release == nullptr) return false;
-    for (uint32_t i = 0; i < release->num_ancestors; i++)
-        if (release->ancestors[i] == klass->unique_class_id) return true;
-    return false;
-}
 
 // Calls the function on the table of every class whose instances are kind
 // of the class in the release.

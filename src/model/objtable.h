@@ -42,8 +42,6 @@ PtrArray *objtables_new();
 void objtables_free(PtrArray **object_tables);
 void objtables_add_instance(PtrArray *object_tables, kxBaseObject *base_object);
 void objtables_remove_instance(PtrArray *object_tables, kxBaseObject *base_object);
-// Whether instances of `candidate` are kind of `klass` in the release.
-bool class_is_kind_of(const kxClass_t *candidate, const kxClass_t *klass, uint32_t version);
 // Instances of the class and its kinds, oldest first (filter may be NULL).
 void objtables_collect(const PtrArray *object_tables, const kxClass_t *klass, uint32_t version,
                        ObjectFilterFn filter, void *filter_data, kxArrayST *result);

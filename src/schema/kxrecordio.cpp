@@ -359,8 +359,19 @@ bool read_aggregate(kxParseParList *list, kxParserParam *parameter, uint32_t agg
 
 // The member of a select that a parameter fits: an instance member the
 // referenced instance is kind of, or the value member the typed name names.
+// Whether a schema name, compared in upper case, equals an upper-case name.
+bool same_upper_name(const char16_t *name, const char16_t *upper_name) {
+    for (; *name != 0; name++, upper_name++) {
+        const char16_t c = *name >= u'a' && *name <= u'z' ? static_cast<char16_t>(*name - 32) : *name;
+        if (c != *upper_name) return false;
+    }
+    return *upper_name == 0;
+}
+
 uint32_t select_member_for(const SelectInfo &info, kxParserParam *parameter, uint32_t version) {
     const uint8_t release_bit = static_cast<uint8_t>(1u << version);
+    // Typed names reach the list in upper case.
+    const char16_t *typed_name = kxParserParam_is_typed_name(parameter) ? kxParserParam_get_typed_name(parameter) : nullptr;
     for (uint32_t code = 1; code <= info.num_members; code++) {
         const SelectMember &member = info.members[code - 1];
         if ((member.releases & release_bit) == 0) continue;
@@ -369,10 +380,10 @@ uint32_t select_member_for(const SelectInfo &info, kxParserParam *parameter, uin
             if (member.kind == SLOT_ENTITY && instance != nullptr &&
                 baseobject_is_kind_of(instance, g_classes[member.type_ref]))
                 return code;
-        } else if (kxParserParam_is_typed_name(parameter) && member.kind != SLOT_ENTITY) {
+        } else if (typed_name != nullptr && member.kind != SLOT_ENTITY) {
             const char16_t *name =
-                member.kind == SLOT_ENUM ? g_enums[member.type_ref].name : g_defined_types[member.type_ref].name;
-            if (wstr_equal_nocase(name, kxParserParam_get_typed_name(parameter))) return code;
+                member.kind == SLOT_ENUM ? g_enums[member.type_ref].name : g_defined_types[member.type_ref].upper_name;
+            if (same_upper_name(name, typed_name)) return code;
         }
     }
     return 0;

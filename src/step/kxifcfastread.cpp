@@ -139,8 +139,8 @@ private:
             reader_->forward.push_back({instance_, aggregate, place, token.id, class_id});
             return true;
         }
-        if (!baseobject_is_kind_of(target, g_classes[class_id])) return false;
-        baseobject_retain(target);
+        if (!class_is_kind_of(target->object_class, g_classes[class_id], target->ifc_version)) return false;
+        target->retain_count++;
         *static_cast<kxBaseObject **>(address) = target;
         return true;
     }
@@ -219,7 +219,8 @@ bool fastread_resolve(FastReader *reader) {
     TrackedVector<kxAggregate *> with_gaps;
     for (const ForwardReference &reference : reader->forward) {
         kxBaseObject *target = reader->ids->find(reference.file_id);
-        if (target == nullptr || !baseobject_is_kind_of(target, g_classes[reference.expected_class])) {
+        if (target == nullptr ||
+            !class_is_kind_of(target->object_class, g_classes[reference.expected_class], target->ifc_version)) {
             all_resolved = false;
             if (reference.aggregate != nullptr) with_gaps.push_back(reference.aggregate);
             continue;

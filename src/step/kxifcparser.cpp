@@ -106,47 +106,54 @@ private:
     size_t size_ = 0;
 };
 
-// Upper-case entity names of one release -> class.
+// Upper-case entity names of one release -> class: an open-addressing hash
+// table over the names' bytes, hashed and compared without case on the fly.
 class NameTable {
 public:
-    explicit NameTable(kxIfcVersion_t version) {
+    explicit NameTable(kxIfcVersion_t version) : entries_(kSize, Entry{nullptr, 0}) {
         for (uint32_t id = 0; id < g_num_classes; id++) {
             const kxClass_t *klass = g_classes[id];
             if (!klass->is_entity || class_release(klass, version) == nullptr) continue;
-            std::string_view name = store(klass->upper_name);
-            classes_.emplace(name, klass);
+            const char16_t *name = klass->upper_name;
+            const size_t length = wstr_length(name);
+            char text[128];
+            for (size_t i = 0; i < length && i < sizeof text; i++) text[i] = static_cast<char>(name[i]);
+            size_t slot = hash(text, length) & kMask;
+            while (entries_[slot].klass != nullptr) slot = (slot + 1) & kMask;
+            entries_[slot] = {klass, static_cast<uint32_t>(length)};
         }
     }
     // The class of an entity name as written in a file (any case).
     const kxClass_t *find(const char *text, size_t length) const {
-        char upper[128];
-        if (length >= sizeof upper) return nullptr;
-        for (size_t i = 0; i < length; i++)
-            upper[i] = text[i] >= 'a' && text[i] <= 'z' ? static_cast<char>(text[i] - 32) : text[i];
-        auto found = classes_.find(std::string_view(upper, length));
-        return found != classes_.end() ? found->second : nullptr;
+        for (size_t slot = hash(text, length) & kMask;; slot = (slot + 1) & kMask) {
+            const Entry &entry = entries_[slot];
+            if (entry.klass == nullptr) return nullptr;
+            if (entry.length == length && same_name(entry.klass->upper_name, text, length)) return entry.klass;
+        }
     }
-    ~NameTable() {
-        for (char *name : storage_) mem_free(name);
-    }
-    NameTable(const NameTable &) = delete;
-    NameTable &operator=(const NameTable &) = delete;
 
 private:
-    // A narrow copy of a name, kept while the table lives.
-    std::string_view store(const char16_t *name) {
-        const size_t length = wstr_length(name);
-        char *copy = static_cast<char *>(mem_alloc(length));
-        for (size_t i = 0; i < length; i++) copy[i] = static_cast<char>(name[i]);
-        storage_.push_back(copy);
-        return std::string_view(copy, length);
+    static constexpr size_t kSize = 4096;  // a power of two, over four times the classes of a release
+    static constexpr size_t kMask = kSize - 1;
+    struct Entry {
+        const kxClass_t *klass;
+        uint32_t length;
+    };
+
+    static char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
+    static size_t hash(const char *text, size_t length) {
+        uint64_t value = 14695981039346656037ull;
+        // "| 0x20" folds letters to one case and leaves digits and '_' apart.
+        for (size_t i = 0; i < length; i++) value = (value ^ static_cast<unsigned char>(text[i] | 0x20)) * 1099511628211ull;
+        return static_cast<size_t>(value ^ (value >> 29));
+    }
+    static bool same_name(const char16_t *upper_name, const char *text, size_t length) {
+        for (size_t i = 0; i < length; i++)
+            if (upper_name[i] != static_cast<unsigned char>(upper(text[i]))) return false;
+        return true;
     }
 
-    TrackedVector<char *> storage_;
-    std::unordered_map<std::string_view, const kxClass_t *, std::hash<std::string_view>,
-                       std::equal_to<std::string_view>,
-                       TrackedAllocator<std::pair<const std::string_view, const kxClass_t *>>>
-        classes_;
+    TrackedVector<Entry> entries_;
 };
 
 struct DeferredLine {
@@ -344,10 +351,25 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
     return true;
 }
 
+// Gives the pages of the mapped file that the scanner has left well behind
+// back to the system, so a large file does not stay resident while its
+// model grows. (A line read again later faults its pages back in.)
+void release_read_pages(Scanner *scanner, const char **released) {
+    constexpr size_t kStep = 32u << 20;
+    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    if (scanner->cursor - *released < static_cast<ptrdiff_t>(2 * kStep)) return;
+    const uintptr_t from = reinterpret_cast<uintptr_t>(*released) & ~(page - 1);
+    const uintptr_t to = (reinterpret_cast<uintptr_t>(scanner->cursor) - kStep) & ~(page - 1);
+    if (to > from) ::madvise(reinterpret_cast<void *>(from), to - from, MADV_DONTNEED);
+    *released = reinterpret_cast<const char *>(to);
+}
+
 // Reads the data section from the scanner's position (just after "DATA;")
 // up to "ENDSEC;". False on a syntax error.
 bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
+    const char *released = scanner->begin;
     for (;;) {
+        release_read_pages(scanner, &released);
         const Token token = scanner_next(scanner);
         if (token.kind == TOKEN_ENDSECTION) return expect(scanner, TOKEN_DOTCOMA);
         if (token.kind != TOKEN_ENTITY_ID || !parse_entity_line(parser, scanner, token, mode)) return false;

@@ -130,7 +130,7 @@ void scanner_seek(Scanner *scanner, const char *position, uint32_t line) {
     scanner->line_start = start;
 }
 
-Token scanner_next(Scanner *scanner) {
+Token scanner_next_token(Scanner *scanner) {
     skip_space(scanner);
     const char *p = scanner->cursor;
     const char *end = scanner->end;

@@ -58,7 +58,31 @@ void scanner_init(Scanner *scanner, const char *text, size_t length);
 void scanner_seek(Scanner *scanner, const char *position, uint32_t line);
 // Reads the next token. An unexpected character gives TOKEN_END with the
 // character as its text (length 1); the true end gives length 0.
-Token scanner_next(Scanner *scanner);
+Token scanner_next_token(Scanner *scanner);
+
+// The same, with the most frequent tokens (punctuation after at most a few
+// blanks) read inline.
+inline Token scanner_next(Scanner *scanner) {
+    const char *p = scanner->cursor;
+    while (p < scanner->end && *p == ' ') p++;
+    if (p < scanner->end) {
+        TokenKind kind;
+        switch (*p) {
+        case '(': kind = TOKEN_BEGIN_PAR; break;
+        case ')': kind = TOKEN_END_PAR; break;
+        case ',': kind = TOKEN_COMMA; break;
+        case '$': kind = TOKEN_NULL_VALUE; break;
+        case '*': kind = TOKEN_DERIVED_VALUE; break;
+        case ';': kind = TOKEN_DOTCOMA; break;
+        case '=': kind = TOKEN_EQUAL; break;
+        default: scanner->cursor = p; return scanner_next_token(scanner);
+        }
+        scanner->cursor = p + 1;
+        return Token{kind, p, 1, scanner->line, static_cast<uint32_t>(p - scanner->line_start) + 1, 0};
+    }
+    scanner->cursor = p;
+    return scanner_next_token(scanner);
+}
 
 // Number conversions of the scanner's token texts: an integer as the
 // standard conversion gives it (a sign alone is 0; beyond the 32-bit range
