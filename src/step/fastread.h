@@ -1,5 +1,5 @@
-// The direct read of instance lines: for classes whose attributes are all
-// plain values, references and lists of those, the parameters of a line go
+// The direct read of instance lines: for classes whose attributes are plain
+// values, references, select values and lists of those, the parameters of a line go
 // from the scanner straight into the record, without a parameter list. A
 // line that does not fit its class exactly is handed back (the record reset)
 // for the general read, which reports what is wrong with it. References to
@@ -20,23 +20,30 @@ namespace kx {
 struct Scanner;
 
 // A reference to an id not read yet: where to store the instance once it
-// exists, and the class it must be kind of.
+// exists, and the class it must be kind of (or, for a select, the select
+// whose value it becomes).
 struct ForwardReference {
     kxBaseObject *owner;
     kxAggregate *aggregate;   // NULL: a slot of the owner
     uint32_t place;           // byte offset in the owner, or index in the aggregate
     uint32_t file_id;
-    uint32_t expected_class;
+    uint32_t expected_class;  // an entity class, or a select class
 };
+
+// Makes a select value through whatever owns the instances being read.
+using CreateValueFn = kxBaseObject *(*)(void *context, const kxClass_t *klass);
 
 struct FastReader {
     const IdIndex *ids = nullptr;
     kxIfcVersion_t version = ifc_version_not_defined;
+    CreateValueFn create_value = nullptr;
+    void *create_context = nullptr;
     TrackedVector<uint8_t> class_is_direct;      // by class id
     TrackedVector<ForwardReference> forward;
 };
 
-void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version);
+void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version, CreateValueFn create_value,
+                   void *create_context);
 inline bool fastread_class_is_direct(const FastReader &reader, const kxClass_t *klass);
 // Reads "(...)" of a line into the instance. False when the line must be
 // read by the general path: the record is then reset and the scanner's

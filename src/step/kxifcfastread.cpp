@@ -7,6 +7,7 @@
 #include "core/coretypes.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
+#include "schema/select.h"
 #include "step/scanner.h"
 #include "support/memory.h"
 #include "support/wstring.h"
@@ -15,21 +16,64 @@ namespace kx {
 
 namespace {
 
+bool is_plain_kind(uint8_t kind) {
+    return kind == SLOT_STRING || kind == SLOT_REAL || kind == SLOT_INTEGER || kind == SLOT_BOOLEAN ||
+           kind == SLOT_LOGICAL || kind == SLOT_ENUM;
+}
+
 bool is_direct_kind(uint8_t kind, uint32_t type_ref) {
-    switch (kind) {
-    case SLOT_STRING:
-    case SLOT_REAL:
-    case SLOT_INTEGER:
-    case SLOT_BOOLEAN:
-    case SLOT_LOGICAL:
-    case SLOT_ENUM:
-    case SLOT_ENTITY: return true;
-    case SLOT_AGGREGATE: {
+    if (is_plain_kind(kind) || kind == SLOT_ENTITY) return true;
+    if (kind == SLOT_AGGREGATE) {
         const AggregateInfo &info = g_aggregates[type_ref];
         return is_direct_kind(info.element_kind, info.element_ref);
     }
-    default: return false;  // selects and binaries take the general path
+    // Select values are read directly when they are instances or plain
+    // values; a binary or aggregate member hands its line back.
+    return kind == SLOT_SELECT;
+}
+
+// Whether a schema name, compared in upper case, equals a token's text.
+bool same_name(const char16_t *name, const char *text, size_t length) {
+    for (size_t i = 0; i < length; i++, name++) {
+        if (*name == 0) return false;
+        const char16_t c = *name >= u'a' && *name <= u'z' ? static_cast<char16_t>(*name - 32) : *name;
+        const char t = text[i] >= 'a' && text[i] <= 'z' ? static_cast<char>(text[i] - 32) : text[i];
+        if (c != static_cast<unsigned char>(t)) return false;
     }
+    return *name == 0;
+}
+
+// The member of a select that an instance of the class fits, or 0.
+uint32_t instance_member(const SelectInfo &info, const kxBaseObject *target, uint8_t release_bit) {
+    for (uint32_t code = 1; code <= info.num_members; code++) {
+        const SelectMember &member = info.members[code - 1];
+        if ((member.releases & release_bit) != 0 && member.kind == SLOT_ENTITY &&
+            class_is_kind_of(target->object_class, g_classes[member.type_ref], target->ifc_version))
+            return code;
+    }
+    return 0;
+}
+
+// The value member of a select that a typed value's name names, or 0.
+uint32_t typed_member(const SelectInfo &info, const Token &name, uint8_t release_bit) {
+    for (uint32_t code = 1; code <= info.num_members; code++) {
+        const SelectMember &member = info.members[code - 1];
+        if ((member.releases & release_bit) == 0 || member.kind == SLOT_ENTITY) continue;
+        const char16_t *member_name =
+            member.kind == SLOT_ENUM ? g_enums[member.type_ref].name : g_defined_types[member.type_ref].name;
+        // Every name starts "Ifc": the letter after it rules most members out.
+        if (name.length > 3 && (member_name[3] | 0x20) != (name.text[3] | 0x20)) continue;
+        if (same_name(member_name, name.text, name.length)) return code;
+    }
+    return 0;
+}
+
+// Stores an instance (holding one retain) at a place of a record or aggregate.
+void store_at(kxBaseObject *owner, kxAggregate *aggregate, uint32_t place, kxBaseObject *value) {
+    if (aggregate != nullptr)
+        aggregate->items[place].object = value;
+    else
+        record_slot<kxBaseObject *>(owner, place) = value;
 }
 
 inline char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
@@ -61,10 +105,43 @@ int32_t truth_value(const Token &token, bool logical) {
     return 2;
 }
 
+// A select value read from a line, made only once the whole line fitted
+// (so a line handed back leaves no value objects behind).
+struct PendingSelect {
+    kxAggregate *aggregate;  // NULL: a slot of the instance
+    uint32_t place;
+    uint32_t select_class;
+    uint32_t code;
+    kxSelectValue value;     // an instance holds a retain
+};
+
 class LineReader {
 public:
     LineReader(FastReader *reader, Scanner *scanner, kxBaseObject *instance)
-        : reader_(reader), scanner_(scanner), instance_(instance) {}
+        : reader_(reader), scanner_(scanner), instance_(instance),
+          release_bit_(static_cast<uint8_t>(1u << instance->ifc_version)) {}
+
+    ~LineReader() {
+        // Values of a line that did not fit.
+        for (PendingSelect &pending : pending_) {
+            const SelectMember &member = g_classes[pending.select_class]->select->members[pending.code - 1];
+            if (member.kind == SLOT_ENTITY) baseobject_release(&pending.value.object);
+            if (member.kind == SLOT_STRING) wstr_destroy_optional(&pending.value.string);
+        }
+    }
+
+    // Makes the select values of a line that fitted.
+    void make_selects() {
+        for (PendingSelect &pending : pending_) {
+            kxBaseObject *select = reader_->create_value(reader_->create_context, g_classes[pending.select_class]);
+            kxSelectObject *object = reinterpret_cast<kxSelectObject *>(select);
+            object->value = pending.value;
+            object->type = pending.code;
+            select->retain_count++;  // the holder's reference; the list of instances keeps its own
+            store_at(instance_, pending.aggregate, pending.place, select);
+        }
+        pending_.clear();
+    }
 
     bool read_parameters() {
         const ClassRelease *release = class_release(instance_->object_class, instance_->ifc_version);
@@ -89,7 +166,38 @@ private:
             return read_elements(aggregate, slot.type_ref);
         }
         if (slot.kind == SLOT_ENTITY) return read_reference(token, slot.type_ref, address, nullptr, offset);
+        if (slot.kind == SLOT_SELECT) return read_select(token, slot.type_ref, nullptr, offset);
         return read_value(token, slot.kind, slot.type_ref, address);
+    }
+
+    // A select value: an instance of one of its classes, or NAME(value).
+    bool read_select(const Token &token, uint32_t select_class, kxAggregate *aggregate, uint32_t place) {
+        const SelectInfo &info = *g_classes[select_class]->select;
+        PendingSelect pending{aggregate, place, select_class, 0, kxSelectValue{}};
+        if (token.kind == TOKEN_ENTITY_REFERENCE) {
+            kxBaseObject *target = reader_->ids->find(token.id);
+            if (target == nullptr) {
+                reader_->forward.push_back({instance_, aggregate, place, token.id, select_class});
+                return true;
+            }
+            pending.code = instance_member(info, target, release_bit_);
+            if (pending.code == 0) return false;
+            target->retain_count++;
+            pending.value.object = target;
+        } else if (token.kind == TOKEN_TYPE_NAME) {
+            pending.code = typed_member(info, token, release_bit_);
+            if (pending.code == 0 || scanner_next(scanner_).kind != TOKEN_BEGIN_PAR) return false;
+            const SelectMember &member = info.members[pending.code - 1];
+            if (!is_plain_kind(member.kind)) return false;
+            const Token value = scanner_next(scanner_);
+            if (!read_value(value, member.kind, member.type_ref, &pending.value)) return false;
+            pending_.push_back(pending);  // owned now: freed by the destructor if the line fails
+            return scanner_next(scanner_).kind == TOKEN_END_PAR;
+        } else {
+            return false;
+        }
+        pending_.push_back(pending);
+        return true;
     }
 
     // A plain value into a slot or cell.
@@ -163,6 +271,8 @@ private:
                 }
             } else if (info.element_kind == SLOT_ENTITY) {
                 ok = read_reference(token, info.element_ref, &cell->object, aggregate, index);
+            } else if (info.element_kind == SLOT_SELECT) {
+                ok = read_select(token, info.element_ref, aggregate, index);
             } else {
                 ok = read_value(token, info.element_kind, info.element_ref, cell);
             }
@@ -177,6 +287,8 @@ private:
     FastReader *reader_;
     Scanner *scanner_;
     kxBaseObject *instance_;
+    uint8_t release_bit_;
+    TrackedVector<PendingSelect> pending_;
 };
 
 // Removes the empty cells left by references that could not be resolved.
@@ -189,9 +301,12 @@ void remove_empty_cells(kxAggregate *aggregate) {
 
 }  // namespace
 
-void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version) {
+void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version, CreateValueFn create_value,
+                   void *create_context) {
     reader->ids = ids;
     reader->version = version;
+    reader->create_value = create_value;
+    reader->create_context = create_context;
     reader->class_is_direct.assign(g_num_classes, 0);
     for (uint32_t id = 0; id < g_num_classes; id++) {
         const ClassRelease *release = class_release(g_classes[id], version);
@@ -208,7 +323,10 @@ void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t versio
 bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance) {
     const size_t forward_before = reader->forward.size();
     LineReader line(reader, scanner, instance);
-    if (line.read_parameters()) return true;
+    if (line.read_parameters()) {
+        line.make_selects();
+        return true;
+    }
     reader->forward.resize(forward_before);
     entity_reset_record(instance);
     return false;
@@ -219,17 +337,29 @@ bool fastread_resolve(FastReader *reader) {
     TrackedVector<kxAggregate *> with_gaps;
     for (const ForwardReference &reference : reader->forward) {
         kxBaseObject *target = reader->ids->find(reference.file_id);
-        if (target == nullptr ||
-            !class_is_kind_of(target->object_class, g_classes[reference.expected_class], target->ifc_version)) {
+        const kxClass_t *expected = g_classes[reference.expected_class];
+        kxBaseObject *value = nullptr;
+        if (target != nullptr && expected->select != nullptr) {
+            // A select holding the instance, made now that its class is known.
+            const uint32_t code = instance_member(*expected->select, target, static_cast<uint8_t>(1u << target->ifc_version));
+            if (code != 0) {
+                value = reader->create_value(reader->create_context, expected);
+                kxSelectObject *select = reinterpret_cast<kxSelectObject *>(value);
+                target->retain_count++;
+                select->value.object = target;
+                select->type = code;
+                value->retain_count++;  // the holder's reference
+            }
+        } else if (target != nullptr && class_is_kind_of(target->object_class, expected, target->ifc_version)) {
+            target->retain_count++;
+            value = target;
+        }
+        if (value == nullptr) {
             all_resolved = false;
             if (reference.aggregate != nullptr) with_gaps.push_back(reference.aggregate);
             continue;
         }
-        baseobject_retain(target);
-        if (reference.aggregate != nullptr)
-            reference.aggregate->items[reference.place].object = target;
-        else
-            record_slot<kxBaseObject *>(reference.owner, reference.place) = target;
+        store_at(reference.owner, reference.aggregate, reference.place, value);
     }
     for (kxAggregate *aggregate : with_gaps) remove_empty_cells(aggregate);
     reader->forward.clear();

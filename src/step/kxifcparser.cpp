@@ -162,6 +162,8 @@ struct DeferredLine {
     uint32_t line;
 };
 
+kxBaseObject *create_value_object(void *context, const kxClass_t *klass);
+
 struct Parser {
     kxIfcVersion_t version;
     const TrackedVector<bool> *selection;  // SINGLE_PASS_SELECTED: class ids to read
@@ -179,7 +181,7 @@ struct Parser {
 
     Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected)
         : version(release), selection(selected), names(release) {
-        fastread_init(&fast, &ids, release);
+        fastread_init(&fast, &ids, release, &create_value_object, this);
     }
 };
 
