@@ -13,6 +13,7 @@
  *   kxifc_header.h       the file header record
  *   kxifc_schema.h       generated: kx<Type>_class, enumerations, defined
  *                        types and aggregates of both schema releases
+ *   kxifc_relations.h    relationship helpers (kxRelCommon_*)
  */
 #ifndef KXIFCMODEL_H
 #define KXIFCMODEL_H
@@ -25,5 +26,6 @@
 #include "kxifc_model.h"
 #include "kxifc_header.h"
 #include "kxifc_schema.h"
+#include "kxifc_relations.h"
 
 #endif
