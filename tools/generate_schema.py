@@ -237,9 +237,10 @@ class Generator:
         lines = ["const SlotInfo g_slots[] = {\n"]
         for slot in self.model.slots:
             mask = sum(1 << r for r in slot.releases)
-            lines.append("    {%d,%d,%d,%d,%d,%d,%s,%s},\n" % (
+            value_type = self.defined_index.get(slot.type_text, "NO_INDEX") if "/" not in slot.type_text else "NO_INDEX"
+            lines.append("    {%d,%d,%d,%d,%d,%d,%s,%s,%s},\n" % (
                 slot.offset, KINDS.index(slot.kind), mask, slot.type_ref, self.model.class_id[slot.entity],
-                self.model.subtree_end[slot.entity], u(slot.name), u(slot.qualified_name)))
+                self.model.subtree_end[slot.entity], value_type, u(slot.name), u(slot.qualified_name)))
         lines.append("};\nconst uint32_t g_num_slots = %d;\n\n" % len(self.model.slots))
         return lines
 
@@ -269,9 +270,33 @@ class Generator:
                 containers = tuple(c.split("[")[0] for c in text.split("/")[:-1])
                 ref = self.model.aggregate_of[(containers, text.split("/")[-1])].index
             mask = sum(1 << r for r in RELEASES if self.schema.types[name][r])
-            lines.append("    {%s,%s,%d,%d,0,%d},\n" % (u(name), u(name.upper()), KINDS.index(kind), mask, ref))
+            unit_kind, unit_type = self.measure_unit(name)
+            lines.append("    {%s,%s,%d,%d,%d,%d,%d},\n" % (u(name), u(name.upper()), KINDS.index(kind), mask,
+                                                         unit_kind, unit_type, ref))
         lines.append("};\nconst uint32_t g_num_defined_types = %d;\n\n" % len(self.defined_order))
         return lines
+
+    # Measure types whose name does not spell their unit type.
+    UNIT_NAME_OVERRIDES = {"SectionalAreaIntegral": "SECTIONAREAINTEGRAL", "ThermalConductivity": "THERMALCONDUCTANCE"}
+
+    def measure_unit(self, name):
+        """(unit kind, unit enumerator) of a measure type: Ifc<X>Measure is in
+        the unit <X>UNIT of IfcUnitEnum or IfcDerivedUnitEnum (a Positive or
+        NonNegative prefix aside); the monetary measure in the currency."""
+        if not name.endswith("Measure") or self.defined_kind[name] not in ("REAL", "INTEGER"):
+            return 0, 0
+        if name == "IfcMonetaryMeasure":
+            return 3, 0
+        core = name[3:-len("Measure")]
+        for prefix in ("Positive", "NonNegative"):
+            if core.startswith(prefix) and len(core) > len(prefix):
+                core = core[len(prefix):]
+        unit = self.UNIT_NAME_OVERRIDES.get(core, core.upper()) + "UNIT"
+        for kind, enum in ((1, "IfcUnitEnum"), (2, "IfcDerivedUnitEnum")):
+            members = [m for m, _ in self.model.enum_members[enum]]
+            if unit in members:
+                return kind, members.index(unit) + 1
+        return 0, 0
 
     def _aggregates(self):
         lines = ["const AggregateInfo g_aggregates[] = {\n"]

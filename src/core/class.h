@@ -51,6 +51,7 @@ struct SlotInfo {
     uint32_t type_ref;      // enum index, class id or aggregate index by kind
     uint32_t declarer;      // class id of the declaring entity
     uint32_t declarer_end;  // the declarer's subtypes on the primary tree end here
+    uint32_t value_type;    // the defined type of a simple value (IfcLengthMeasure...), or NO_INDEX
     const char16_t *name;   // "RelatingObject"
     const char16_t *qualified_name;  // "kxIfcRelDecomposes.RelatingObject"
 };
@@ -110,8 +111,17 @@ struct DefinedTypeInfo {
     const char16_t *upper_name;         // "IFCLENGTHMEASURE"
     uint8_t kind;                       // SlotKind of a value
     uint8_t releases;
-    uint16_t reserved;
+    uint8_t unit_kind;                  // UnitKind: which unit a measure's values are in
+    uint8_t unit_type;                  // its IfcUnitEnum or IfcDerivedUnitEnum member
     uint32_t type_ref;                  // aggregate index for aggregate types
+};
+
+// The kind of unit a measure type's values are expressed in.
+enum UnitKind : uint8_t {
+    UNIT_NONE = 0,       // not a measure with a unit (counts, ratios, text...)
+    UNIT_NAMED = 1,      // an IfcUnitEnum unit type
+    UNIT_DERIVED = 2,    // an IfcDerivedUnitEnum unit type
+    UNIT_MONETARY = 3,   // the currency of the model
 };
 
 // An aggregate type: its container and what its elements are.
