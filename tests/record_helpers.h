@@ -1,24 +1,22 @@
 // Test helpers that reach into entity records through the class tables:
 // find an attribute by name, read or write its slot, set references the way
-// the generated setters do.
+// the generated setters do; and what the writer prints, caught in memory.
+// The text helpers (narrow, wide) come with test_support.h.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "core/baseobject.h"
 #include "core/class.h"
 #include "schema/engines.h"
+#include "step/writedata.h"
+#include "test_support.h"
 
 namespace kxtest {
-
-// The text as narrow ASCII (for messages and comparisons).
-inline std::string narrow(const kxWChar *text) {
-    std::string result;
-    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
-    return result;
-}
 
 // The attribute of the instance's class in its release with that name.
 inline const kx::AttrRef *find_attribute(const kxBaseObject *instance, const std::u16string &name) {
@@ -55,6 +53,30 @@ inline void append_reference(kxBaseObject *owner, const std::u16string &name, kx
     kxAggregate *&aggregate = slot_at<kxAggregate *>(owner, *attr);
     if (aggregate == nullptr) aggregate = kx::aggregate_new();
     kx::aggregate_append_object(aggregate, target, slot.type_ref);
+}
+
+// What write(output) prints through a writer into memory.
+template <typename Write>
+std::string written_text(Write write) {
+    char *buffer = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&buffer, &size);
+    kxIfcWriteData *output = kxIfcWriteData_new(stream);
+    write(output);
+    kxIfcWriteData_free(&output);
+    std::fclose(stream);
+    std::string text(buffer, size);
+    std::free(buffer);
+    return text;
+}
+
+// The instance line the entity writer prints; the written mark is cleared
+// again, so the instance can be written once more.
+inline std::string written_line(kxBaseObject *instance) {
+    const std::string text =
+        written_text([instance](kxIfcWriteData *output) { kx::entity_write_object(instance, output); });
+    kx::baseobject_clear_written_flag(instance);
+    return text;
 }
 
 }  // namespace kxtest

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "test_support.h"  // narrow and wide: library strings are UTF-16, schema names ASCII
+
 namespace kxtest {
 
 constexpr int kReleases = 2;  // 0: IFC2X3, 1: IFC4
@@ -108,16 +110,6 @@ inline const Digest &committed_digest() {
     static const Digest digest = read_digest(std::string(KX_SOURCE_DIR) + "/schema/ifc.digest");
     return digest;
 }
-
-// Library strings are UTF-16; schema names are ASCII.
-inline std::string narrow(const char16_t *text) {
-    std::string result;
-    if (text == nullptr) return result;
-    for (; *text != 0; ++text) result.push_back(static_cast<char>(*text));
-    return result;
-}
-
-inline std::u16string widen(const std::string &text) { return std::u16string(text.begin(), text.end()); }
 
 inline std::string lower(std::string text) {
     for (char &c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

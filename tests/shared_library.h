@@ -61,6 +61,25 @@ struct SharedLibrary {
         bind(assert_count, "kxDiagnostics_assert_count");
         return all;
     }
+    // What the library holds and has reported, to compare before and after.
+    struct Usage {
+        int64_t blocks = 0, bytes = 0;
+        uint64_t reports = 0;
+    };
+    Usage usage() const {
+        Usage now;
+        memory_usage(&now.blocks, &now.bytes);
+        now.reports = assert_count();
+        return now;
+    }
+    // Expects the library back where it was: nothing kept, nothing reported.
+    void expect_usage_back_at(const Usage &before) const {
+        int64_t blocks_after = 0, bytes_after = 0;
+        memory_usage(&blocks_after, &bytes_after);
+        EXPECT_EQ(blocks_after, before.blocks);
+        EXPECT_EQ(bytes_after, before.bytes);
+        EXPECT_EQ(assert_count(), before.reports);
+    }
     ~SharedLibrary() {
         if (handle != nullptr) dlclose(handle);
     }

@@ -1,6 +1,8 @@
 // Shared test helpers: a fixture that captures assertion reports and checks
-// that tracked memory is back where it started, and access to the shared
-// sample files.
+// that tracked memory is back where it started, access to the shared sample
+// files and the generated accessor manifest, library text as ASCII, a
+// temporary directory, whole files as strings and environment variables set
+// for a while.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -57,5 +59,78 @@ std::string shared_path(const std::string &relative);
         if (::kxtest::shared_path(relative).empty())                            \
             GTEST_SKIP() << "shared data missing: " << (relative);              \
     } while (0)
+
+// The .ifc files of ../shared/ifc, in directory order (none when the folder
+// is missing).
+std::vector<std::string> sample_files();
+
+// The lines of the generated accessor manifest, each split at its tabs.
+std::vector<std::vector<std::string>> accessor_manifest();
+
+// Tracked blocks live right now.
+int64_t live_blocks();
+
+// ---- text ----
+
+// The text as narrow ASCII (for messages and comparisons); "" for NULL.
+inline std::string narrow(const char16_t *text) {
+    std::string result;
+    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
+    return result;
+}
+
+// ASCII text as a library string.
+inline std::u16string wide(const std::string &text) { return std::u16string(text.begin(), text.end()); }
+
+// The text, or "<null>" for NULL.
+inline std::u16string text_of(const char16_t *text) { return text == nullptr ? std::u16string(u"<null>") : text; }
+
+// The text as UTF-8, converted by the library.
+std::string utf8(const char16_t *text);
+
+// Whether the text has the form 2024-03-05T14:07:09.
+bool is_time_stamp(const std::string &text);
+
+// ---- files and the environment ----
+
+// The whole file ("" when it cannot be read).
+std::string read_file(const std::string &path);
+
+// A new directory /tmp/<prefix>_XXXXXX. When it goes, everything created in
+// it goes with it.
+class TempDirectory {
+public:
+    explicit TempDirectory(const std::string &prefix);
+    ~TempDirectory();
+    TempDirectory(const TempDirectory &) = delete;
+    TempDirectory &operator=(const TempDirectory &) = delete;
+
+    // Whether the directory was made.
+    bool made() const { return !path_.empty(); }
+    const std::string &path() const { return path_; }
+    // The path of the file of that name in the directory.
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
+    // Writes the text (bytes as they are) to the file of that name in the
+    // directory; its path.
+    std::string write(const std::string &name, const std::string &text) const;
+
+private:
+    std::string path_;
+};
+
+// Sets (or, with NULL, removes) an environment variable for the life of the
+// guard, then puts back what was there.
+class EnvGuard {
+public:
+    EnvGuard(const char *name, const char *value);
+    ~EnvGuard();
+    EnvGuard(const EnvGuard &) = delete;
+    EnvGuard &operator=(const EnvGuard &) = delete;
+
+private:
+    const char *name_;
+    bool had_ = false;
+    std::string old_;
+};
 
 }  // namespace kxtest

@@ -11,6 +11,7 @@
 #include "model/model.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 #include "record_helpers.h"
@@ -21,20 +22,12 @@ using kxtest::set_reference;
 
 namespace {
 
-class BaseObjectTest : public kxtest::LibraryTest {
+class BaseObjectTest : public kxtest::ModelFixture {
 protected:
-    void TearDown() override {
-        if (model_ != nullptr) kxIfcModel_free(&model_);
-        kxtest::LibraryTest::TearDown();
+    void SetUp() override {
+        ModelFixture::SetUp();
+        model(KXIFCVERSION_IFC_4);
     }
-    kxBaseObject *make(const kxClass_t *klass) {
-        if (model_ == nullptr) {
-            model_ = kxIfcModel_new();
-            kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
-        }
-        return kxIfcModel_dontuse_new_object(model_, klass);
-    }
-    kxIfcModel *model_ = nullptr;
 };
 
 TEST_F(BaseObjectTest, ReleasingANullObjectDoesNothingAndANullHolderIsReported) {
@@ -74,9 +67,7 @@ TEST_F(BaseObjectTest, ARetainedObjectSurvivesOneReleaseAndTheHolderIsCleared) {
 
 TEST_F(BaseObjectTest, KindOfAcceptsTheOwnClassAndAncestorsButNotSubclasses) {
     for (kxIfcVersion_t version : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
-        kxIfcModel *model = kxIfcModel_new();
-        kxIfcModel_set_version(model, version);
-        kxBaseObject *wall = kxIfcModel_dontuse_new_object(model, kxIfcWall_class());
+        kxBaseObject *wall = make(model(version), kxIfcWall_class());
         ASSERT_NE(wall, nullptr);
         struct Case {
             const kxClass_t *klass;
@@ -100,7 +91,6 @@ TEST_F(BaseObjectTest, KindOfAcceptsTheOwnClassAndAncestorsButNotSubclasses) {
             EXPECT_EQ(kxBaseObject_dontuse_is_object_of_class(wall, c.klass), c.of_class);
             EXPECT_EQ(kx::baseobject_cast(wall, c.klass), c.kind_of ? wall : nullptr);
         }
-        kxIfcModel_free(&model);
     }
 }
 
@@ -184,7 +174,6 @@ TEST_F(BaseObjectTest, VisitFollowsAVeryLongChainOfReferences) {
 }
 
 TEST_F(BaseObjectTest, DestroyMarksTheObjectAsFreed) {
-    make(kxIfcWall_class());  // creates the model whose manager the object needs
     kxBaseObject object{};
     uint32_t counter = 7;
     kx::baseobject_init(&object, KXIFCVERSION_IFC_4, &counter, model_->model_manager);

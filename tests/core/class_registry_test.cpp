@@ -237,9 +237,9 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
 
 TEST_F(ClassRegistryTest, FindByNameIgnoresCase) {
     for (const auto &[name, klass] : by_name_) {
-        EXPECT_EQ(kxClass_find_by_name(kxtest::widen(name).c_str()), klass) << name;
-        EXPECT_EQ(kxClass_find_by_name(kxtest::widen(kxtest::upper(name)).c_str()), klass) << name;
-        EXPECT_EQ(kxClass_find_by_name(kxtest::widen(kxtest::lower(name)).c_str()), klass) << name;
+        EXPECT_EQ(kxClass_find_by_name(kxtest::wide(name).c_str()), klass) << name;
+        EXPECT_EQ(kxClass_find_by_name(kxtest::wide(kxtest::upper(name)).c_str()), klass) << name;
+        EXPECT_EQ(kxClass_find_by_name(kxtest::wide(kxtest::lower(name)).c_str()), klass) << name;
     }
     // Keywords that name no class, and names that are no keyword.
     EXPECT_EQ(kxClass_find_by_name(u"IfcLengthMeasure"), nullptr);

@@ -9,27 +9,19 @@
 #include "kxifc_coretypes.h"
 #include "step/parseparlist.h"
 #include "support/wstring.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
 
-std::u16string text_of(const char16_t *text) { return text == nullptr ? std::u16string(u"<null>") : text; }
+using kxtest::text_of;
 
 std::string bits_of(const kxBinary &value) {
     return value.contents == nullptr ? std::string() : std::string(value.contents, value.num_bits);
 }
 
-class CoreTypesReadTest : public kxtest::LibraryTest {
+class CoreTypesReadTest : public kxtest::ParameterListFixture {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        list = kxParseParList_new(KXIFCVERSION_IFC_4, nullptr, nullptr);
-    }
-    void TearDown() override {
-        kxParseParList_free(&list);
-        LibraryTest::TearDown();
-    }
-
     // Each helper empties the list and leaves it holding just that parameter.
     kxParserParam *literal(const char16_t *text) {
         char16_t *copy = kx::wstr_copy(text);
@@ -55,8 +47,6 @@ protected:
         if (!parameter->has_error) return u"";
         return text_of(parameter->expected_type) + u": " + text_of(parameter->message);
     }
-
-    kxParseParList *list = nullptr;
 };
 
 // ---------------------------------------------------------------------------

@@ -14,6 +14,7 @@
 #include "model/model.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 #include "record_helpers.h"
@@ -25,17 +26,7 @@ using kxtest::slot_at;
 
 namespace {
 
-std::vector<kxBaseObject *> elements(kxArrayST *array) {
-    std::vector<kxBaseObject *> result;
-    if (array == nullptr) {
-        ADD_FAILURE() << "NULL array";
-        return result;
-    }
-    for (uint32_t i = 0; i < kxArrayST_dontuse_count(array); i++)
-        result.push_back(static_cast<kxBaseObject *>(kxArrayST_dontuse_get(array, i)));
-    kxArrayST_dontuse_free(&array, nullptr);
-    return result;
-}
+using kxtest::elements;
 
 class ModelTest : public kxtest::LibraryTest {
 protected:

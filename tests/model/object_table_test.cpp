@@ -6,37 +6,30 @@
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
 #include "model/objtable.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
 
-class ObjectTableTest : public kxtest::LibraryTest {
+class ObjectTableTest : public kxtest::ModelFixture {
 protected:
     void SetUp() override {
-        kxtest::LibraryTest::SetUp();
-        model_ = kxIfcModel_new();
-        kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
+        ModelFixture::SetUp();
+        model(KXIFCVERSION_IFC_4);
     }
     void TearDown() override {
         for (kxIfcObjTable_t *&table : tables_) kx::objtable_free(&table);
-        kxIfcModel_free(&model_);
-        kxtest::LibraryTest::TearDown();
+        ModelFixture::TearDown();
     }
     kxIfcObjTable_t *table(const kxClass_t *klass) {
         tables_.push_back(kx::objtable_new(klass, 0x10000));
         return tables_.back();
     }
-    kxBaseObject *make(const kxClass_t *klass) { return kxIfcModel_dontuse_new_object(model_, klass); }
     static std::vector<kxBaseObject *> listed(const kxIfcObjTable_t *object_table) {
         kxArrayST *array = kxArrayST_dontuse_new(nullptr);
         kx::objtable_all(object_table, array);
-        std::vector<kxBaseObject *> result;
-        for (uint32_t i = 0; i < kxArrayST_dontuse_count(array); i++)
-            result.push_back(static_cast<kxBaseObject *>(kxArrayST_dontuse_get(array, i)));
-        kxArrayST_dontuse_free(&array, nullptr);
-        return result;
+        return kxtest::elements(array);
     }
-    kxIfcModel *model_ = nullptr;
     std::vector<kxIfcObjTable_t *> tables_;
 };
 

@@ -15,6 +15,7 @@
 #include "core/class.h"
 #include "kxifc_model.h"
 #include "model/model.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
@@ -75,19 +76,8 @@ std::set<std::string> supertypes(const Digest &digest, const std::string &name, 
     return result;
 }
 
-std::string narrow(const kxWChar *text) {
-    std::string result;
-    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
-    return result;
-}
-
-std::vector<kxBaseObject *> elements(kxArrayST *array) {
-    std::vector<kxBaseObject *> result;
-    for (uint32_t i = 0; i < kxArrayST_dontuse_count(array); i++)
-        result.push_back(static_cast<kxBaseObject *>(kxArrayST_dontuse_get(array, i)));
-    kxArrayST_dontuse_free(&array, nullptr);
-    return result;
-}
+using kxtest::elements;
+using kxtest::narrow;
 
 class WholeSchemaTest : public kxtest::LibraryTest {
 protected:

@@ -9,35 +9,20 @@
 #include "kxifc_coretypes.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
 
-std::string narrow(const kxWChar *text) {
-    std::string result;
-    for (; text != nullptr && *text != 0; ++text) result.push_back(static_cast<char>(*text));
-    return result;
-}
+using kxtest::narrow;
 
-class AggregatesTest : public kxtest::LibraryTest {
+class AggregatesTest : public kxtest::ModelFixture {
 protected:
     void SetUp() override {
-        LibraryTest::SetUp();
-        model_ = kxIfcModel_new();
-        kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
-    }
-    void TearDown() override {
-        kxIfcModel_free(&model_);
-        LibraryTest::TearDown();
-    }
-    kxBaseObject *make(const kxClass_t *klass) {
-        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model_, klass);
-        EXPECT_NE(instance, nullptr);
-        return instance;
+        ModelFixture::SetUp();
+        model(KXIFCVERSION_IFC_4);
     }
     static uint32_t retains(const kxBaseObject *instance) { return instance->retain_count; }
-
-    kxIfcModel *model_ = nullptr;
 };
 
 TEST_F(AggregatesTest, EachOccurrenceHoldsOneRetainAndRemovalTakesTheFirst) {

@@ -2,8 +2,6 @@
 // IfcRelAggregates: release-bound accessors, the ownership rules of the
 // setters, reading a reference of the wrong type, how empty attributes are
 // written, and calls on the wrong instance.
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -14,53 +12,18 @@
 #include "kxifc_schema.h"
 #include "schema/engines.h"
 #include "step/parseparlist.h"
-#include "step/writedata.h"
-#include "support/memory.h"
 #include "support/wstring.h"
+#include "model_fixture.h"
 #include "record_helpers.h"
 #include "test_support.h"
 
 namespace {
 
+using kxtest::live_blocks;
 using kxtest::narrow;
+using kxtest::written_line;
 
-int64_t live_blocks() { return kx::mem_usage().live_blocks; }
-
-class EntityAccessorsTest : public kxtest::LibraryTest {
-protected:
-    void TearDown() override {
-        for (kxIfcModel *&model : models_) kxIfcModel_free(&model);
-        LibraryTest::TearDown();
-    }
-    kxIfcModel *model(kxIfcVersion_t release) {
-        kxIfcModel *model = kxIfcModel_new();
-        kxIfcModel_set_version(model, release);
-        models_.push_back(model);
-        return model;
-    }
-    static kxBaseObject *make(kxIfcModel *model, const kxClass_t *klass) {
-        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
-        EXPECT_NE(instance, nullptr);
-        return instance;
-    }
-    // The instance line the entity writer prints.
-    static std::string written(kxBaseObject *instance) {
-        char *buffer = nullptr;
-        size_t size = 0;
-        FILE *stream = open_memstream(&buffer, &size);
-        kxIfcWriteData *output = kxIfcWriteData_new(stream);
-        kx::entity_write_object(instance, output);
-        kxIfcWriteData_free(&output);
-        std::fclose(stream);
-        std::string text(buffer, size);
-        std::free(buffer);
-        kx::baseobject_clear_written_flag(instance);
-        return text;
-    }
-    static std::string id(const kxBaseObject *instance) { return std::to_string(instance->output_file_id); }
-
-    std::vector<kxIfcModel *> models_;
-};
+class EntityAccessorsTest : public kxtest::ModelFixture {};
 
 // ---- release-bound accessors ----
 
@@ -114,7 +77,8 @@ TEST_F(EntityAccessorsTest, RelAggregatesKeepsOneSlotPerReleaseForItsRelatingObj
         EXPECT_EQ(kxIfcRelAggregates_get_RelatingObject_v4(relation), is_2x3 ? nullptr : building);
         EXPECT_EQ(*reinterpret_cast<kxBaseObject **>(reinterpret_cast<char *>(relation) + offsets[release]), building);
         EXPECT_EQ(*reinterpret_cast<kxBaseObject **>(reinterpret_cast<char *>(relation) + offsets[1 - release]), nullptr);
-        EXPECT_EQ(written(relation), "#" + id(relation) + "= IFCRELAGGREGATES(*,$,$,$,#" + id(building) + ",$);\n");
+        EXPECT_EQ(written_line(relation),
+                  "#" + id(relation) + "= IFCRELAGGREGATES(*,$,$,$,#" + id(building) + ",$);\n");
     }
 }
 
@@ -236,15 +200,15 @@ TEST_F(EntityAccessorsTest, EmptyMandatoryValuesAreWrittenDerivedAndEmptyOptiona
     // mandatory OwnerHistory of IFC2X3 included (references are "$" unless
     // redeclared as derived).
     kxBaseObject *wall4 = make(model(KXIFCVERSION_IFC_4), kxIfcWall_class());
-    EXPECT_EQ(written(wall4), "#" + id(wall4) + "= IFCWALL(*,$,$,$,$,$,$,$,$);\n");
+    EXPECT_EQ(written_line(wall4), "#" + id(wall4) + "= IFCWALL(*,$,$,$,$,$,$,$,$);\n");
     kxBaseObject *wall2 = make(model(KXIFCVERSION_IFC_2X3), kxIfcWall_class());
-    EXPECT_EQ(written(wall2), "#" + id(wall2) + "= IFCWALL(*,$,$,$,$,$,$,$);\n");
+    EXPECT_EQ(written_line(wall2), "#" + id(wall2) + "= IFCWALL(*,$,$,$,$,$,$,$);\n");
 
     kxIfcWall_set_GlobalId(wall4, u"2O2Fr$t4X7Zf8NOew3FLOH");
     kxIfcWall_set_Name(wall4, u"Wall \u00e9");
     kxIfcWall_set_PredefinedType_v4(wall4, 1);
     ASSERT_EQ(narrow(kxIfcWallTypeEnum_to_string(1)), "STANDARD");
-    EXPECT_EQ(written(wall4),
+    EXPECT_EQ(written_line(wall4),
               "#" + id(wall4) + "= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'Wall \\X2\\00E9\\X0\\',$,$,$,$,$,.STANDARD.);\n");
 }
 
@@ -255,18 +219,18 @@ TEST_F(EntityAccessorsTest, AttributesRedeclaredAsDerivedAreWrittenDerivedWhenEm
     for (kxIfcVersion_t release : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
         kxIfcModel *m = model(release);
         kxBaseObject *sub = make(m, kxIfcGeometricRepresentationSubContext_class());
-        EXPECT_EQ(written(sub), "#" + id(sub) + "= IFCGEOMETRICREPRESENTATIONSUBCONTEXT($,$,*,*,*,*,$,$,*,$);\n");
+        EXPECT_EQ(written_line(sub), "#" + id(sub) + "= IFCGEOMETRICREPRESENTATIONSUBCONTEXT($,$,*,*,*,*,$,$,*,$);\n");
 
         // The plain context writes its empty mandatory attributes as any
         // entity does: the dimension "*", the placement "$".
         kxBaseObject *context = make(m, kxIfcGeometricRepresentationContext_class());
-        EXPECT_EQ(written(context), "#" + id(context) + "= IFCGEOMETRICREPRESENTATIONCONTEXT($,$,*,$,$,$);\n");
+        EXPECT_EQ(written_line(context), "#" + id(context) + "= IFCGEOMETRICREPRESENTATIONCONTEXT($,$,*,$,$,$);\n");
 
         // The derived attributes keep their accessors under the subtype.
         kxIfcGeometricRepresentationSubContext_set_ParentContext(sub, context);
         EXPECT_EQ(kxIfcGeometricRepresentationSubContext_get_ParentContext(sub), context);
         EXPECT_EQ(kxIfcGeometricRepresentationSubContext_WorldCoordinateSystem_has_value(sub), kxBFALSE);
-        EXPECT_EQ(written(sub),
+        EXPECT_EQ(written_line(sub),
                   "#" + id(sub) + "= IFCGEOMETRICREPRESENTATIONSUBCONTEXT($,$,*,*,*,*,#" + id(context) + ",$,*,$);\n");
     }
 }

@@ -134,7 +134,7 @@ TEST_F(EnumerationsTest, EveryEnumerationFollowsTheNumberingRule) {
             EXPECT_EQ(narrow(kx::enum_to_string(*info, value)), member);
             EXPECT_EQ(narrow(kx::enum_to_literal(*info, value)), "." + member + ".");
             EXPECT_TRUE(kx::enum_has_value(*info, value));
-            EXPECT_EQ(kx::enum_from_literal(*info, kxtest::widen("." + kxtest::lower(member) + ".").c_str()), value);
+            EXPECT_EQ(kx::enum_from_literal(*info, kxtest::wide("." + kxtest::lower(member) + ".").c_str()), value);
             const bool member_2x3 = contains(in_2x3, member), member_4 = contains(in_4, member);
             EXPECT_EQ(info->releases[value], (member_2x3 ? kx::IN_IFC2X3 : 0) | (member_4 ? kx::IN_IFC4 : 0))
                 << member;

@@ -5,16 +5,15 @@
 // accessor of the built shared library, called on an instance of each
 // release where its entity is concrete.
 #include <cstdio>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "core/class.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
+#include "model_fixture.h"
 #include "record_helpers.h"
 #include "shared_library.h"
 #include "test_support.h"
@@ -23,34 +22,13 @@ namespace {
 
 // The array's elements, freeing the array.
 std::vector<kxBaseObject *> take(kxArrayST *array) {
-    std::vector<kxBaseObject *> result;
-    EXPECT_NE(array, nullptr) << "an inverse relation always answers with an array";
-    if (array == nullptr) return result;
-    for (uint32_t i = 0; i < kxArrayST_dontuse_count(array); i++)
-        result.push_back(static_cast<kxBaseObject *>(kxArrayST_dontuse_get(array, i)));
-    kxArrayST_dontuse_free(&array, nullptr);
-    return result;
+    return kxtest::elements(array, "an inverse relation always answers with an array");
 }
 
 using Found = std::vector<kxBaseObject *>;
 
-class InverseRelationsTest : public kxtest::LibraryTest {
+class InverseRelationsTest : public kxtest::ModelFixture {
 protected:
-    void TearDown() override {
-        for (kxIfcModel *&model : models_) kxIfcModel_free(&model);
-        LibraryTest::TearDown();
-    }
-    kxIfcModel *model(kxIfcVersion_t release) {
-        kxIfcModel *model = kxIfcModel_new();
-        kxIfcModel_set_version(model, release);
-        models_.push_back(model);
-        return model;
-    }
-    static kxBaseObject *make(kxIfcModel *model, const kxClass_t *klass) {
-        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
-        EXPECT_NE(instance, nullptr);
-        return instance;
-    }
     // A new set of the given instances, for a RelatedObjects-like attribute.
     template <typename New, typename Append>
     static kxAggregate *set_of(New new_set, Append append, std::initializer_list<kxBaseObject *> elements) {
@@ -58,8 +36,6 @@ protected:
         for (kxBaseObject *element : elements) append(set, element);
         return set;
     }
-
-    std::vector<kxIfcModel *> models_;
 };
 
 TEST_F(InverseRelationsTest, InverseMissingInTheReleaseGivesAnEmptyArray) {
@@ -208,12 +184,7 @@ struct Manifest {
 
 Manifest read_manifest() {
     Manifest manifest;
-    std::ifstream file(std::string(KX_GENERATED_DIR) + "/manifest/accessors.tsv");
-    std::string line;
-    while (std::getline(file, line)) {
-        std::vector<std::string> fields;
-        std::istringstream split(line);
-        for (std::string field; std::getline(split, field, '\t');) fields.push_back(field);
+    for (const std::vector<std::string> &fields : kxtest::accessor_manifest()) {
         if (fields[0] == "inverse" && fields.size() == 7)
             manifest.inverses.push_back({fields[1], fields[2], {fields[3], fields[5]}, {fields[4], fields[6]}});
         else if (fields[0] == "attr" && fields.size() == 8)
@@ -221,8 +192,6 @@ Manifest read_manifest() {
     }
     return manifest;
 }
-
-std::u16string widen(const std::string &text) { return std::u16string(text.begin(), text.end()); }
 
 TEST(InverseRelationsExportsTest, ManifestNamesAForwardReferenceForEveryInverse) {
     const Manifest manifest = read_manifest();
@@ -265,9 +234,7 @@ TEST(InverseRelationsExportsTest, EveryExportedInverseAnswersWithAnArray) {
     ASSERT_TRUE(library.open()) << dlerror();
     const Manifest manifest = read_manifest();
 
-    int64_t blocks_before = 0, bytes_before = 0;
-    library.memory_usage(&blocks_before, &bytes_before);
-    const uint64_t reports_before = library.assert_count();
+    const kxtest::SharedLibrary::Usage before = library.usage();
 
     uint32_t calls = 0;
     std::set<std::string> missing;
@@ -285,7 +252,7 @@ TEST(InverseRelationsExportsTest, EveryExportedInverseAnswersWithAnArray) {
             }
             auto found = instances.find(row.entity);
             if (found == instances.end()) {
-                const std::u16string name = widen(row.entity);
+                const std::u16string name = kxtest::wide(row.entity);
                 const kxClass_t *klass = library.find_class(name.c_str());
                 kxBaseObject *instance = nullptr;
                 if (klass != nullptr && library.exists_in(klass, version) && !library.is_abstract(klass, version))
@@ -307,11 +274,7 @@ TEST(InverseRelationsExportsTest, EveryExportedInverseAnswersWithAnArray) {
     EXPECT_GT(calls, manifest.inverses.size());
     std::printf("inverse accessors: %zu exported, %u calls on concrete instances\n", manifest.inverses.size(), calls);
 
-    int64_t blocks_after = 0, bytes_after = 0;
-    library.memory_usage(&blocks_after, &bytes_after);
-    EXPECT_EQ(blocks_after, blocks_before);
-    EXPECT_EQ(bytes_after, bytes_before);
-    EXPECT_EQ(library.assert_count(), reports_before);
+    library.expect_usage_back_at(before);
 }
 
 }  // namespace

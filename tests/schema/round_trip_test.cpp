@@ -330,19 +330,6 @@ std::string tokenize(const std::string &line, const std::string &upper_name, con
     return "";
 }
 
-std::string write_line(kxBaseObject *instance) {
-    char *buffer = nullptr;
-    size_t size = 0;
-    FILE *stream = open_memstream(&buffer, &size);
-    kxIfcWriteData *output = kxIfcWriteData_new(stream);
-    entity_write_object(instance, output);
-    kxIfcWriteData_free(&output);
-    std::fclose(stream);
-    std::string text(buffer, size);
-    std::free(buffer);
-    return text;
-}
-
 // ---------------------------------------------------------------------------
 // Comparing values.
 
@@ -568,7 +555,7 @@ protected:
     kxBaseObject *read_back(Population &population, const kxClass_t *klass, kxBaseObject *original,
                             const std::string &where) {
         const uint32_t release = population.release();
-        const std::string line = write_line(original);
+        const std::string line = kxtest::written_line(original);
         kxParseParList *list =
             kxParseParList_new(static_cast<kxIfcVersion_t>(release), &Population::create_for_list, &population);
         const std::string bad_line = tokenize(line, narrow(klass->upper_name), population, list);

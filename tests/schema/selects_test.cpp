@@ -1,10 +1,6 @@
 // Select values: member codes, the setters' ownership rules (including the
 // plain members that overwrite without clearing), reading a parameter that
 // fits no member, and typed values read and written.
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,35 +10,28 @@
 #include "kxifc_schema.h"
 #include "schema/engines.h"
 #include "step/parseparlist.h"
-#include "step/writedata.h"
-#include "support/memory.h"
 #include "support/wstring.h"
+#include "model_fixture.h"
 #include "record_helpers.h"
 #include "shared_library.h"
 #include "test_support.h"
 
 namespace {
 
+using kxtest::live_blocks;
 using kxtest::narrow;
+using kxtest::wide;
+using kxtest::written_line;
 
-int64_t live_blocks() { return kx::mem_usage().live_blocks; }
-
-class SelectsTest : public kxtest::LibraryTest {
+class SelectsTest : public kxtest::ModelFixture {
 protected:
     void SetUp() override {
-        LibraryTest::SetUp();
-        model_ = kxIfcModel_new();
-        kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
+        ModelFixture::SetUp();
+        model(KXIFCVERSION_IFC_4);
     }
     void TearDown() override {
         if (list_ != nullptr) kxParseParList_free(&list_);
-        kxIfcModel_free(&model_);
-        LibraryTest::TearDown();
-    }
-    kxBaseObject *make(const kxClass_t *klass) {
-        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model_, klass);
-        EXPECT_NE(instance, nullptr);
-        return instance;
+        ModelFixture::TearDown();
     }
     static kxBaseObject *create_for_list(void *model, const kxClass_t *klass) {
         return kxIfcModel_dontuse_new_object(static_cast<kxIfcModel *>(model), klass);
@@ -76,22 +65,6 @@ protected:
         return kxParserParam_string(&owned, 1, 0);
     }
 
-    static std::string written(kxBaseObject *instance) {
-        char *buffer = nullptr;
-        size_t size = 0;
-        FILE *stream = open_memstream(&buffer, &size);
-        kxIfcWriteData *output = kxIfcWriteData_new(stream);
-        kx::entity_write_object(instance, output);
-        kxIfcWriteData_free(&output);
-        std::fclose(stream);
-        std::string text(buffer, size);
-        std::free(buffer);
-        kx::baseobject_clear_written_flag(instance);
-        return text;
-    }
-    static std::string id(const kxBaseObject *instance) { return std::to_string(instance->output_file_id); }
-
-    kxIfcModel *model_ = nullptr;
     kxParseParList *list_ = nullptr;
 };
 
@@ -228,7 +201,8 @@ TEST_F(SelectsTest, ReferenceIsReadAsTheMemberItsInstanceIsKindOf) {
     EXPECT_EQ(kxIfcActorSelect_get_type(select), 2u);
     EXPECT_EQ(kxIfcActorSelect_get_kxIfcPerson(select), person);
     EXPECT_EQ(person->retain_count, alone + 1);
-    EXPECT_EQ(written(actor), "#" + id(actor) + "= IFCACTOR('0123456789012345678901',$,$,$,$,#" + id(person) + ");\n");
+    EXPECT_EQ(written_line(actor),
+              "#" + id(actor) + "= IFCACTOR('0123456789012345678901',$,$,$,$,#" + id(person) + ");\n");
 }
 
 TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {
@@ -282,14 +256,16 @@ TEST_F(SelectsTest, ValueMembersAreWrittenAsTypedValues) {
     kxBaseObject *value = make(kxIfcValue_class());
     kxIfcValue_set_kxIfcLengthMeasure(value, 2.5);
     kxIfcPropertySingleValue_set_NominalValue(property, value);
-    EXPECT_EQ(written(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2.5),$);\n");
+    EXPECT_EQ(written_line(property),
+              "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2.5),$);\n");
 
     kxIfcValue_set_kxIfcLabel(value, u"Wall");
-    EXPECT_EQ(written(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLABEL('Wall'),$);\n");
+    EXPECT_EQ(written_line(property),
+              "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLABEL('Wall'),$);\n");
 
     // An empty select value is written like an empty attribute.
     kxIfcPropertySingleValue_set_NominalValue(property, make(kxIfcValue_class()));
-    EXPECT_EQ(written(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,$,$);\n");
+    EXPECT_EQ(written_line(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,$,$);\n");
 }
 
 // ---- every exported member accessor ----
@@ -302,12 +278,7 @@ struct MemberRow {
 
 std::vector<MemberRow> read_members() {
     std::vector<MemberRow> rows;
-    std::ifstream file(std::string(KX_GENERATED_DIR) + "/manifest/accessors.tsv");
-    std::string line;
-    while (std::getline(file, line)) {
-        std::vector<std::string> fields;
-        std::istringstream split(line);
-        for (std::string field; std::getline(split, field, '\t');) fields.push_back(field);
+    for (const std::vector<std::string> &fields : kxtest::accessor_manifest()) {
         if (fields.size() == 6 && fields[0] == "member")
             rows.push_back({fields[1], fields[3], fields[4], static_cast<uint32_t>(std::stoul(fields[2])),
                             std::stoi(fields[5])});
@@ -315,12 +286,10 @@ std::vector<MemberRow> read_members() {
     return rows;
 }
 
-std::u16string widen(const std::string &text) { return std::u16string(text.begin(), text.end()); }
-
 // A concrete class of the release that is kind of the named class: the
 // class itself or the first such subtype.
 std::string concrete_kind_of(const std::string &name, uint32_t release) {
-    const kxClass_t *klass = kxClass_find_by_name(widen(name).c_str());
+    const kxClass_t *klass = kxClass_find_by_name(wide(name).c_str());
     if (klass == nullptr) return "";
     const uint32_t id = klass->unique_class_id;
     for (uint32_t candidate = 0; candidate < kx::g_num_classes; candidate++) {
@@ -343,9 +312,7 @@ TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
     ASSERT_TRUE(library.open()) << dlerror();
     const std::vector<MemberRow> rows = read_members();
     ASSERT_GT(rows.size(), 600u);
-    int64_t blocks_before = 0, bytes_before = 0;
-    library.memory_usage(&blocks_before, &bytes_before);
-    const uint64_t reports_before = library.assert_count();
+    const kxtest::SharedLibrary::Usage before = library.usage();
 
     kxIfcModel *models[2];
     for (uint32_t release = 0; release < 2; release++) {
@@ -365,7 +332,7 @@ TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
             ADD_FAILURE() << where << ": accessor not exported";
             continue;
         }
-        const kxClass_t *select_class = library.find_class(widen(row.select).c_str());
+        const kxClass_t *select_class = library.find_class(wide(row.select).c_str());
         ASSERT_NE(select_class, nullptr) << where;
         kxBaseObject *select = library.new_object(models[release], select_class);
         ASSERT_NE(select, nullptr) << where;
@@ -377,7 +344,7 @@ TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
                 without_instances++;
                 continue;
             }
-            kxBaseObject *held = library.new_object(models[release], library.find_class(widen(concrete).c_str()));
+            kxBaseObject *held = library.new_object(models[release], library.find_class(wide(concrete).c_str()));
             reinterpret_cast<void (*)(kxBaseObject *, kxBaseObject *)>(setter)(select, held);
             gives_back = reinterpret_cast<kxBaseObject *(*)(const kxBaseObject *)>(getter)(select) == held;
         } else if (row.kind == "REAL") {
@@ -410,11 +377,7 @@ TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
     EXPECT_EQ(checked + without_instances, rows.size());
     EXPECT_LT(without_instances, 10u);
 
-    int64_t blocks_after = 0, bytes_after = 0;
-    library.memory_usage(&blocks_after, &bytes_after);
-    EXPECT_EQ(blocks_after, blocks_before);
-    EXPECT_EQ(bytes_after, bytes_before);
-    EXPECT_EQ(library.assert_count(), reports_before);
+    library.expect_usage_back_at(before);
 }
 
 }  // namespace

@@ -1,13 +1,10 @@
 // Exporting a model to a file: the exact text of a small model, the
 // temporary file and the replaced target, the written flags, the header
 // record after an export, and reports for inconsistent instances.
-#include <stdlib.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "core/baseobject.h"
@@ -16,56 +13,16 @@
 #include "kxifc_schema.h"
 #include "model/headerio.h"
 #include "model/model.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
 
-std::u16string wide(const std::string &text) { return std::u16string(text.begin(), text.end()); }
-
-std::string narrow(const char16_t *text) {
-    std::string result;
-    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
-    return result;
-}
-
-// Whether the text has the form 2024-03-05T14:07:09.
-bool is_time_stamp(const std::string &text) {
-    const std::string form = "dddd-dd-ddTdd:dd:dd";
-    if (text.size() != form.size()) return false;
-    for (size_t i = 0; i < form.size(); i++) {
-        const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (form[i] == 'd' ? !digit : text[i] != form[i]) return false;
-    }
-    return true;
-}
-
-// Sets (or, with NULL, removes) an environment variable for the life of the
-// guard, then puts back what was there.
-class EnvGuard {
-public:
-    EnvGuard(const char *name, const char *value) : name_(name) {
-        const char *old = std::getenv(name);
-        had_ = old != nullptr;
-        if (had_) old_ = old;
-        if (value != nullptr)
-            setenv(name, value, 1);
-        else
-            unsetenv(name);
-    }
-    ~EnvGuard() {
-        if (had_)
-            setenv(name_, old_.c_str(), 1);
-        else
-            unsetenv(name_);
-    }
-    EnvGuard(const EnvGuard &) = delete;
-    EnvGuard &operator=(const EnvGuard &) = delete;
-
-private:
-    const char *name_;
-    bool had_ = false;
-    std::string old_;
-};
+using kxtest::EnvGuard;
+using kxtest::is_time_stamp;
+using kxtest::narrow;
+using kxtest::read_file;
+using kxtest::wide;
 
 const char kHeaderOfEmptyRecord[] =
     "ISO-10303-21;\n"
@@ -76,21 +33,12 @@ const char kHeaderOfEmptyRecord[] =
     "ENDSEC;\n"
     "\n";
 
-class ExportTest : public kxtest::LibraryTest {
+class ExportTest : public kxtest::ModelFixture {
 protected:
     void SetUp() override {
-        LibraryTest::SetUp();
-        char pattern[] = "/tmp/kxifc_export_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        directory_ = pattern;
-        model_ = kxIfcModel_new();
-        kxIfcModel_set_version(model_, KXIFCVERSION_IFC_4);
-    }
-    void TearDown() override {
-        if (model_ != nullptr) kxIfcModel_free(&model_);
-        std::error_code ignored;
-        if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
-        LibraryTest::TearDown();
+        ModelFixture::SetUp();
+        ASSERT_TRUE(directory_.made());
+        model(KXIFCVERSION_IFC_4);
     }
 
     // #1 a wall, #2 the select value (no line of its own), #3 a property
@@ -111,20 +59,10 @@ protected:
 
     void export_as(const std::string &name, const std::string &directory = "") {
         const std::u16string file_name = wide(name);
-        const std::u16string folder = wide(directory.empty() ? directory_ : directory);
+        const std::u16string folder = wide(directory.empty() ? directory_.path() : directory);
         kxIfcModel_export_model_to_file(model_, file_name.c_str(), folder.c_str());
     }
-    std::string path(const std::string &name) const { return directory_ + "/" + name; }
     static bool exists(const std::string &file) { return std::filesystem::exists(file); }
-    static std::string contents(const std::string &file) {
-        std::ifstream in(file, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-    static void put(const std::string &file, const std::string &text) {
-        std::ofstream(file, std::ios::binary) << text;
-    }
     void expect_nothing_written() const {
         for (uint32_t i = 0; i < kxIfcModel_count_objects(model_); i++) {
             const kxBaseObject *instance = static_cast<kxBaseObject *>(model_->objects->items[i]);
@@ -132,8 +70,7 @@ protected:
         }
     }
 
-    std::string directory_;
-    kxIfcModel *model_ = nullptr;
+    kxtest::TempDirectory directory_{"kxifc_export"};
     kxBaseObject *wall_ = nullptr;
     kxBaseObject *value_ = nullptr;
     kxBaseObject *property_ = nullptr;
@@ -146,14 +83,14 @@ TEST_F(ExportTest, SmallModelGivesTheExactFile) {
     build_wall_and_property();
     ASSERT_EQ(value_->output_file_id, 2u);
     export_as("wall");
-    EXPECT_EQ(contents(path("wall.ifc")),
+    EXPECT_EQ(read_file(directory_.file("wall.ifc")),
               std::string(kHeaderOfEmptyRecord) +
                   "DATA;\n"
                   "#1= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'Wall',$,$,$,$,$,$);\n"
                   "#3= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n"
                   "ENDSEC;\n"
                   "END-ISO-10303-21;\n");
-    EXPECT_FALSE(exists(path("wall.ifctmp")));
+    EXPECT_FALSE(exists(directory_.file("wall.ifctmp")));
     expect_nothing_written();
 }
 
@@ -171,7 +108,7 @@ TEST_F(ExportTest, LinesFollowTheModelOrderAndReferencesMayPointForward) {
     for (double c : {0.0, -0.5, 1e-5}) kxArrIfcLengthMeasure_add(coordinates, c);
     kxIfcCartesianPoint_set_Coordinates(point, coordinates);
     export_as("order");
-    const std::string text = contents(path("order.ifc"));
+    const std::string text = read_file(directory_.file("order.ifc"));
     const size_t data = text.find("DATA;\n");
     ASSERT_NE(data, std::string::npos);
     char exponent[16];
@@ -199,7 +136,7 @@ TEST_F(ExportTest, HeaderRecordFieldsAreWritten) {
     kxIfcHeader_add_to_authorization(header, u"b");
     kxIfcModel_set_header(model_, &header);
     export_as("m");
-    EXPECT_EQ(contents(path("m.ifc")),
+    EXPECT_EQ(read_file(directory_.file("m.ifc")),
               "ISO-10303-21;\n"
               "HEADER;\n"
               "FILE_DESCRIPTION(('ViewDefinition [CoordinationView]'), '2;1');\n"
@@ -218,12 +155,12 @@ TEST_F(ExportTest, TwoExportsWithVelmtestAreByteIdentical) {
     EnvGuard stamp("VELMTEST", "1");
     build_wall_and_property();
     export_as("first");
-    const std::string first = contents(path("first.ifc"));
+    const std::string first = read_file(directory_.file("first.ifc"));
     expect_nothing_written();
-    export_as("first", directory_ + "/");  // a directory ending in '/' is joined without doubling it
-    EXPECT_EQ(contents(path("first.ifc")), first);
+    export_as("first", directory_.path() + "/");  // a directory ending in '/' is joined without doubling it
+    EXPECT_EQ(read_file(directory_.file("first.ifc")), first);
     export_as("second");
-    std::string second = contents(path("second.ifc"));
+    std::string second = read_file(directory_.file("second.ifc"));
     const size_t name = second.find("'second.ifc'");
     ASSERT_NE(name, std::string::npos);
     second.replace(name, 12, "'first.ifc'");
@@ -242,15 +179,15 @@ TEST_F(ExportTest, HeaderRecordKeepsTheTimeStampAndSchemaTextOfTheExport) {
     EXPECT_TRUE(is_time_stamp(stamp_text))
         << stamp_text;
     EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "FILE_SCHEMA(('IFC4'))");
-    EXPECT_NE(contents(path("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
+    EXPECT_NE(read_file(directory_.file("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
               std::string::npos);
 
     // Exported again: only the stamp and the name differ.
     export_as("stamped2");
     const std::string later_stamp = narrow(kxIfcHeader_get_timestamp(header));
     EXPECT_TRUE(is_time_stamp(later_stamp)) << later_stamp;
-    std::string earlier = contents(path("stamped.ifc"));
-    std::string later = contents(path("stamped2.ifc"));
+    std::string earlier = read_file(directory_.file("stamped.ifc"));
+    std::string later = read_file(directory_.file("stamped2.ifc"));
     earlier.replace(earlier.find("'" + stamp_text + "'"), stamp_text.size() + 2, "'T'");
     later.replace(later.find("'" + later_stamp + "'"), later_stamp.size() + 2, "'T'");
     later.replace(later.find("'stamped2.ifc'"), 14, "'stamped.ifc'");
@@ -261,7 +198,7 @@ TEST_F(ExportTest, ExportedFileReadsBack) {
     build_wall_and_property();
     kxIfcHeader_set_file_name(kxIfcModel_get_header(model_), u"It's \u00e9.ifc");
     export_as("back");
-    const std::u16string file = wide(path("back.ifc"));
+    const std::u16string file = wide(directory_.file("back.ifc"));
     kxIfcVersion_t version = ifc_version_not_defined;
     EXPECT_EQ(kxIfcHeader_read_ifc_version(file.c_str(), &version), kxBTRUE);
     EXPECT_EQ(version, KXIFCVERSION_IFC_4);
@@ -283,7 +220,7 @@ TEST_F(ExportTest, SampleFileHeaderIsWrittenBack) {
     ASSERT_NE(header, nullptr);
     kxIfcModel_set_header(model_, &header);
     export_as("duplex");
-    EXPECT_EQ(contents(path("duplex.ifc")),
+    EXPECT_EQ(read_file(directory_.file("duplex.ifc")),
               "ISO-10303-21;\n"
               "HEADER;\n"
               "FILE_DESCRIPTION(('ViewDefinition [CoordinationView]'), '2;1');\n"
@@ -300,27 +237,27 @@ TEST_F(ExportTest, SampleFileHeaderIsWrittenBack) {
 
 TEST_F(ExportTest, ExistingTargetIsReplacedAndStaleTemporaryOverwritten) {
     EnvGuard stamp("VELMTEST", "1");
-    put(path("wall.ifc"), "an older file of the same name\n");
-    put(path("wall.ifctmp"), std::string(100000, 'x'));
+    directory_.write("wall.ifc", "an older file of the same name\n");
+    directory_.write("wall.ifctmp", std::string(100000, 'x'));
     build_wall_and_property();
     export_as("wall");
-    const std::string text = contents(path("wall.ifc"));
+    const std::string text = read_file(directory_.file("wall.ifc"));
     EXPECT_EQ(text.rfind(kHeaderOfEmptyRecord, 0), 0u);
     EXPECT_EQ(text.find('x' + std::string(10, 'x')), std::string::npos) << "nothing of the stale file left";
-    EXPECT_FALSE(exists(path("wall.ifctmp")));
+    EXPECT_FALSE(exists(directory_.file("wall.ifctmp")));
 }
 
 TEST_F(ExportTest, UnopenableTemporaryFileWritesNothing) {
     build_wall_and_property();
-    export_as("wall", directory_ + "/missing-folder");
-    EXPECT_FALSE(exists(directory_ + "/missing-folder"));
+    export_as("wall", directory_.file("missing-folder"));
+    EXPECT_FALSE(exists(directory_.file("missing-folder")));
 
     // The temporary name taken by a folder: the target stays as it was.
-    put(path("kept.ifc"), "kept");
-    ASSERT_EQ(mkdir(path("kept.ifctmp").c_str(), 0700), 0);
+    directory_.write("kept.ifc", "kept");
+    ASSERT_EQ(mkdir(directory_.file("kept.ifctmp").c_str(), 0700), 0);
     export_as("kept");
-    EXPECT_EQ(contents(path("kept.ifc")), "kept");
-    EXPECT_TRUE(std::filesystem::is_directory(path("kept.ifctmp")));
+    EXPECT_EQ(read_file(directory_.file("kept.ifc")), "kept");
+    EXPECT_TRUE(std::filesystem::is_directory(directory_.file("kept.ifctmp")));
     expect_nothing_written();
     const std::string header_stamp = narrow(kxIfcHeader_get_file_schema(kxIfcModel_get_header(model_)));
     EXPECT_EQ(header_stamp, "") << "the header record is untouched";
@@ -330,10 +267,10 @@ TEST_F(ExportTest, UnopenableTemporaryFileWritesNothing) {
 
 TEST_F(ExportTest, NullModelIsReported) {
     expect_reports();
-    kxIfcModel_export_model_to_file(nullptr, u"x", wide(directory_).c_str());
+    kxIfcModel_export_model_to_file(nullptr, u"x", wide(directory_.path()).c_str());
     EXPECT_TRUE(asserts().saw("(ifc_model) != NULL"));
-    EXPECT_FALSE(exists(path("x.ifc")));
-    EXPECT_FALSE(exists(path("x.ifctmp")));
+    EXPECT_FALSE(exists(directory_.file("x.ifc")));
+    EXPECT_FALSE(exists(directory_.file("x.ifctmp")));
 }
 
 TEST_F(ExportTest, InstanceAlreadyWrittenIsReportedAndTheFlagClearedAfterwards) {
@@ -359,7 +296,7 @@ TEST_F(ExportTest, EntityWithoutOutputIdIsReported) {
     property_->output_file_id = kx::ULONG_MAX32;
     export_as("noid");
     EXPECT_TRUE(asserts().saw("kxBaseObject_get_output_file_id(base_object) != ULONG_MAX"));
-    EXPECT_TRUE(exists(path("noid.ifc")));
+    EXPECT_TRUE(exists(directory_.file("noid.ifc")));
     expect_nothing_written();
 }
 
@@ -368,7 +305,8 @@ TEST_F(ExportTest, SelectValuesNeedNoOutputId) {
     build_wall_and_property();
     value_->output_file_id = kx::ULONG_MAX32;
     export_as("select");
-    EXPECT_NE(contents(path("select.ifc")).find("#3= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n"),
+    EXPECT_NE(read_file(directory_.file("select.ifc"))
+                  .find("#3= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n"),
               std::string::npos);
 }
 

@@ -1,12 +1,7 @@
 // Whole files through the library and back: every sample file is read,
 // written, read again and written again; the two written files must be
 // identical, and the second read must find nothing wrong.
-#include <dirent.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,13 +10,6 @@
 #include "test_support.h"
 
 namespace {
-
-std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return buffer.str();
-}
 
 // The first line that differs between two texts ("" when they are equal).
 std::string first_difference(const std::string &a, const std::string &b) {
@@ -39,16 +27,7 @@ class FileRoundTripTest : public kxtest::LibraryTest {
 protected:
     void SetUp() override {
         kxtest::LibraryTest::SetUp();
-        char pattern[] = "/tmp/kxifc_round_trip_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        directory_ = pattern;
-        setenv("VELMTEST", "1", 1);  // empty time stamps: byte-identical exports
-    }
-    void TearDown() override {
-        unsetenv("VELMTEST");
-        for (const char *name : {"first.ifc", "second.ifc", "third.ifc"}) std::remove((directory_ + "/" + name).c_str());
-        rmdir(directory_.c_str());
-        kxtest::LibraryTest::TearDown();
+        ASSERT_TRUE(directory_.made());
     }
 
     kxIfcModel *read(const std::string &path, kxBool *errors) {
@@ -61,26 +40,20 @@ protected:
     // Exports the model as <directory>/<base>.ifc and returns the path.
     std::string write(kxIfcModel *model, const char *base) {
         kxWChar *name = kxWideString_new_from_utf8(base);
-        kxWChar *directory = kxWideString_new_from_utf8(directory_.c_str());
+        kxWChar *directory = kxWideString_new_from_utf8(directory_.path().c_str());
         kxIfcModel_export_model_to_file(model, name, directory);
         kxWideString_free(&name);
         kxWideString_free(&directory);
-        return directory_ + "/" + base + ".ifc";
+        return directory_.file(std::string(base) + ".ifc");
     }
 
-    std::string directory_;
+    kxtest::TempDirectory directory_{"kxifc_round_trip"};
+    kxtest::EnvGuard stamp_{"VELMTEST", "1"};  // empty time stamps: byte-identical exports
 };
 
 TEST_F(FileRoundTripTest, EverySampleFileSurvivesWritingAndReading) {
     KX_REQUIRE_SHARED("ifc");
-    const std::string folder = kxtest::shared_path("ifc");
-    DIR *dir = opendir(folder.c_str());
-    std::vector<std::string> files;
-    while (dirent *entry = readdir(dir)) {
-        const std::string file = entry->d_name;
-        if (file.size() > 4 && file.substr(file.size() - 4) == ".ifc") files.push_back(folder + "/" + file);
-    }
-    closedir(dir);
+    const std::vector<std::string> files = kxtest::sample_files();
     ASSERT_FALSE(files.empty());
     for (const std::string &path : files) {
         SCOPED_TRACE(path);
@@ -97,7 +70,7 @@ TEST_F(FileRoundTripTest, EverySampleFileSurvivesWritingAndReading) {
         // second export on, the text is a fixed point.
         std::string previous = first;
         std::string texts[3];
-        texts[0] = slurp(first);
+        texts[0] = kxtest::read_file(first);
         for (int round = 1; round <= 2; round++) {
             kxIfcModel *again = read(previous, &errors);
             ASSERT_NE(again, nullptr);
@@ -106,7 +79,7 @@ TEST_F(FileRoundTripTest, EverySampleFileSurvivesWritingAndReading) {
             EXPECT_EQ(kxIfcModel_count_objects(again), count);
             previous = write(again, round == 1 ? "second" : "third");
             kxIfcModel_free(&again);
-            texts[round] = slurp(previous);
+            texts[round] = kxtest::read_file(previous);
         }
         const std::string &first_text = texts[0];
         EXPECT_FALSE(first_text.empty());

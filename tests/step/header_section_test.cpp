@@ -2,12 +2,7 @@
 // schema text), read back from files (each entity optional, string lists in
 // all their forms, the implementation level, malformed and truncated
 // sections), and the release a file declares, also for the sample files.
-#include <stdlib.h>
-
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
 
@@ -17,56 +12,15 @@
 #include "step/writedata.h"
 #include "support/valuearray.h"
 #include "support/wstring.h"
+#include "record_helpers.h"
 #include "test_support.h"
 
 namespace {
 
-std::u16string wide(const std::string &text) { return std::u16string(text.begin(), text.end()); }
-
-std::string narrow(const char16_t *text) {
-    std::string result;
-    for (; text != nullptr && *text != 0; text++) result.push_back(static_cast<char>(*text));
-    return result;
-}
-
-// Whether the text has the form 2024-03-05T14:07:09.
-bool is_time_stamp(const std::string &text) {
-    const std::string form = "dddd-dd-ddTdd:dd:dd";
-    if (text.size() != form.size()) return false;
-    for (size_t i = 0; i < form.size(); i++) {
-        const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (form[i] == 'd' ? !digit : text[i] != form[i]) return false;
-    }
-    return true;
-}
-
-// Sets (or, with NULL, removes) an environment variable for the life of the
-// guard, then puts back what was there.
-class EnvGuard {
-public:
-    EnvGuard(const char *name, const char *value) : name_(name) {
-        const char *old = std::getenv(name);
-        had_ = old != nullptr;
-        if (had_) old_ = old;
-        if (value != nullptr)
-            setenv(name, value, 1);
-        else
-            unsetenv(name);
-    }
-    ~EnvGuard() {
-        if (had_)
-            setenv(name_, old_.c_str(), 1);
-        else
-            unsetenv(name_);
-    }
-    EnvGuard(const EnvGuard &) = delete;
-    EnvGuard &operator=(const EnvGuard &) = delete;
-
-private:
-    const char *name_;
-    bool had_ = false;
-    std::string old_;
-};
+using kxtest::EnvGuard;
+using kxtest::is_time_stamp;
+using kxtest::narrow;
+using kxtest::wide;
 
 // A whole file around a header body (the lines between HEADER; and ENDSEC;).
 std::string file_with_header(const std::string &body) {
@@ -83,22 +37,16 @@ class HeaderSectionTest : public kxtest::LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
-        char pattern[] = "/tmp/kxifc_header_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        directory_ = pattern;
+        ASSERT_TRUE(directory_.made());
     }
     void TearDown() override {
         if (header_ != nullptr) kx::header_destroy(&header_);
-        std::error_code ignored;
-        if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
         LibraryTest::TearDown();
     }
 
     // Writes a file into the test's directory; its path.
     std::u16string make_file(const std::string &contents, const std::string &name = "header.ifc") {
-        const std::string path = directory_ + "/" + name;
-        std::ofstream(path, std::ios::binary) << contents;
-        return wide(path);
+        return wide(directory_.write(name, contents));
     }
     // Reads the header section of a file made from the text; keeps the
     // record in header_.
@@ -118,23 +66,15 @@ protected:
     }
 
     static std::string written(kxIfcHeader *header, const char16_t *name, kxIfcVersion_t version) {
-        char *buffer = nullptr;
-        size_t size = 0;
-        FILE *stream = open_memstream(&buffer, &size);
-        kxIfcWriteData *output = kxIfcWriteData_new(stream);
-        kx::header_write_section(header, name, version, output);
-        kxIfcWriteData_free(&output);
-        std::fclose(stream);
-        std::string text(buffer, size);
-        std::free(buffer);
-        return text;
+        return kxtest::written_text(
+            [&](kxIfcWriteData *output) { kx::header_write_section(header, name, version, output); });
     }
 
     static std::string item(const kx::WStrArray *list, uint32_t index) {
         return narrow(kx::wstrarray_get(list, index));
     }
 
-    std::string directory_;
+    kxtest::TempDirectory directory_{"kxifc_header"};
     kxIfcHeader *header_ = nullptr;
 };
 
@@ -375,10 +315,10 @@ TEST_F(HeaderSectionTest, MalformedSectionsFailWithoutRecord) {
 
     kxIfcHeader *earlier = kxIfcHeader_new_empty_header();
     header_ = earlier;
-    EXPECT_FALSE(kx::header_read_section((wide(directory_) + u"/missing.ifc").c_str(), &header_));
+    EXPECT_FALSE(kx::header_read_section(wide(directory_.file("missing.ifc")).c_str(), &header_));
     EXPECT_EQ(header_, nullptr) << "the holder is cleared";
     kx::header_destroy(&earlier);
-    EXPECT_FALSE(kx::header_read_section(wide(directory_).c_str(), &header_)) << "a directory";
+    EXPECT_FALSE(kx::header_read_section(wide(directory_.path()).c_str(), &header_)) << "a directory";
 }
 
 TEST_F(HeaderSectionTest, EveryTruncationOfAValidSectionFails) {
@@ -437,7 +377,7 @@ TEST_F(HeaderSectionTest, ReleaseOfAFileWithoutSchemaOrUnreadable) {
     const std::u16string broken = make_file("ISO-10303-21;\nHEADER;\nFILE_SCHEMA(('IFC4'))\n", "b.ifc");
     EXPECT_EQ(kxIfcHeader_read_ifc_version(broken.c_str(), &version), kxBFALSE);
     EXPECT_EQ(version, KXIFCVERSION_IFC_2X3) << "a failed read leaves the version alone";
-    EXPECT_EQ(kxIfcHeader_read_ifc_version((wide(directory_) + u"/none.ifc").c_str(), &version), kxBFALSE);
+    EXPECT_EQ(kxIfcHeader_read_ifc_version(wide(directory_.file("none.ifc")).c_str(), &version), kxBFALSE);
 }
 
 TEST_F(HeaderSectionTest, NullArgumentsAreReported) {
@@ -460,7 +400,7 @@ TEST_F(HeaderSectionTest, HostReadsAndFreesARecord) {
     EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "IFC2X3");
     kxIfcHeader_free(&header);
     EXPECT_EQ(header, nullptr);
-    EXPECT_EQ(kxIfcHeader_read_from_file((wide(directory_) + u"/none.ifc").c_str()), nullptr);
+    EXPECT_EQ(kxIfcHeader_read_from_file(wide(directory_.file("none.ifc")).c_str()), nullptr);
 }
 
 // ---- the sample files ----
@@ -495,11 +435,10 @@ TEST_F(HeaderSectionTest, EverySampleFileDeclaresItsRelease) {
         {"tested_sample_project.ifc", KXIFCVERSION_IFC_2X3},
     };
     int files = 0;
-    for (const auto &entry : std::filesystem::directory_iterator(kxtest::shared_path("ifc"))) {
-        if (entry.path().extension() != ".ifc") continue;
+    for (const std::string &file : kxtest::sample_files()) {
         files++;
-        const std::string name = entry.path().filename().string();
-        const std::u16string path = wide(entry.path().string());
+        const std::string name = std::filesystem::path(file).filename().string();
+        const std::u16string path = wide(file);
         kxIfcVersion_t version = ifc_version_not_defined;
         ASSERT_EQ(kxIfcHeader_read_ifc_version(path.c_str(), &version), kxBTRUE) << name;
         const auto found = known.find(name);

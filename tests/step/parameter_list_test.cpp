@@ -9,23 +9,15 @@
 #include "support/memory.h"
 #include "support/rbtree.h"
 #include "support/wstring.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
 
-std::u16string text_of(const char16_t *text) { return text == nullptr ? std::u16string(u"<null>") : text; }
+using kxtest::text_of;
 
-class ParameterListTest : public kxtest::LibraryTest {
+class ParameterListTest : public kxtest::ParameterListFixture {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        list = kxParseParList_new(KXIFCVERSION_IFC_4, nullptr, nullptr);
-    }
-    void TearDown() override {
-        kxParseParList_free(&list);
-        LibraryTest::TearDown();
-    }
-
     void add_literal(const char16_t *text, uint32_t line = 1, uint32_t column = 1) {
         char16_t *copy = kx::wstr_copy(text);
         kxParseParList_append(list, kxParserParam_literal(&copy, line, column));
@@ -39,8 +31,6 @@ protected:
         EXPECT_TRUE(kxParseParList_next(list, &parameter));
         return parameter;
     }
-
-    kxParseParList *list = nullptr;
 };
 
 // Stand-ins for instances: only their addresses are used.

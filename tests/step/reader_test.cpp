@@ -1,13 +1,7 @@
 // Reading exchange files: every sample file in every read mode, and hostile
 // or broken text that must fail or be reported without crashing or leaking.
-#include <dirent.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <fstream>
-#include <sstream>
+#include <cctype>
 #include <string>
-#include <vector>
 
 #include "kxifcmodel.h"
 #include "test_support.h"
@@ -18,22 +12,12 @@ class ReaderTest : public kxtest::LibraryTest {
 protected:
     void SetUp() override {
         kxtest::LibraryTest::SetUp();
-        char pattern[] = "/tmp/kxifc_reader_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        directory_ = pattern;
-    }
-    void TearDown() override {
-        for (const std::string &file : files_) std::remove(file.c_str());
-        rmdir(directory_.c_str());
-        kxtest::LibraryTest::TearDown();
+        ASSERT_TRUE(directory_.made());
     }
 
     // Writes the text to a new file of the test's directory.
     std::string write_file(const std::string &text) {
-        const std::string path = directory_ + "/input" + std::to_string(files_.size()) + ".ifc";
-        std::ofstream(path, std::ios::binary) << text;
-        files_.push_back(path);
-        return path;
+        return directory_.write("input" + std::to_string(files_written_++) + ".ifc", text);
     }
 
     struct Outcome {
@@ -63,13 +47,6 @@ protected:
         return outcome;
     }
 
-    static std::string slurp(const std::string &path) {
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream buffer;
-        buffer << in.rdbuf();
-        return buffer.str();
-    }
-
     // The number of instance lines ("#n=") of a file's data section.
     static uint32_t instance_lines(const std::string &text) {
         uint32_t count = 0;
@@ -85,8 +62,8 @@ protected:
         return count;
     }
 
-    std::string directory_;
-    std::vector<std::string> files_;
+    kxtest::TempDirectory directory_{"kxifc_reader"};
+    uint32_t files_written_ = 0;
 };
 
 const char *kMinimalHeader =
@@ -94,26 +71,13 @@ const char *kMinimalHeader =
     "FILE_NAME('t.ifc','',(''),(''),'','','');\nFILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n";
 const char *kClosing = "ENDSEC;\nEND-ISO-10303-21;\n";
 
-std::vector<std::string> sample_files() {
-    std::vector<std::string> files;
-    const std::string folder = kxtest::shared_path("ifc");
-    if (folder.empty()) return files;
-    DIR *dir = opendir(folder.c_str());
-    while (dirent *entry = readdir(dir)) {
-        const std::string name = entry->d_name;
-        if (name.size() > 4 && name.substr(name.size() - 4) == ".ifc") files.push_back(folder + "/" + name);
-    }
-    closedir(dir);
-    return files;
-}
-
 TEST_F(ReaderTest, EverySampleFileReadsTheSameInEveryMode) {
     KX_REQUIRE_SHARED("ifc");
-    for (const std::string &path : sample_files()) {
+    for (const std::string &path : kxtest::sample_files()) {
         SCOPED_TRACE(path);
         const Outcome automatic = read(path, 0), single = read(path, 1), two_passes = read(path, 2);
         ASSERT_TRUE(automatic.read && single.read && two_passes.read);
-        EXPECT_EQ(automatic.entities, instance_lines(slurp(path)));
+        EXPECT_EQ(automatic.entities, instance_lines(kxtest::read_file(path)));
         EXPECT_EQ(single.objects, automatic.objects);
         EXPECT_EQ(two_passes.objects, automatic.objects);
         EXPECT_EQ(single.with_errors, automatic.with_errors);
@@ -205,7 +169,7 @@ TEST_F(ReaderTest, HostileTextNeverCrashesOrLeaks) {
 
 TEST_F(ReaderTest, EveryTruncationOfARealFileFailsOrReads) {
     KX_REQUIRE_SHARED("ifc/IfcOpenHouse_IFC4.ifc");
-    const std::string text = slurp(kxtest::shared_path("ifc/IfcOpenHouse_IFC4.ifc")).substr(0, 6000);
+    const std::string text = kxtest::read_file(kxtest::shared_path("ifc/IfcOpenHouse_IFC4.ifc")).substr(0, 6000);
     for (size_t cut = 0; cut <= text.size(); cut += 97) {
         const Outcome outcome = read(write_file(text.substr(0, cut)));
         EXPECT_TRUE(!outcome.read || outcome.with_errors) << "cut at " << cut;

@@ -1,11 +1,7 @@
 // Files by wide name, formatted output, and the binary save stream: round
 // trips and what a truncated or corrupt stream does.
-#include <unistd.h>
-
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "support/files.h"
@@ -32,43 +28,23 @@ private:
     kx::WideString text_;
 };
 
-std::string utf8(const char16_t *text) {
-    char *bytes = kx::wstr_to_utf8(text);
-    std::string result(bytes);
-    kx::mem_free(bytes);
-    return result;
-}
-
-std::string read_all(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
+using kxtest::read_file;
+using kxtest::utf8;
 
 class FilesTest : public kxtest::LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
-        const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = (fs::temp_directory_path() /
-                ("kx_files_" + std::to_string(getpid()) + "_" + info->name()))
-                   .string();
-        fs::create_directories(dir_);
+        ASSERT_TRUE(directory_.made());
     }
-    void TearDown() override {
-        fs::remove_all(dir_);
-        LibraryTest::TearDown();
-    }
-    std::string path(const std::string &name) const { return dir_ + "/" + name; }
 
-    std::string dir_;
+    kxtest::TempDirectory directory_{"kx_files"};
 };
 
 TEST_F(FilesTest, OpenLengthRenameDelete) {
     // A non-ASCII name goes to the system as UTF-8.
-    WidePath name(path("pl\xC3\xA1nta.ifc"));
-    WidePath other(path("renamed.ifc"));
+    WidePath name(directory_.file("pl\xC3\xA1nta.ifc"));
+    WidePath other(directory_.file("renamed.ifc"));
     EXPECT_FALSE(kx::file_exists(name));
     EXPECT_EQ(kx::file_length(name), 0u);
     EXPECT_EQ(kx::file_open(name, "rb"), nullptr);
@@ -80,8 +56,8 @@ TEST_F(FilesTest, OpenLengthRenameDelete) {
               25);
     EXPECT_TRUE(kx::file_close(&file));
     EXPECT_EQ(file, nullptr);
-    EXPECT_TRUE(fs::exists(fs::u8path(path("pl\xC3\xA1nta.ifc"))));
-    EXPECT_EQ(read_all(path("pl\xC3\xA1nta.ifc")), "#12=IFCWALL($);\nENDSEC x 4294967295 1.50\n");
+    EXPECT_TRUE(fs::exists(fs::u8path(directory_.file("pl\xC3\xA1nta.ifc"))));
+    EXPECT_EQ(read_file(directory_.file("pl\xC3\xA1nta.ifc")), "#12=IFCWALL($);\nENDSEC x 4294967295 1.50\n");
 
     EXPECT_TRUE(kx::file_exists(name));
     EXPECT_EQ(kx::file_length(name), 41u);
@@ -94,7 +70,7 @@ TEST_F(FilesTest, OpenLengthRenameDelete) {
     kx::file_delete_if_exists(other);
     EXPECT_FALSE(kx::file_exists(other));
 
-    WidePath directory(dir_);
+    WidePath directory(directory_.path());
     EXPECT_FALSE(kx::file_exists(directory));  // a directory is not a file
 
     FILE *again = kx::file_open(other, "wb");
@@ -180,7 +156,7 @@ void *pair_read(kx::SaveStream *stream) {
 }
 
 TEST_F(FilesTest, SaveStreamRoundTrip) {
-    WidePath name(path("table.bin"));
+    WidePath name(directory_.file("table.bin"));
     kx::SaveStream *out = kx::savestream_register_binary_file(name, "wb");
     ASSERT_NE(out, nullptr);
     kx::savestream_write_byte(out, 0);
@@ -225,24 +201,23 @@ TEST_F(FilesTest, SaveStreamRoundTrip) {
     kx::orderedmap_destroy(&map);
     kx::orderedmap_destroy(&back);
 
-    WidePath missing(path("no/such/dir/table.bin"));
+    WidePath missing(directory_.file("no/such/dir/table.bin"));
     EXPECT_EQ(kx::savestream_register_binary_file(missing, "wb"), nullptr);
 }
 
 TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
-    WidePath name(path("table.bin"));
+    WidePath name(directory_.file("table.bin"));
     kx::SaveStream *out = kx::savestream_register_binary_file(name, "wb");
     kx::OrderedPtrMap *map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
     for (uint32_t key = 0; key < 50; key++) kx::orderedmap_insert(map, pair_new(key, u"name"));
     kx::savestream_write_ordered_map(out, map, pair_write);
     kx::savestream_free(&out);
     kx::orderedmap_destroy(&map);
-    const std::string whole = read_all(path("table.bin"));
+    const std::string whole = read_file(directory_.file("table.bin"));
 
     // Every truncation of the file reads back as an error and an empty map.
     for (size_t length = 0; length < whole.size(); length += 7) {
-        std::ofstream(path("cut.bin"), std::ios::binary).write(whole.data(), length);
-        WidePath cut(path("cut.bin"));
+        WidePath cut(directory_.write("cut.bin", whole.substr(0, length)));
         kx::SaveStream *in = kx::savestream_register_binary_file(cut, "rb");
         kx::OrderedPtrMap *back =
             kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
@@ -253,9 +228,7 @@ TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
     }
 
     // Huge counts must not allocate or loop for them.
-    std::ofstream(path("bad.bin"), std::ios::binary)
-        .write("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12);
-    WidePath bad(path("bad.bin"));
+    WidePath bad(directory_.write("bad.bin", std::string("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12)));
     kx::SaveStream *in = kx::savestream_register_binary_file(bad, "rb");
     kx::OrderedPtrMap *back =
         kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);

@@ -1,9 +1,5 @@
 // The header lexer on real header text, with small buffers that split
 // tokens, large files, and broken input.
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,7 +11,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using kx::StepToken;
 
 enum Word : uint32_t { ISO = 1, HEADER, FILE_DESCRIPTION, FILE_NAME, FILE_SCHEMA, ENDSEC, DATA, END_ISO };
@@ -34,32 +29,21 @@ const char *const HEADER_TEXT =
     "ENDSEC;\n"
     "END-ISO-10303-21;\n";
 
-std::string utf8(const char16_t *text) {
-    char *bytes = kx::wstr_to_utf8(text);
-    std::string result(bytes);
-    kx::mem_free(bytes);
-    return result;
-}
+using kxtest::utf8;
 
 class StepLexerTest : public kxtest::LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
-        const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
-        path_ = (fs::temp_directory_path() /
-                 ("kx_lexer_" + std::to_string(getpid()) + "_" + info->name() + ".ifc"))
-                    .string();
-        wide_path_ = kx::wstr_from_utf8(path_.c_str());
+        ASSERT_TRUE(directory_.made());
+        wide_path_ = kx::wstr_from_utf8(directory_.file(kFileName).c_str());
     }
     void TearDown() override {
         kx::wstr_destroy(&wide_path_);
-        fs::remove(path_);
         LibraryTest::TearDown();
     }
 
-    void write_file(const std::string &content) {
-        std::ofstream(path_, std::ios::binary).write(content.data(), content.size());
-    }
+    void write_file(const std::string &content) { directory_.write(kFileName, content); }
 
     // A lexer over the file, set up as the header reader does.
     kx::StepLexer *open_lexer(uint32_t buffer_length = 0) {
@@ -93,7 +77,8 @@ protected:
         return tokens;
     }
 
-    std::string path_;
+    static constexpr const char *kFileName = "lexer.ifc";
+    kxtest::TempDirectory directory_{"kx_lexer"};
     kx::WideString wide_path_ = nullptr;
 };
 

@@ -28,7 +28,7 @@ std::string take_utf8(char *text) {
     return copy;
 }
 
-std::u16string ascii(const std::string &text) { return std::u16string(text.begin(), text.end()); }
+using kxtest::wide;
 
 class WideStringTest : public kxtest::LibraryTest {};
 
@@ -239,7 +239,7 @@ TEST_F(WideStringTest, FormatsFloatingPointAsPrintfDoes) {
         for (double value : values) {
             char expected[512];
             std::snprintf(expected, sizeof expected, spec, value);
-            EXPECT_EQ(take(kx::wstr_format(ascii(spec).c_str(), value)), ascii(expected))
+            EXPECT_EQ(take(kx::wstr_format(wide(spec).c_str(), value)), wide(expected))
                 << spec << " " << value;
         }
     }
@@ -266,7 +266,7 @@ TEST_F(WideStringTest, FormatsTextAndCharacters) {
     int object = 0;
     char expected[64];
     std::snprintf(expected, sizeof expected, "%p", static_cast<void *>(&object));
-    EXPECT_EQ(take(kx::wstr_format(u"%p", static_cast<void *>(&object))), ascii(expected));
+    EXPECT_EQ(take(kx::wstr_format(u"%p", static_cast<void *>(&object))), wide(expected));
 }
 
 TEST_F(WideStringTest, UnknownConversionIsReportedAndKept) {
