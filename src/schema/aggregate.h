@@ -20,6 +20,9 @@ union kxAggregateCell {
     kxBinary *binary;
 };
 
+// The cells either follow the handle in the same block (an aggregate made
+// whole, as the reader makes them) or live in a block of their own once the
+// aggregate grows.
 struct kxAggregate {
     kxAggregateCell *items;
     uint32_t count;
@@ -29,4 +32,6 @@ struct kxAggregate {
 namespace kx {
 // A new cell at the end of the aggregate (its content is the caller's to set).
 kxAggregateCell *aggregate_append_cell(kxAggregate *array_of_elements);
+// A new aggregate holding these cells (taken over as they are), in one block.
+kxAggregate *aggregate_from_cells(const kxAggregateCell *cells, uint32_t count);
 }  // namespace kx

@@ -28,14 +28,36 @@ kxAggregateCell *cell_at(const kxAggregate *array_of_elements, uint32_t index) {
 
 }  // namespace
 
+// Whether the cells live in the handle's own block.
+inline bool cells_are_inline(const kxAggregate *aggregate) {
+    return aggregate->items == reinterpret_cast<const kxAggregateCell *>(aggregate + 1);
+}
+
 kxAggregateCell *aggregate_append_cell(kxAggregate *array_of_elements) {
     if (array_of_elements->count == array_of_elements->capacity) {
-        uint32_t capacity = array_of_elements->capacity == 0 ? 4 : array_of_elements->capacity * 2;
-        array_of_elements->items = static_cast<kxAggregateCell *>(
-            mem_realloc(array_of_elements->items, capacity * sizeof(kxAggregateCell)));
+        const uint32_t capacity = array_of_elements->capacity < 2 ? 4 : array_of_elements->capacity * 2;
+        if (cells_are_inline(array_of_elements)) {
+            kxAggregateCell *cells = static_cast<kxAggregateCell *>(mem_alloc(capacity * sizeof(kxAggregateCell)));
+            std::memcpy(cells, array_of_elements->items, array_of_elements->count * sizeof(kxAggregateCell));
+            array_of_elements->items = cells;
+        } else {
+            array_of_elements->items = static_cast<kxAggregateCell *>(
+                mem_realloc(array_of_elements->items, capacity * sizeof(kxAggregateCell)));
+        }
         array_of_elements->capacity = capacity;
     }
     return &array_of_elements->items[array_of_elements->count++];
+}
+
+kxAggregate *aggregate_from_cells(const kxAggregateCell *cells, uint32_t count) {
+    if (count == 0) return aggregate_new();
+    kxAggregate *aggregate =
+        static_cast<kxAggregate *>(mem_alloc(sizeof(kxAggregate) + count * sizeof(kxAggregateCell)));
+    aggregate->items = reinterpret_cast<kxAggregateCell *>(aggregate + 1);
+    aggregate->count = count;
+    aggregate->capacity = count;
+    std::memcpy(aggregate->items, cells, count * sizeof(kxAggregateCell));
+    return aggregate;
 }
 
 namespace {
@@ -119,7 +141,7 @@ void aggregate_free(kxAggregate **array_of_elements, uint32_t aggregate_index) {
     if (aggregate == nullptr) return;
     const uint8_t kind = element_kind_of(aggregate_index);
     for (uint32_t i = 0; i < aggregate->count; i++) free_cell(aggregate->items[i], kind, aggregate_index);
-    mem_free(aggregate->items);
+    if (!cells_are_inline(aggregate)) mem_free(aggregate->items);
     mem_free_and_clear(array_of_elements);
 }
 

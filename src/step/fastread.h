@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "kxifc_defs.h"
+#include "schema/aggregate.h"
 #include "step/idindex.h"
 
 struct kxBaseObject;
@@ -40,6 +41,7 @@ struct FastReader {
     void *create_context = nullptr;
     TrackedVector<uint8_t> class_is_direct;      // by class id
     TrackedVector<ForwardReference> forward;
+    TrackedVector<kxAggregateCell> scratch;      // elements of the lists being read
 };
 
 void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version, CreateValueFn create_value,

@@ -159,13 +159,10 @@ private:
     bool read_attribute(const SlotInfo &slot, char *address, uint32_t offset) {
         const Token token = scanner_next(scanner_);
         if (token.kind == TOKEN_NULL_VALUE || token.kind == TOKEN_DERIVED_VALUE) return true;
-        if (slot.kind == SLOT_AGGREGATE) {
-            if (token.kind != TOKEN_BEGIN_PAR) return false;
-            kxAggregate *aggregate = aggregate_new();
-            *reinterpret_cast<kxAggregate **>(address) = aggregate;
-            return read_elements(aggregate, slot.type_ref);
-        }
-        if (slot.kind == SLOT_ENTITY) return read_reference(token, slot.type_ref, address, nullptr, offset);
+        if (slot.kind == SLOT_AGGREGATE)
+            return token.kind == TOKEN_BEGIN_PAR && read_elements(slot.type_ref, reinterpret_cast<kxAggregate **>(address));
+        if (slot.kind == SLOT_ENTITY)
+            return read_reference(token, slot.type_ref, reinterpret_cast<kxBaseObject **>(address), nullptr, offset);
         if (slot.kind == SLOT_SELECT) return read_select(token, slot.type_ref, nullptr, offset);
         return read_value(token, slot.kind, slot.type_ref, address);
     }
@@ -240,7 +237,8 @@ private:
     }
 
     // A reference: stored now when the instance exists, noted otherwise.
-    bool read_reference(const Token &token, uint32_t class_id, void *address, kxAggregate *aggregate, uint32_t place) {
+    bool read_reference(const Token &token, uint32_t class_id, kxBaseObject **address, kxAggregate *aggregate,
+                        uint32_t place) {
         if (token.kind != TOKEN_ENTITY_REFERENCE) return false;
         kxBaseObject *target = reader_->ids->find(token.id);
         if (target == nullptr) {
@@ -249,39 +247,80 @@ private:
         }
         if (!class_is_kind_of(target->object_class, g_classes[class_id], target->ifc_version)) return false;
         target->retain_count++;
-        *static_cast<kxBaseObject **>(address) = target;
+        *address = target;
         return true;
     }
 
-    // The elements of a list whose "(" was read, up to its ")".
-    bool read_elements(kxAggregate *aggregate, uint32_t aggregate_index) {
+    // The elements of a list whose "(" was read, up to its ")", into a new
+    // aggregate made in one block once its size is known. Until then the
+    // elements wait in the reader's scratch list (nested lists above their
+    // outer list's), and places noted for later (forward references, select
+    // values) name the scratch list by position.
+    bool read_elements(uint32_t aggregate_index, kxAggregate **result) {
         const AggregateInfo &info = g_aggregates[aggregate_index];
+        TrackedVector<kxAggregateCell> &scratch = reader_->scratch;
+        const size_t base = scratch.size();
+        const size_t forward_mark = reader_->forward.size(), pending_mark = pending_.size();
         Token token = scanner_next(scanner_);
-        if (token.kind == TOKEN_END_PAR) return true;
-        for (;;) {
-            const uint32_t index = aggregate->count;
-            kxAggregateCell *cell = aggregate_append_cell(aggregate);
-            std::memset(cell, 0, sizeof *cell);
-            bool ok;
-            if (info.element_kind == SLOT_AGGREGATE) {
-                ok = token.kind == TOKEN_BEGIN_PAR;
-                if (ok) {
-                    cell->aggregate = aggregate_new();
-                    ok = read_elements(cell->aggregate, info.element_ref);
+        if (token.kind != TOKEN_END_PAR) {
+            for (;;) {
+                const uint32_t index = static_cast<uint32_t>(scratch.size());
+                scratch.push_back(kxAggregateCell{});
+                bool ok;
+                if (info.element_kind == SLOT_AGGREGATE) {
+                    kxAggregate *inner = nullptr;
+                    ok = token.kind == TOKEN_BEGIN_PAR && read_elements(info.element_ref, &inner);
+                    scratch[index].aggregate = inner;
+                } else if (info.element_kind == SLOT_ENTITY) {
+                    kxBaseObject *target = nullptr;
+                    ok = read_reference(token, info.element_ref, &target, scratch_marker(), index);
+                    scratch[index].object = target;
+                } else if (info.element_kind == SLOT_SELECT) {
+                    ok = read_select(token, info.element_ref, scratch_marker(), index);
+                } else {
+                    ok = read_value(token, info.element_kind, info.element_ref, &scratch[index]);
                 }
-            } else if (info.element_kind == SLOT_ENTITY) {
-                ok = read_reference(token, info.element_ref, &cell->object, aggregate, index);
-            } else if (info.element_kind == SLOT_SELECT) {
-                ok = read_select(token, info.element_ref, aggregate, index);
-            } else {
-                ok = read_value(token, info.element_kind, info.element_ref, cell);
+                if (ok) {
+                    token = scanner_next(scanner_);
+                    if (token.kind == TOKEN_END_PAR) break;
+                    ok = token.kind == TOKEN_COMMA;
+                    if (ok) token = scanner_next(scanner_);
+                }
+                if (!ok) {
+                    drop_scratch(base, aggregate_index);
+                    return false;
+                }
             }
-            if (!ok) return false;
-            token = scanner_next(scanner_);
-            if (token.kind == TOKEN_END_PAR) return true;
-            if (token.kind != TOKEN_COMMA) return false;
-            token = scanner_next(scanner_);
         }
+        const uint32_t count = static_cast<uint32_t>(scratch.size() - base);
+        kxAggregate *aggregate = aggregate_from_cells(scratch.data() + base, count);
+        scratch.resize(base);
+        // Places noted in this list's scratch range now name the aggregate.
+        for (size_t i = forward_mark; i < reader_->forward.size(); i++)
+            settle(reader_->forward[i].aggregate, reader_->forward[i].place, aggregate, base);
+        for (size_t i = pending_mark; i < pending_.size(); i++) settle(pending_[i].aggregate, pending_[i].place, aggregate, base);
+        *result = aggregate;
+        return true;
+    }
+
+    static kxAggregate *scratch_marker() {
+        static kxAggregate marker{};
+        return &marker;
+    }
+
+    static void settle(kxAggregate *&aggregate, uint32_t &place, kxAggregate *made, size_t base) {
+        if (aggregate == scratch_marker() && place >= base) {
+            aggregate = made;
+            place -= static_cast<uint32_t>(base);
+        }
+    }
+
+    // Frees what the scratch cells of a list that did not fit hold.
+    void drop_scratch(size_t base, uint32_t aggregate_index) {
+        TrackedVector<kxAggregateCell> &scratch = reader_->scratch;
+        kxAggregate *held = aggregate_from_cells(scratch.data() + base, static_cast<uint32_t>(scratch.size() - base));
+        scratch.resize(base);
+        aggregate_free(&held, aggregate_index);
     }
 
     FastReader *reader_;
