@@ -14,6 +14,7 @@
  *   kxifc_schema.h       generated: kx<Type>_class, enumerations, defined
  *                        types and aggregates of both schema releases
  *   kxifc_relations.h    relationship helpers (kxRelCommon_*)
+ *   kxifc_units.h        units model conversor (kxUnitsModelConversor_*)
  */
 #ifndef KXIFCMODEL_H
 #define KXIFCMODEL_H
@@ -27,5 +28,6 @@
 #include "kxifc_header.h"
 #include "kxifc_schema.h"
 #include "kxifc_relations.h"
+#include "kxifc_units.h"
 
 #endif

@@ -1,0 +1,774 @@
+// The units model conversor on models built through the public interface:
+// scales of SI prefixes and units, handlers and the default conversion,
+// conversion-based and derived units, values that state their own unit,
+// integer measures, monetary values, and what is left alone.
+#include <cmath>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "core/class.h"
+#include "kxifcmodel.h"
+#include "model_fixture.h"
+#include "services/unitconversion.h"
+#include "test_support.h"
+
+namespace {
+
+using kxtest::narrow;
+
+// The member of an enumeration whose name is given (0, and a failure, when
+// there is none).
+template <typename HasValue, typename ToString>
+int32_t member_named(HasValue has_value, ToString to_string, const std::string &name) {
+    for (int32_t value = 1; has_value(value) == kxBTRUE; value++)
+        if (narrow(to_string(value)) == name) return value;
+    ADD_FAILURE() << "no member " << name;
+    return 0;
+}
+
+int32_t unit_type(const std::string &name) {
+    return member_named(kxIfcUnitEnum_has_value, kxIfcUnitEnum_to_string, name);
+}
+int32_t derived_type(const std::string &name) {
+    return member_named(kxIfcDerivedUnitEnum_has_value, kxIfcDerivedUnitEnum_to_string, name);
+}
+int32_t prefix(const std::string &name) { return member_named(kxIfcSIPrefix_has_value, kxIfcSIPrefix_to_string, name); }
+int32_t si_name(const std::string &name) {
+    return member_named(kxIfcSIUnitName_has_value, kxIfcSIUnitName_to_string, name);
+}
+
+double times_thousand(double value) { return value * 1000.0; }
+double plus_one(double value) { return value + 1.0; }
+double times_ten(double value) { return value * 10.0; }
+double to_cents(double value, const kxWChar *currency) {
+    return narrow(currency) == "EUR" ? value * 100.0 : -1.0;
+}
+
+constexpr kxIfcVersion_t kReleases[] = {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4};
+
+class UnitsModelConversorTest : public kxtest::ModelFixture {
+protected:
+    void TearDown() override {
+        if (conversor_ != nullptr) kxUnitsModelConversor_free(&conversor_);
+        ModelFixture::TearDown();
+    }
+    kxUnitsModelConversor *conversor() {
+        if (conversor_ == nullptr) conversor_ = kxUnitsModelConversor_new();
+        return conversor_;
+    }
+    void convert_by_default() {
+        kxUnitsModelConversor_set_apply_default_conversion_to_all_non_monetary_units(conversor());
+        convert();
+    }
+    void convert() { kxUnitsModelConversor_apply_conversion(conversor(), model_); }
+
+    // ---- units ----
+
+    kxBaseObject *si_unit(const std::string &type, const char *si_prefix, const std::string &name) {
+        kxBaseObject *unit = make(kxIfcSIUnit_class());
+        kxIfcSIUnit_set_UnitType(unit, unit_type(type));
+        if (si_prefix != nullptr) kxIfcSIUnit_set_Prefix(unit, prefix(si_prefix));
+        kxIfcSIUnit_set_Name(unit, si_name(name));
+        return unit;
+    }
+    // An IfcUnit select holding the unit.
+    kxBaseObject *unit_select(kxBaseObject *unit) {
+        kxBaseObject *select = make(kxIfcUnit_class());
+        if (kxBaseObject_dontuse_is_object_kind_of(unit, kxIfcNamedUnit_class()))
+            kxIfcUnit_set_kxIfcNamedUnit(select, unit);
+        else if (kxBaseObject_dontuse_is_object_kind_of(unit, kxIfcDerivedUnit_class()))
+            kxIfcUnit_set_kxIfcDerivedUnit(select, unit);
+        else
+            kxIfcUnit_set_kxIfcMonetaryUnit(select, unit);
+        return select;
+    }
+    kxBaseObject *assign(std::initializer_list<kxBaseObject *> units) {
+        kxBaseObject *assignment = make(kxIfcUnitAssignment_class());
+        kxSetIfcUnit *set = kxSetIfcUnit_new();
+        for (kxBaseObject *unit : units) kxSetIfcUnit_append_element(set, unit_select(unit));
+        kxIfcUnitAssignment_set_Units(assignment, set);
+        return assignment;
+    }
+    // A conversion-based unit: factor units of the base unit.
+    kxBaseObject *conversion_based(const std::string &type, const char16_t *name, double factor, kxBaseObject *base,
+                                   const kxClass_t *klass = kxIfcConversionBasedUnit_class()) {
+        kxBaseObject *unit = make(klass);
+        kxIfcNamedUnit_set_UnitType(unit, unit_type(type));
+        kxIfcConversionBasedUnit_set_Name(unit, name);
+        kxBaseObject *measure = make(kxIfcMeasureWithUnit_class());
+        kxBaseObject *value = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcReal(value, factor);
+        kxIfcMeasureWithUnit_set_ValueComponent(measure, value);
+        kxIfcMeasureWithUnit_set_UnitComponent(measure, unit_select(base));
+        kxIfcConversionBasedUnit_set_ConversionFactor(unit, measure);
+        return unit;
+    }
+    kxBaseObject *derived(const std::string &type, std::initializer_list<std::pair<kxBaseObject *, int32_t>> elements) {
+        kxBaseObject *unit = make(kxIfcDerivedUnit_class());
+        kxIfcDerivedUnit_set_UnitType(unit, derived_type(type));
+        kxSetIfcDerivedUnitElement *set = kxSetIfcDerivedUnitElement_new();
+        for (const auto &[named, exponent] : elements) {
+            kxBaseObject *element = make(kxIfcDerivedUnitElement_class());
+            kxIfcDerivedUnitElement_set_Unit(element, named);
+            kxIfcDerivedUnitElement_set_Exponent(element, exponent);
+            kxSetIfcDerivedUnitElement_append_element(set, element);
+        }
+        kxIfcDerivedUnit_set_Elements(unit, set);
+        return unit;
+    }
+
+    // ---- values ----
+
+    kxBaseObject *length_value(double value) {
+        kxBaseObject *select = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcLengthMeasure(select, value);
+        return select;
+    }
+    kxBaseObject *single_value(kxBaseObject *value, kxBaseObject *unit = nullptr) {
+        kxBaseObject *property = make(kxIfcPropertySingleValue_class());
+        kxIfcPropertySingleValue_set_Name(property, u"Value");
+        kxIfcPropertySingleValue_set_NominalValue(property, value);
+        if (unit != nullptr) kxIfcPropertySingleValue_set_Unit(property, unit_select(unit));
+        return property;
+    }
+    kxBaseObject *point(std::initializer_list<double> coordinates) {
+        kxBaseObject *instance = make(kxIfcCartesianPoint_class());
+        kxArrIfcLengthMeasure *list = kxArrIfcLengthMeasure_new();
+        for (double coordinate : coordinates) kxArrIfcLengthMeasure_add(list, coordinate);
+        kxIfcCartesianPoint_set_Coordinates(instance, list);
+        return instance;
+    }
+    std::vector<double> coordinates(kxBaseObject *instance) {
+        std::vector<double> result;
+        const kxArrIfcLengthMeasure *list = kxIfcCartesianPoint_get_Coordinates(instance);
+        for (uint32_t i = 0; i < kxArrIfcLengthMeasure_count(list); i++)
+            result.push_back(kxArrIfcLengthMeasure_get(list, i));
+        return result;
+    }
+    kxBaseObject *extrusion(double depth) {
+        kxBaseObject *instance = make(kxIfcExtrudedAreaSolid_class());
+        kxIfcExtrudedAreaSolid_set_Depth(instance, depth);
+        return instance;
+    }
+    kxListIfcValue *length_list(std::initializer_list<double> values) {
+        kxListIfcValue *list = kxListIfcValue_new();
+        for (double value : values) kxListIfcValue_append_element(list, length_value(value));
+        return list;
+    }
+    static double length_at(const kxListIfcValue *list, uint32_t index) {
+        return kxIfcValue_get_kxIfcLengthMeasure(kxListIfcValue_get_element(list, index));
+    }
+    static double nominal_length(kxBaseObject *property) {
+        return kxIfcValue_get_kxIfcLengthMeasure(kxIfcPropertySingleValue_get_NominalValue(property));
+    }
+
+    // How many instances of model_ are not marked visited (this marks them).
+    uint32_t unvisited_instances() {
+        uint32_t count = 0;
+        kxIfcModel_dontuse_visit_model(model_, &count, [](kxBaseObject *, void *counter, int32_t *) {
+            ++*static_cast<uint32_t *>(counter);
+        });
+        return count;
+    }
+
+    kxUnitsModelConversor *conversor_ = nullptr;
+};
+
+// ---- the default conversion of the assignment's units ----
+
+TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEveryLengthBy1000) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+        kxBaseObject *corner = point({1000.0, 2500.0, -500.0});
+        kxBaseObject *solid = extrusion(3000.0);
+        kxBaseObject *unset_depth = make(kxIfcExtrudedAreaSolid_class());
+        kxBaseObject *property = single_value(length_value(2500.0));
+        kxBaseObject *ratio = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcReal(ratio, 1000.0);
+        kxBaseObject *count = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcCountMeasure(count, 1000.0);
+        kxBaseObject *angle = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcPlaneAngleMeasure(angle, 90.0);
+
+        convert_by_default();
+
+        EXPECT_EQ(coordinates(corner), (std::vector<double>{1.0, 2.5, -0.5}));
+        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0);
+        EXPECT_EQ(kxIfcExtrudedAreaSolid_Depth_has_value(unset_depth), kxBFALSE) << "unset values stay unset";
+        EXPECT_DOUBLE_EQ(nominal_length(property), 2.5);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcReal(ratio), 1000.0) << "a value without a unit";
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcCountMeasure(count), 1000.0);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcPlaneAngleMeasure(angle), 90.0) << "no angle unit is assigned";
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, ListsOfListsOfLengthsAreConvertedToo) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("LENGTHUNIT", "CENTI", "METRE")});
+    kxBaseObject *points = make(kxIfcCartesianPointList3D_class());
+    kxListListIfcLengthMeasure *rows = kxListListIfcLengthMeasure_new();
+    for (double base : {100.0, 200.0}) {
+        kxArrIfcLengthMeasure *row = kxArrIfcLengthMeasure_new();
+        for (double offset : {0.0, 10.0, 20.0}) kxArrIfcLengthMeasure_add(row, base + offset);
+        kxListListIfcLengthMeasure_append_element(rows, row);
+    }
+    kxIfcCartesianPointList3D_set_CoordList_v4(points, rows);
+    convert_by_default();
+    const kxListListIfcLengthMeasure *list = kxIfcCartesianPointList3D_get_CoordList_v4(points);
+    EXPECT_DOUBLE_EQ(kxArrIfcLengthMeasure_get(kxListListIfcLengthMeasure_get_element(list, 0), 2), 1.2);
+    EXPECT_DOUBLE_EQ(kxArrIfcLengthMeasure_get(kxListListIfcLengthMeasure_get_element(list, 1), 0), 2.0);
+}
+
+TEST_F(UnitsModelConversorTest, ListsOfPlainRealsAreNotMeasures) {
+    // A plain REAL list names no measure type: an absorbed dose unit (the
+    // first measure type of the tables) must not reach it.
+    model(KXIFCVERSION_IFC_2X3);
+    assign({si_unit("ABSORBEDDOSEUNIT", "MILLI", "GRAY"), si_unit("LENGTHUNIT", "MILLI", "METRE")});
+    kxBaseObject *direction = make(kxIfcDirection_class());
+    kxArrReal *ratios = kxArrReal_new();
+    kxArrReal_add(ratios, 0.0);
+    kxArrReal_add(ratios, 1000.0);
+    kxIfcDirection_set_DirectionRatios_v2x3(direction, ratios);
+    convert_by_default();
+    EXPECT_DOUBLE_EQ(kxArrReal_get(kxIfcDirection_get_DirectionRatios_v2x3(direction), 1), 1000.0);
+}
+
+TEST_F(UnitsModelConversorTest, WithoutHandlerOrDefaultNothingChanges) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+    kxBaseObject *solid = extrusion(3000.0);
+    convert();
+    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3000.0);
+}
+
+TEST_F(UnitsModelConversorTest, ModelWithoutUnitAssignmentIsLeftUnchanged) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        kxBaseObject *corner = point({1000.0, 2000.0});
+        kxBaseObject *own_unit = single_value(length_value(2500.0), si_unit("LENGTHUNIT", "MILLI", "METRE"));
+        kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
+        convert_by_default();
+        EXPECT_EQ(coordinates(corner), (std::vector<double>{1000.0, 2000.0}));
+        EXPECT_DOUBLE_EQ(nominal_length(own_unit), 2500.0);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, AssignmentWithoutUnitsIsLeftUnchanged) {
+    model(KXIFCVERSION_IFC_4);
+    make(kxIfcUnitAssignment_class());
+    kxBaseObject *solid = extrusion(3000.0);
+    convert_by_default();
+    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3000.0);
+}
+
+// ---- scales of SI units ----
+
+TEST_F(UnitsModelConversorTest, AreaVolumeAndMassUnitsScaleByTheirPrefixAndName) {
+    struct Case {
+        const char *type;
+        const char *prefix;
+        const char *name;
+        double factor;
+    };
+    const Case cases[] = {
+        {"AREAUNIT", "CENTI", "SQUARE_METRE", 1e-4}, {"VOLUMEUNIT", "MILLI", "CUBIC_METRE", 1e-9},
+        {"MASSUNIT", nullptr, "GRAM", 0.001},         {"MASSUNIT", "KILO", "GRAM", 1.0},
+        {"AREAUNIT", nullptr, "SQUARE_METRE", 1.0},   {"VOLUMEUNIT", "DECI", "CUBIC_METRE", 1e-3},
+    };
+    for (kxIfcVersion_t release : kReleases) {
+        for (const Case &c : cases) {
+            model(release);
+            assign({si_unit(c.type, c.prefix, c.name)});
+            kxBaseObject *area = make(kxIfcQuantityArea_class());
+            kxIfcQuantityArea_set_AreaValue(area, 1.0);
+            kxBaseObject *volume = make(kxIfcQuantityVolume_class());
+            kxIfcQuantityVolume_set_VolumeValue(volume, 1.0);
+            kxBaseObject *weight = make(kxIfcQuantityWeight_class());
+            kxIfcQuantityWeight_set_WeightValue(weight, 1.0);
+            convert_by_default();
+            const std::string type = c.type;
+            const double got = type == "AREAUNIT"   ? kxIfcQuantityArea_get_AreaValue(area)
+                               : type == "VOLUMEUNIT" ? kxIfcQuantityVolume_get_VolumeValue(volume)
+                                                      : kxIfcQuantityWeight_get_WeightValue(weight);
+            EXPECT_NEAR(got, c.factor, c.factor * 1e-12) << c.type << " " << (c.prefix ? c.prefix : "") << c.name;
+            kxUnitsModelConversor_free(&conversor_);
+        }
+    }
+}
+
+TEST_F(UnitsModelConversorTest, EveryPrefixHasItsPowerOfTen) {
+    const std::pair<const char *, double> prefixes[] = {
+        {"EXA", 1e18},  {"PETA", 1e15},  {"TERA", 1e12},   {"GIGA", 1e9},   {"MEGA", 1e6},   {"KILO", 1e3},
+        {"HECTO", 1e2}, {"DECA", 1e1},   {"DECI", 1e-1},   {"CENTI", 1e-2}, {"MILLI", 1e-3}, {"MICRO", 1e-6},
+        {"NANO", 1e-9}, {"PICO", 1e-12}, {"FEMTO", 1e-15}, {"ATTO", 1e-18},
+    };
+    for (const auto &[name, factor] : prefixes) {
+        model(KXIFCVERSION_IFC_4);
+        assign({si_unit("LENGTHUNIT", name, "METRE")});
+        kxBaseObject *solid = extrusion(1.0);
+        convert_by_default();
+        EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), factor, factor * 1e-12) << name;
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, FirstUnitOfATypeWins) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("LENGTHUNIT", "MILLI", "METRE"), si_unit("LENGTHUNIT", "CENTI", "METRE")});
+    kxBaseObject *solid = extrusion(3000.0);
+    convert_by_default();
+    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0);
+}
+
+// ---- handlers ----
+
+TEST_F(UnitsModelConversorTest, LengthHandlerOnAMetreModelMultipliesLengthsOnly) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        assign({si_unit("LENGTHUNIT", nullptr, "METRE"), si_unit("AREAUNIT", "CENTI", "SQUARE_METRE")});
+        kxBaseObject *solid = extrusion(2.5);
+        kxBaseObject *area = make(kxIfcQuantityArea_class());
+        kxIfcQuantityArea_set_AreaValue(area, 3.0);
+        kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
+        convert();
+        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 2500.0);
+        EXPECT_DOUBLE_EQ(kxIfcQuantityArea_get_AreaValue(area), 3.0) << "no handler, no default";
+        kxUnitsModelConversor_free(&conversor_);
+
+        // With the default on, the other units go to their basic unit.
+        model(release);
+        assign({si_unit("LENGTHUNIT", nullptr, "METRE"), si_unit("AREAUNIT", "CENTI", "SQUARE_METRE")});
+        solid = extrusion(2.5);
+        area = make(kxIfcQuantityArea_class());
+        kxIfcQuantityArea_set_AreaValue(area, 3.0);
+        kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
+        convert_by_default();
+        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 2500.0);
+        EXPECT_DOUBLE_EQ(kxIfcQuantityArea_get_AreaValue(area), 3e-4);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, HandlerReceivesTheValueInTheBasicUnit) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+    kxBaseObject *solid = extrusion(2500.0);
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &plus_one);
+    convert();
+    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.5) << "2500 mm = 2.5 m, then the handler";
+}
+
+TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirName) {
+    model(KXIFCVERSION_IFC_4);
+    kxBaseObject *unit = make(kxIfcContextDependentUnit_class());
+    kxIfcContextDependentUnit_set_UnitType(unit, unit_type("LENGTHUNIT"));
+    kxIfcContextDependentUnit_set_Name(unit, u"Module");
+    assign({unit});
+    kxBaseObject *solid = extrusion(3.0);
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &plus_one);
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), u"module", &times_thousand);
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), u"Module", &times_ten);
+    convert();
+    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 30.0) << "identity, then the handler of that name";
+}
+
+TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
+    expect_reports();
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), 0, nullptr, &plus_one);
+    EXPECT_TRUE(asserts().saw("kxIfcUnitEnum_has_value(named_unit_type) == kxBTRUE"));
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("USERDEFINED"), nullptr, &plus_one);
+    EXPECT_TRUE(asserts().saw("named_unit_user_defined_name != NULL"));
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, nullptr);
+    EXPECT_TRUE(asserts().saw("(named_unit_handler) != NULL"));
+    kxUnitsModelConversor_append_derived_unit_handler(conversor(), 0, nullptr, &plus_one);
+    EXPECT_TRUE(asserts().saw("kxIfcDerivedUnitEnum_has_value(derived_unit_type) == kxBTRUE"));
+    kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("USERDEFINED"), nullptr, &plus_one);
+    EXPECT_TRUE(asserts().saw("derived_unit_user_defined_name != NULL"));
+    kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("MASSDENSITYUNIT"), nullptr, nullptr);
+    EXPECT_TRUE(asserts().saw("(derived_unit_handler) != NULL"));
+
+    asserts().clear();
+    kxUnitsModelConversor_apply_conversion(conversor(), nullptr);
+    EXPECT_TRUE(asserts().saw("(ifc_model) != NULL"));
+    kxUnitsModelConversor_apply_conversion(nullptr, nullptr);
+    kxUnitsModelConversor_set_apply_default_conversion_to_all_non_monetary_units(nullptr);
+    kxUnitsModelConversor_set_monetary_unit_handler(nullptr, &to_cents);
+    EXPECT_TRUE(asserts().saw("(units_handler) != NULL"));
+    kxUnitsModelConversor *none = nullptr;
+    kxUnitsModelConversor_free(&none);
+    kxUnitsModelConversor_free(nullptr);
+}
+
+// ---- conversion-based and derived units ----
+
+TEST_F(UnitsModelConversorTest, ConversionBasedUnitConvertsThroughItsFactorToMetres) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
+        assign({foot});
+        kxBaseObject *solid = extrusion(10.0);
+        convert_by_default();
+        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.048);
+        // The factor describes the unit and keeps its number.
+        kxBaseObject *factor = kxIfcConversionBasedUnit_get_ConversionFactor(foot);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcReal(kxIfcMeasureWithUnit_get_ValueComponent(factor)), 0.3048);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, ConversionBasedUnitsChainToTheirBaseUnits) {
+    model(KXIFCVERSION_IFC_2X3);
+    kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
+    kxBaseObject *inch = conversion_based("LENGTHUNIT", u"INCH", 1.0 / 12.0, foot);
+    assign({inch});
+    kxBaseObject *solid = extrusion(12.0);
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
+    convert();
+    EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), 304.8, 1e-9) << "12 in = 1 ft = 0.3048 m, in mm";
+}
+
+TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
+    model(KXIFCVERSION_IFC_4);
+    kxBaseObject *fahrenheit =
+        conversion_based("THERMODYNAMICTEMPERATUREUNIT", u"DEGREE FAHRENHEIT", 5.0 / 9.0,
+                         si_unit("THERMODYNAMICTEMPERATUREUNIT", nullptr, "KELVIN"),
+                         kxIfcConversionBasedUnitWithOffset_class());
+    kxIfcConversionBasedUnitWithOffset_set_ConversionOffset_v4(fahrenheit, 255.37222222222223);
+    assign({fahrenheit});
+    kxBaseObject *value = make(kxIfcValue_class());
+    kxIfcValue_set_kxIfcThermodynamicTemperatureMeasure(value, 32.0);
+    single_value(value);
+    convert_by_default();
+    EXPECT_NEAR(kxIfcValue_get_kxIfcThermodynamicTemperatureMeasure(value), 273.15, 1e-9);
+}
+
+TEST_F(UnitsModelConversorTest, CelsiusKeepsItsScaleWithoutAnOffset) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("THERMODYNAMICTEMPERATUREUNIT", nullptr, "DEGREE_CELSIUS")});
+    kxBaseObject *value = make(kxIfcValue_class());
+    kxIfcValue_set_kxIfcThermodynamicTemperatureMeasure(value, 20.0);
+    convert_by_default();
+    EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcThermodynamicTemperatureMeasure(value), 20.0);
+}
+
+TEST_F(UnitsModelConversorTest, UnitsThatDefineThemselvesStopAtTheRecursionLimit) {
+    expect_reports();
+    model(KXIFCVERSION_IFC_4);
+    kxBaseObject *odd = conversion_based("LENGTHUNIT", u"ODD", 1.0, si_unit("LENGTHUNIT", nullptr, "METRE"));
+    kxIfcMeasureWithUnit_set_UnitComponent(kxIfcConversionBasedUnit_get_ConversionFactor(odd), unit_select(odd));
+    assign({odd});
+    kxBaseObject *solid = extrusion(5.0);
+    convert_by_default();
+    EXPECT_TRUE(asserts().saw("recursion_level < 100"));
+    EXPECT_TRUE(asserts().saw("did_get_conversion_to_base_handle == CIERTO"));
+    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 5.0);
+}
+
+TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsWithExponents) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        // g/cm3: 1 g/cm3 = 1000 kg/m3.
+        kxBaseObject *density = derived("MASSDENSITYUNIT", {{si_unit("MASSUNIT", nullptr, "GRAM"), 1},
+                                                             {si_unit("LENGTHUNIT", "CENTI", "METRE"), -3}});
+        // mm/s.
+        kxBaseObject *velocity = derived("LINEARVELOCITYUNIT", {{si_unit("LENGTHUNIT", "MILLI", "METRE"), 1},
+                                                                 {si_unit("TIMEUNIT", nullptr, "SECOND"), -1}});
+        assign({density, velocity});
+        kxBaseObject *mass_density = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcMassDensityMeasure(mass_density, 2.5);
+        kxBaseObject *speed = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcLinearVelocityMeasure(speed, 1500.0);
+        kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("LINEARVELOCITYUNIT"), nullptr,
+                                                          &times_ten);
+        convert_by_default();
+        EXPECT_NEAR(kxIfcValue_get_kxIfcMassDensityMeasure(mass_density), 2500.0, 1e-9);
+        EXPECT_NEAR(kxIfcValue_get_kxIfcLinearVelocityMeasure(speed), 15.0, 1e-12) << "1.5 m/s, then the handler";
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+// ---- integer measures ----
+
+TEST_F(UnitsModelConversorTest, IntegerMeasuresAreTruncatedTowardZero) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        // A count per tenth of a second: 29 of them are 2.9 per second.
+        kxBaseObject *rate =
+            derived("INTEGERCOUNTRATEUNIT", {{si_unit("FREQUENCYUNIT", "DECI", "HERTZ"), 1}});
+        assign({rate});
+        kxBaseObject *positive = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcIntegerCountRateMeasure(positive, 29);
+        kxBaseObject *negative = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcIntegerCountRateMeasure(negative, -29);
+        kxBaseObject *whole = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcIntegerCountRateMeasure(whole, 30);
+        single_value(positive);
+        convert_by_default();
+        EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(positive), 2) << "2.9 becomes 2, not 3";
+        EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(negative), -2);
+        EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(whole), 3);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+// ---- values that state their own unit ----
+
+TEST_F(UnitsModelConversorTest, PropertySingleValueConvertsUnderItsOwnUnit) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+        kxBaseObject *in_model_units = single_value(length_value(2500.0));
+        kxBaseObject *in_metres = single_value(length_value(2.5), si_unit("LENGTHUNIT", nullptr, "METRE"));
+        kxBaseObject *in_centimetres = single_value(length_value(250.0), si_unit("LENGTHUNIT", "CENTI", "METRE"));
+        convert_by_default();
+        EXPECT_DOUBLE_EQ(nominal_length(in_model_units), 2.5);
+        EXPECT_DOUBLE_EQ(nominal_length(in_metres), 2.5) << "converted once, under its own unit";
+        EXPECT_DOUBLE_EQ(nominal_length(in_centimetres), 2.5);
+        EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, OwnUnitGoesThroughTheHandlerOfItsType) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("LENGTHUNIT", nullptr, "METRE")});
+    kxBaseObject *in_millimetres = single_value(length_value(2500.0), si_unit("LENGTHUNIT", "MILLI", "METRE"));
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
+    convert();
+    EXPECT_DOUBLE_EQ(nominal_length(in_millimetres), 2500.0) << "2500 mm = 2.5 m, handed back in mm";
+}
+
+TEST_F(UnitsModelConversorTest, EveryKindOfPropertyWithAUnitConvertsUnderIt) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        assign({si_unit("LENGTHUNIT", nullptr, "METRE")});
+        kxBaseObject *bounded = make(kxIfcPropertyBoundedValue_class());
+        kxBaseObject *upper = length_value(3000.0);
+        kxBaseObject *lower = length_value(1000.0);
+        kxIfcPropertyBoundedValue_set_UpperBoundValue(bounded, upper);
+        kxIfcPropertyBoundedValue_set_LowerBoundValue(bounded, lower);
+        kxIfcPropertyBoundedValue_set_Unit(bounded, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
+
+        kxBaseObject *enumeration = make(kxIfcPropertyEnumeration_class());
+        kxIfcPropertyEnumeration_set_Name(enumeration, u"Sizes");
+        kxIfcPropertyEnumeration_set_EnumerationValues(enumeration, length_list({100.0, 200.0}));
+        kxIfcPropertyEnumeration_set_Unit(enumeration, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+
+        kxBaseObject *list = make(kxIfcPropertyListValue_class());
+        kxIfcPropertyListValue_set_ListValues(list, length_list({10.0, 20.0}));
+        kxIfcPropertyListValue_set_Unit(list, unit_select(si_unit("LENGTHUNIT", "DECI", "METRE")));
+
+        kxBaseObject *table = make(kxIfcPropertyTableValue_class());
+        kxIfcPropertyTableValue_set_DefiningValues(table, length_list({1000.0}));
+        kxIfcPropertyTableValue_set_DefinedValues(table, length_list({100.0}));
+        kxIfcPropertyTableValue_set_DefiningUnit(table, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
+        kxIfcPropertyTableValue_set_DefinedUnit(table, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+
+        convert_by_default();
+
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(upper), 3.0);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(lower), 1.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyEnumeration_get_EnumerationValues(enumeration), 1), 2.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyListValue_get_ListValues(list), 0), 1.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefiningValues(table), 0), 1.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefinedValues(table), 0), 1.0);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, TimeSeriesConvertTheirValuesAndTimeStepUnderTheirUnit) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        assign({si_unit("TIMEUNIT", nullptr, "SECOND")});
+        kxBaseObject *series = make(kxIfcRegularTimeSeries_class());
+        kxIfcRegularTimeSeries_set_TimeStep(series, 60.0);
+        kxIfcRegularTimeSeries_set_Unit(series, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
+        kxBaseObject *sample = make(kxIfcTimeSeriesValue_class());
+        kxIfcTimeSeriesValue_set_ListValues(sample, length_list({1500.0}));
+        kxListIfcTimeSeriesValue *samples = kxListIfcTimeSeriesValue_new();
+        kxListIfcTimeSeriesValue_append_element(samples, sample);
+        kxIfcRegularTimeSeries_set_Values(series, samples);
+
+        kxBaseObject *irregular = make(kxIfcIrregularTimeSeries_class());
+        kxIfcIrregularTimeSeries_set_Unit(irregular, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+        kxBaseObject *irregular_sample = make(kxIfcIrregularTimeSeriesValue_class());
+        kxIfcIrregularTimeSeriesValue_set_ListValues(irregular_sample, length_list({150.0}));
+        kxListIfcIrregularTimeSeriesValue *irregular_samples = kxListIfcIrregularTimeSeriesValue_new();
+        kxListIfcIrregularTimeSeriesValue_append_element(irregular_samples, irregular_sample);
+        kxIfcIrregularTimeSeries_set_Values(irregular, irregular_samples);
+
+        convert_by_default();
+
+        EXPECT_DOUBLE_EQ(length_at(kxIfcTimeSeriesValue_get_ListValues(sample), 0), 1.5);
+        EXPECT_DOUBLE_EQ(kxIfcRegularTimeSeries_get_TimeStep(series), 0.06) << "under the series' unit, as it is";
+        EXPECT_DOUBLE_EQ(length_at(kxIfcIrregularTimeSeriesValue_get_ListValues(irregular_sample), 0), 1.5);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, TableColumnsWithAUnitConvertTheirCellsInFullRows) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+    kxBaseObject *table = make(kxIfcTable_class());
+    kxListIfcTableColumn *columns = kxListIfcTableColumn_new();
+    kxBaseObject *with_unit = make(kxIfcTableColumn_class());
+    kxIfcTableColumn_set_Unit_v4(with_unit, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+    kxListIfcTableColumn_append_element(columns, with_unit);
+    kxListIfcTableColumn_append_element(columns, make(kxIfcTableColumn_class()));
+    kxIfcTable_set_Columns_v4(table, columns);
+    kxListIfcTableRow *rows = kxListIfcTableRow_new();
+    kxBaseObject *full = make(kxIfcTableRow_class());
+    kxIfcTableRow_set_RowCells(full, length_list({150.0, 2000.0}));
+    kxBaseObject *short_row = make(kxIfcTableRow_class());
+    kxIfcTableRow_set_RowCells(short_row, length_list({3000.0}));
+    kxListIfcTableRow_append_element(rows, full);
+    kxListIfcTableRow_append_element(rows, short_row);
+    kxIfcTable_set_Rows(table, rows);
+
+    convert_by_default();
+
+    EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(full), 0), 1.5) << "under the column's unit";
+    EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(full), 1), 2.0) << "no unit: the model's unit";
+    EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(short_row), 0), 3.0) << "not a full row: the model's unit";
+}
+
+TEST_F(UnitsModelConversorTest, QuantityAndMeasureWithTheirOwnUnitConvertUnderIt) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+        kxBaseObject *quantity = make(kxIfcQuantityLength_class());
+        kxIfcQuantityLength_set_LengthValue(quantity, 250.0);
+        kxIfcQuantityLength_set_Unit(quantity, si_unit("LENGTHUNIT", "CENTI", "METRE"));
+        kxBaseObject *global = make(kxIfcQuantityLength_class());
+        kxIfcQuantityLength_set_LengthValue(global, 250.0);
+        kxBaseObject *measure = make(kxIfcMeasureWithUnit_class());
+        kxBaseObject *value = length_value(25.0);
+        kxIfcMeasureWithUnit_set_ValueComponent(measure, value);
+        kxIfcMeasureWithUnit_set_UnitComponent(measure, unit_select(si_unit("LENGTHUNIT", "DECI", "METRE")));
+        convert_by_default();
+        EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(quantity), 2.5);
+        EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(global), 0.25);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+// ---- monetary values ----
+
+TEST_F(UnitsModelConversorTest, MonetaryValuesGoThroughTheMonetaryHandlerWithTheirCurrency) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        kxBaseObject *euro = make(kxIfcMonetaryUnit_class());
+        if (release == KXIFCVERSION_IFC_4)
+            kxIfcMonetaryUnit_set_Currency_v4(euro, u"EUR");
+        else
+            kxIfcMonetaryUnit_set_Currency_v2x3(
+                euro, member_named(kxIfcCurrencyEnum_has_value, kxIfcCurrencyEnum_to_string, "EUR"));
+        assign({euro});
+        kxBaseObject *price = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcMonetaryMeasure(price, 12.5);
+
+        convert_by_default();
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcMonetaryMeasure(price), 12.5) << "the default leaves money alone";
+        kxUnitsModelConversor_free(&conversor_);
+
+        kxUnitsModelConversor_set_monetary_unit_handler(conversor(), &to_cents);
+        convert();
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcMonetaryMeasure(price), 1250.0);
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+// ---- visited marks ----
+
+TEST_F(UnitsModelConversorTest, VisitedMarksAreClearedBeforeAndAfter) {
+    model(KXIFCVERSION_IFC_4);
+    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+    kxBaseObject *solid = extrusion(3000.0);
+    kxBaseObject_dontuse_mark_as_visited(solid);
+    convert_by_default();
+    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0) << "a mark left before does not skip it";
+    EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
+}
+
+// ---- files ----
+
+// The lengths of one kind of slot in file order: extrusion depths.
+std::vector<double> depths(kxIfcModel *ifc_model) {
+    std::vector<double> result;
+    kxArrayST *solids = kxIfcModel_dontuse_get_objects_by_class(ifc_model, kxIfcExtrudedAreaSolid_class());
+    for (kxBaseObject *solid : kxtest::elements(solids))
+        result.push_back(kxIfcExtrudedAreaSolid_get_Depth(solid));
+    return result;
+}
+
+// The scale of the model's SI length unit to metres (its prefix), or 0 when
+// its length unit is not an SI unit.
+double si_length_scale(kxIfcModel *ifc_model) {
+    kxBaseObject *assignment = kxIfcModel_dontuse_get_first_occurrence_of_class(ifc_model, kxIfcUnitAssignment_class());
+    const kxSetIfcUnit *units = assignment != nullptr ? kxIfcUnitAssignment_get_Units(assignment) : nullptr;
+    for (uint32_t i = 0; units != nullptr && i < kxSetIfcUnit_count(units); i++) {
+        kxBaseObject *unit = kxIfcUnit_get_kxIfcNamedUnit(kxSetIfcUnit_get_element(units, i));
+        if (unit == nullptr || kxIfcNamedUnit_get_UnitType(unit) != unit_type("LENGTHUNIT")) continue;
+        if (!kxBaseObject_dontuse_is_object_kind_of(unit, kxIfcSIUnit_class())) return 0.0;
+        if (kxIfcSIUnit_Prefix_has_value(unit) != kxBTRUE) return 1.0;
+        const std::string name = narrow(kxIfcSIPrefix_to_string(kxIfcSIUnit_get_Prefix(unit)));
+        return name == "MILLI" ? 1e-3 : name == "CENTI" ? 1e-2 : name == "DECI" ? 1e-1 : name == "KILO" ? 1e3 : 0.0;
+    }
+    return 0.0;
+}
+
+TEST_F(UnitsModelConversorTest, SampleFilesScaleEveryLengthByOneFactor) {
+    const std::vector<std::string> files = kxtest::sample_files();
+    if (files.empty()) GTEST_SKIP() << "no sample files";
+    int checked = 0;
+    for (const std::string &path : files) {
+        SCOPED_TRACE(path);
+        const std::u16string name = kxtest::wide(path);
+        kxIfcModel *original = kxIfcModel_read_from_step_file(name.c_str(), 0, nullptr);
+        kxIfcModel *converted = kxIfcModel_read_from_step_file(name.c_str(), 0, nullptr);
+        ASSERT_NE(original, nullptr);
+        ASSERT_NE(converted, nullptr);
+        kxUnitsModelConversor *units = kxUnitsModelConversor_new();
+        kxUnitsModelConversor_set_apply_default_conversion_to_all_non_monetary_units(units);
+        kxUnitsModelConversor_append_named_unit_handler(units, unit_type("LENGTHUNIT"), nullptr, &times_thousand);
+        kxUnitsModelConversor_apply_conversion(units, converted);
+        kxUnitsModelConversor_free(&units);
+
+        // Every depth is now in millimetres: one factor for all of them.
+        const std::vector<double> before = depths(original);
+        const std::vector<double> after = depths(converted);
+        ASSERT_EQ(before.size(), after.size());
+        double factor = 0.0;
+        for (size_t i = 0; i < before.size(); i++) {
+            if (before[i] == 0.0) continue;
+            if (factor == 0.0) factor = after[i] / before[i];
+            EXPECT_NEAR(after[i], before[i] * factor, std::fabs(before[i] * factor) * 1e-12);
+        }
+        const double expected = 1000.0 * si_length_scale(original);
+        if (factor != 0.0 && expected > 0.0) {
+            EXPECT_NEAR(factor, expected, expected * 1e-9);
+            checked++;
+        }
+        kxIfcModel_free(&original);
+        kxIfcModel_free(&converted);
+    }
+    EXPECT_GT(checked, 0) << "some file has extrusions in an SI length unit";
+}
+
+TEST_F(UnitsModelConversorTest, MeasurableTypesAreTheMeasuresWithAUnit) {
+    uint32_t measurable = 0;
+    for (uint32_t i = 0; i < kx::g_num_defined_types; i++) {
+        const kx::DefinedTypeInfo &type = kx::g_defined_types[i];
+        if (type.unit_kind == kx::UNIT_NONE) continue;
+        measurable++;
+        EXPECT_TRUE(type.kind == kx::SLOT_REAL || type.kind == kx::SLOT_INTEGER) << narrow(type.name);
+    }
+    EXPECT_EQ(measurable, kx::KXMEASURABLETYPE_NUM_VALUES);
+}
+
+}  // namespace
