@@ -206,15 +206,15 @@ private:
             return true;
         case SLOT_REAL:
             if (token.kind == TOKEN_REAL)
-                *static_cast<double *>(address) = scanner_real_value(token.text, token.length);
+                *static_cast<double *>(address) = token.real;
             else if (token.kind == TOKEN_INT)
-                *static_cast<double *>(address) = scanner_integer_value(token.text, token.length);
+                *static_cast<double *>(address) = token.integer;
             else
                 return false;
             return true;
         case SLOT_INTEGER:
             if (token.kind != TOKEN_INT) return false;
-            *static_cast<int32_t *>(address) = scanner_integer_value(token.text, token.length);
+            *static_cast<int32_t *>(address) = token.integer;
             return true;
         case SLOT_BOOLEAN:
         case SLOT_LOGICAL: {

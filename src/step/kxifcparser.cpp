@@ -231,10 +231,10 @@ bool collect_parameters(Parser *parser, Scanner *scanner, bool *unresolved) {
             break;
         }
         case TOKEN_INT:
-            kxParseParList_append(list, kxParserParam_integer(scanner_integer_value(token.text, token.length), line, column));
+            kxParseParList_append(list, kxParserParam_integer(token.integer, line, column));
             break;
         case TOKEN_REAL:
-            kxParseParList_append(list, kxParserParam_real(scanner_real_value(token.text, token.length), line, column));
+            kxParseParList_append(list, kxParserParam_real(token.real, line, column));
             break;
         case TOKEN_STRING: {
             char16_t *text = step_string_value(token.text, token.length);

@@ -64,35 +64,85 @@ void skip_space(Scanner *scanner) {
     scanner->cursor = p;
 }
 
-// Length of a number starting at p: an integer or a real (sign, digits,
-// point, digits, exponent), longest match. Sets *is_real.
-size_t number_length(const char *p, const char *end, bool *is_real) {
+const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                               1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// A real through the standard conversion (no leading '+' there), for what
+// the fast path cannot convert exactly.
+double standard_real_value(const char *text, size_t length) {
+    const char *start = text;
+    const char *stop = text + length;
+    if (start < stop && *start == '+') start++;
+    double value = 0.0;
+    if (std::from_chars(start, stop, value).ec == std::errc::result_out_of_range) {
+        // Beyond the range of a double: infinity or zero, as strtod gives.
+        char copy[512];
+        const size_t n = std::min(static_cast<size_t>(stop - start), sizeof copy - 1);
+        std::memcpy(copy, start, n);
+        copy[n] = '\0';
+        value = std::strtod(copy, nullptr);
+    }
+    return value;
+}
+
+// Scans a number starting at p, an integer or a real (sign, digits, point,
+// digits, exponent; longest match), computing its value in the same pass.
+// Returns its length (0 when there is none).
+size_t scan_number(const char *p, const char *end, bool *is_real, double *real) {
     const char *q = p;
-    if (q < end && (*q == '+' || *q == '-')) q++;
-    const char *digits = q;
-    while (q < end && is_digit(*q)) q++;
-    const bool integral = q > digits;
+    bool negative = false;
+    if (q < end && (*q == '+' || *q == '-')) negative = *q++ == '-';
+    uint64_t mantissa = 0;
+    int digits = 0, exponent = 0;
+    bool truncated = false;  // digits beyond what the mantissa holds were dropped
+    auto take_digit = [&](char c, bool fraction) {
+        if (digits < 19) {
+            mantissa = mantissa * 10 + static_cast<uint64_t>(c - '0');
+            if (mantissa != 0) digits++;
+            if (fraction) exponent--;
+        } else {
+            truncated = true;
+            if (!fraction) exponent++;
+        }
+    };
+    const char *integral_start = q;
+    while (q < end && is_digit(*q)) take_digit(*q++, false);
+    const bool integral = q > integral_start;
     *is_real = false;
     if (q < end && *q == '.') {
-        const char *fraction = q + 1;
-        const char *r = fraction;
-        while (r < end && is_digit(*r)) r++;
-        if (integral || r > fraction) {
+        const char *r = q + 1;
+        while (r < end && is_digit(*r)) take_digit(*r++, true);
+        if (integral || r > q + 1) {
             q = r;
             *is_real = true;
         }
     }
     if ((integral || *is_real) && q < end && (*q == 'E' || *q == 'e')) {
         const char *r = q + 1;
-        if (r < end && (*r == '+' || *r == '-')) r++;
-        const char *exponent = r;
-        while (r < end && is_digit(*r)) r++;
-        if (r > exponent) {
+        bool exponent_negative = false;
+        if (r < end && (*r == '+' || *r == '-')) exponent_negative = *r++ == '-';
+        const char *exponent_start = r;
+        int explicit_exponent = 0;
+        for (; r < end && is_digit(*r); r++)
+            if (explicit_exponent < 100000) explicit_exponent = explicit_exponent * 10 + (*r - '0');
+        if (r > exponent_start) {
             q = r;
             *is_real = true;
+            exponent += exponent_negative ? -explicit_exponent : explicit_exponent;
         }
     }
-    return static_cast<size_t>(q - p);
+    const size_t length = static_cast<size_t>(q - p);
+    if (*is_real) {
+        if (!truncated && mantissa <= (1ull << 53) && exponent >= -22 && exponent <= 22) {
+            // One exact operation: the common case, exactly and fast.
+            double value = static_cast<double>(mantissa);
+            value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
+            *real = negative ? -value : value;
+        } else {
+            *real = standard_real_value(p, length);
+        }
+    }
+    return length;
 }
 
 TokenKind keyword_or_type_name(const char *text, size_t length) {
@@ -109,8 +159,7 @@ TokenKind keyword_or_type_name(const char *text, size_t length) {
     }
 }
 
-const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                               1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
 
 }  // namespace
 
@@ -134,7 +183,7 @@ Token scanner_next_token(Scanner *scanner) {
     skip_space(scanner);
     const char *p = scanner->cursor;
     const char *end = scanner->end;
-    Token token{TOKEN_END, p, 0, scanner->line, static_cast<uint32_t>(p - scanner->line_start) + 1, 0};
+    Token token{TOKEN_END, p, 0, scanner->line, static_cast<uint32_t>(p - scanner->line_start) + 1, 0, 0, 0.0};
     if (p >= end) return token;
     const char c = *p;
     const char *q = p + 1;
@@ -209,7 +258,7 @@ Token scanner_next_token(Scanner *scanner) {
             break;
         }
         bool is_real = false;
-        const size_t length = number_length(p, end, &is_real);
+        const size_t length = scan_number(p, end, &is_real, &token.real);
         if (is_real) {
             token.kind = TOKEN_REAL;
             q = p + length;
@@ -219,9 +268,10 @@ Token scanner_next_token(Scanner *scanner) {
     default:
         if (is_digit(c) || c == '+' || c == '-') {
             bool is_real = false;
-            q = p + number_length(p, end, &is_real);
+            q = p + scan_number(p, end, &is_real, &token.real);
             if (q == p) q = p + 1;  // a sign alone
             token.kind = is_real ? TOKEN_REAL : TOKEN_INT;
+            if (!is_real) token.integer = scanner_integer_value(p, static_cast<size_t>(q - p));
         } else if (is_letter(c) || c == '_') {
             while (q < end && is_word_char(*q)) q++;
             const size_t length = static_cast<size_t>(q - p);
@@ -262,64 +312,10 @@ int32_t scanner_integer_value(const char *text, size_t length) {
 }
 
 double scanner_real_value(const char *text, size_t length) {
-    // The common case exactly and fast: at most 19 significant digits and a
-    // small power of ten, where one multiplication or division is exact.
-    size_t i = 0;
-    bool negative = false;
-    if (i < length && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
-    uint64_t mantissa = 0;
-    int digits = 0;
-    int exponent = 0;
-    bool truncated = false;  // digits beyond what the mantissa holds were dropped
-    for (; i < length && is_digit(text[i]); i++) {
-        if (digits < 19) {
-            mantissa = mantissa * 10 + static_cast<uint64_t>(text[i] - '0');
-            if (mantissa != 0) digits++;
-        } else {
-            exponent++;
-            truncated = true;
-        }
-    }
-    if (i < length && text[i] == '.') {
-        for (i++; i < length && is_digit(text[i]); i++) {
-            if (digits < 19) {
-                mantissa = mantissa * 10 + static_cast<uint64_t>(text[i] - '0');
-                if (mantissa != 0) digits++;
-                exponent--;
-            } else {
-                truncated = true;
-            }
-        }
-    }
-    const bool fast = !truncated;
-    if (i < length && (text[i] == 'E' || text[i] == 'e')) {
-        i++;
-        bool exponent_negative = false;
-        if (i < length && (text[i] == '+' || text[i] == '-')) exponent_negative = text[i++] == '-';
-        int explicit_exponent = 0;
-        for (; i < length && is_digit(text[i]); i++)
-            if (explicit_exponent < 100000) explicit_exponent = explicit_exponent * 10 + (text[i] - '0');
-        exponent += exponent_negative ? -explicit_exponent : explicit_exponent;
-    }
-    if (fast && mantissa <= (1ull << 53) && exponent >= -22 && exponent <= 22) {
-        double value = static_cast<double>(mantissa);
-        value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
-        return negative ? -value : value;
-    }
-    // Everything else through the standard conversion (no leading '+').
-    const char *start = text;
-    const char *stop = text + length;
-    if (start < stop && *start == '+') start++;
+    bool is_real = false;
     double value = 0.0;
-    if (std::from_chars(start, stop, value).ec == std::errc::result_out_of_range) {
-        // Beyond the range of a double: infinity or zero, as strtod gives.
-        char copy[512];
-        const size_t n = std::min(static_cast<size_t>(stop - start), sizeof copy - 1);
-        std::memcpy(copy, start, n);
-        copy[n] = '\0';
-        value = std::strtod(copy, nullptr);
-    }
-    return value;
+    scan_number(text, text + length, &is_real, &value);
+    return is_real ? value : static_cast<double>(scanner_integer_value(text, length));
 }
 
 }  // namespace kx

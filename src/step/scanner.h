@@ -43,6 +43,8 @@ struct Token {
     uint32_t line;
     uint32_t column;
     uint32_t id;        // ENTITY_ID and ENTITY_REFERENCE: the number after '#'
+    int32_t integer;    // INT: its value
+    double real;        // REAL: its value
 };
 
 struct Scanner {
@@ -78,7 +80,7 @@ inline Token scanner_next(Scanner *scanner) {
         default: scanner->cursor = p; return scanner_next_token(scanner);
         }
         scanner->cursor = p + 1;
-        return Token{kind, p, 1, scanner->line, static_cast<uint32_t>(p - scanner->line_start) + 1, 0};
+        return Token{kind, p, 1, scanner->line, static_cast<uint32_t>(p - scanner->line_start) + 1, 0, 0, 0.0};
     }
     scanner->cursor = p;
     return scanner_next_token(scanner);
