@@ -127,8 +127,10 @@ void objtables_free(PtrArray **object_tables) {
 }
 
 void objtables_add_instance(PtrArray *object_tables, kxBaseObject *base_object) {
-    objtable_add(static_cast<kxIfcObjTable_t *>(ptrarray_get(object_tables, base_object->object_class->unique_class_id)),
-                 base_object);
+    // The table is chosen by the instance's own class: no kind test needed.
+    kxIfcObjTable_t *table =
+        static_cast<kxIfcObjTable_t *>(ptrarray_get(object_tables, base_object->object_class->unique_class_id));
+    if (table != nullptr) ptrarray_append(table->objects, base_object);
 }
 
 void objtables_remove_instance(PtrArray *object_tables, kxBaseObject *base_object) {
