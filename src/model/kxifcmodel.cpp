@@ -50,26 +50,48 @@ kxArrayST *new_result() { return reinterpret_cast<kxArrayST *>(ptrarray_create(0
 }  // namespace
 
 kxIfcModel *model_new_from_parts(kxIfcHeader **header, kxIfcVersion_t version, uint32_t object_id_counter,
-                                 uint32_t output_id_counter, PtrArray **objects, PtrArray **object_tables) {
-    kxIfcModel *model = model_alloc();
+                                 uint32_t output_id_counter, PtrArray **objects, PtrArray **object_tables,
+                                 kxIfcModelMngr_t **model_manager, const PtrArray *value_objects) {
+    kxIfcModel *model = mem_new_zeroed<kxIfcModel>();
     kx_assert(model != NULL);
+    // The instances already point at the reader's manager: it becomes the
+    // model's, so no instance needs touching again.
+    model->model_manager = mem_take(model_manager);
+    *model->model_manager = {model, &model_inverse_query, nullptr, nullptr, nullptr, &model_move_instance};
     model->header = mem_take(header);
     model->ifc_version = version;
     model->object_id_counter = object_id_counter;
     model->output_id_counter = output_id_counter;
     model->objects = mem_take(objects);
     model->object_tables = mem_take(object_tables);
-    const uint32_t count = ptrarray_count(model->objects);
+    // Value objects made while reading get the numbers after the file's ids,
+    // in the order they were made.
+    const uint32_t count = ptrarray_count(value_objects);
     for (uint32_t i = 0; i < count; i++) {
-        kxBaseObject *instance = static_cast<kxBaseObject *>(model->objects->items[i]);
-        if (instance->output_file_id == ULONG_MAX32) {
-            kx_assert_text(kxClass_is_entity(instance->object_class) == FALSO,
-                           "kxClass_is_entity(kxBaseObject_class(base_object)) == FALSO");
-            instance->output_file_id = model->output_id_counter++;
-        }
-        instance->model_manager = model->model_manager;
+        kxBaseObject *instance = static_cast<kxBaseObject *>(value_objects->items[i]);
+        kx_assert_text(kxClass_is_entity(instance->object_class) == FALSO,
+                       "kxClass_is_entity(kxBaseObject_class(base_object)) == FALSO");
+        if (instance->output_file_id == ULONG_MAX32) instance->output_file_id = model->output_id_counter++;
     }
     return model;
+}
+
+void model_move_all_instances(kxIfcModel *source, kxIfcModel *target) {
+    if (!check_model(source) || !check_model(target)) return;
+    kx_assert_text(source != target, "ifc_model1 != ifc_model2");
+    if (source == target) return;
+    const uint32_t count = ptrarray_count(source->objects);
+    for (uint32_t i = 0; i < count; i++)
+        baseobject_move_to_other_model(static_cast<kxBaseObject *>(source->objects->items[i]),
+                                       target->model_manager);
+    // The target took over the source's references: the source lets go of
+    // them without releasing.
+    ptrarray_shrink(&source->objects, 0, nullptr);
+    const uint32_t num_tables = ptrarray_count(source->object_tables);
+    for (uint32_t i = 0; i < num_tables; i++) {
+        kxIfcObjTable_t *table = static_cast<kxIfcObjTable_t *>(source->object_tables->items[i]);
+        if (table != nullptr) ptrarray_shrink(&table->objects, 0, nullptr);
+    }
 }
 
 }  // namespace kx

@@ -22,10 +22,12 @@ struct kxIfcModel {
 
 namespace kx {
 
-// A model built from parts read from a file; it takes each of them over.
-// Instances without an output id get the next one; every instance's model
-// manager becomes the new model's.
+// A model built from parts read from a file; it takes each of them over,
+// the reader's model manager included (every instance already points at it).
+// The value objects the reader made (select values, all listed in objects
+// too) get the output ids after the file's.
 kxIfcModel *model_new_from_parts(kxIfcHeader **header, kxIfcVersion_t version, uint32_t object_id_counter,
-                                 uint32_t output_id_counter, PtrArray **objects, PtrArray **object_tables);
+                                 uint32_t output_id_counter, PtrArray **objects, PtrArray **object_tables,
+                                 kxIfcModelMngr_t **model_manager, const PtrArray *value_objects);
 
 }  // namespace kx

@@ -170,6 +170,7 @@ struct Parser {
     uint32_t object_id_counter = 0;
     uint32_t max_file_id = 0;
     PtrArray *objects = nullptr;
+    PtrArray *value_objects = nullptr;  // select values made while reading (also in objects)
     PtrArray *object_tables = nullptr;
     kxIfcModelMngr_t *model_manager = nullptr;
     IdIndex ids;
@@ -197,7 +198,10 @@ kxBaseObject *create_instance(Parser *parser, const kxClass_t *klass) {
 // Select values made while init functions run: listed like any instance,
 // numbered when the model is built.
 kxBaseObject *create_value_object(void *context, const kxClass_t *klass) {
-    return create_instance(static_cast<Parser *>(context), klass);
+    Parser *parser = static_cast<Parser *>(context);
+    kxBaseObject *instance = create_instance(parser, klass);
+    if (instance != nullptr) ptrarray_append(parser->value_objects, instance);
+    return instance;
 }
 
 char16_t *token_text(const Token &token) { return wstr_from_narrow_n(token.text, token.length); }
@@ -446,6 +450,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
     }
     Parser parser(version, selection);
     parser.objects = ptrarray_create_with_capacity(0, 0x10000);
+    parser.value_objects = ptrarray_create(0);
     parser.object_tables = objtables_new();
     parser.model_manager = modelmngr_new(&parser, nullptr, nullptr, nullptr, nullptr, nullptr);
     parser.parameters = kxParseParList_new(version, &create_value_object, &parser);
@@ -463,14 +468,15 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
     if (ok) {
         const uint32_t next_output_id = parser.max_file_id + 1;
         model = model_new_from_parts(&header, version, parser.object_id_counter, next_output_id, &parser.objects,
-                                     &parser.object_tables);
+                                     &parser.object_tables, &parser.model_manager, parser.value_objects);
         *with_errors = parser.with_errors;
     } else {
         header_destroy(&header);
         release_all(&parser.objects);
         objtables_free(&parser.object_tables);
     }
-    modelmngr_free(&parser.model_manager);
+    ptrarray_destroy_const(&parser.value_objects);
+    if (parser.model_manager != nullptr) modelmngr_free(&parser.model_manager);
     return model;
 }
 
