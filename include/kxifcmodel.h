@@ -15,6 +15,7 @@
  *                        types and aggregates of both schema releases
  *   kxifc_relations.h    relationship helpers (kxRelCommon_*)
  *   kxifc_units.h        units model conversor (kxUnitsModelConversor_*)
+ *   kxifc_merger.h       model merger (kxIfcModelMerger_*)
  */
 #ifndef KXIFCMODEL_H
 #define KXIFCMODEL_H
@@ -29,5 +30,6 @@
 #include "kxifc_schema.h"
 #include "kxifc_relations.h"
 #include "kxifc_units.h"
+#include "kxifc_merger.h"
 
 #endif

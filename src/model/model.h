@@ -30,4 +30,10 @@ kxIfcModel *model_new_from_parts(kxIfcHeader **header, kxIfcVersion_t version, u
                                  uint32_t output_id_counter, PtrArray **objects, PtrArray **object_tables,
                                  kxIfcModelMngr_t **model_manager, const PtrArray *value_objects);
 
+// Moves every instance of the source model into the target: each is marked
+// as moved, renumbered by the target, takes the target's model manager and
+// is listed in the target's list and tables; the source ends empty (nothing
+// is released).
+void model_move_all_instances(kxIfcModel *source, kxIfcModel *target);
+
 }  // namespace kx
