@@ -21,7 +21,7 @@ int main(void) {
     kxWChar *name = kxWideString_new_from_utf8("Façade wall");
     kxIfcWall_set_GlobalId(wall, guid);
     kxIfcWall_set_Name(wall, name);
-    kxIfcWall_set_PredefinedType_v4(wall, 1); /* STANDARD */
+    kxIfcWall_set_PredefinedType_v4(wall, kxIfcWallTypeEnum_STANDARD);
     kxWideString_free(&guid);
     kxWideString_free(&name);
 

@@ -447,7 +447,12 @@ class Generator:
         return decl, body
 
     def _enum_exports(self, index, name):
+        # Member constants: 0 is undefined, then the members by their number.
+        members = self.model.enum_members[name]
+        constants = ["kx%s_UNDEFINED = 0" % name] + ["kx%s_%s = %d" % (name, member, i + 1)
+                                                    for i, (member, _) in enumerate(members)]
         decl = ("typedef int32_t kx%s;\n" % name +
+                "enum { %s };\n" % ", ".join(constants) +
                 "KX_API kxBool kx%s_has_value(kx%s value);\n" % (name, name) +
                 "KX_API const kxWChar *kx%s_to_string(kx%s value);" % (name, name))
         body = ("KX_API kxBool kx%s_has_value(kx%s value) { return enum_has_value(g_enums[%d], value); }\n"
