@@ -57,7 +57,11 @@ kxIfcModel *model_new_from_parts(kxIfcHeader **header, kxIfcVersion_t version, u
     // The instances already point at the reader's manager: it becomes the
     // model's, so no instance needs touching again.
     model->model_manager = mem_take(model_manager);
-    *model->model_manager = {model, &model_inverse_query, nullptr, nullptr, nullptr, &model_move_instance};
+    kxIfcModelMngr_t *manager = model->model_manager;
+    manager->owner = model;
+    manager->func_process_inverse_relation = &model_inverse_query;
+    manager->parser_hook_1 = manager->parser_hook_2 = manager->parser_hook_3 = nullptr;
+    manager->func_move_to_other_model = &model_move_instance;
     model->header = mem_take(header);
     model->ifc_version = version;
     model->object_id_counter = object_id_counter;

@@ -1,6 +1,8 @@
 #define KX_UNIT "kxifcmodelmngr"
 #include "model/modelmngr.h"
 
+#include "core/recordpool.h"
+
 #include "support/assert.h"
 #include "support/memory.h"
 #include "support/ptrarray.h"
@@ -11,7 +13,7 @@ kxIfcModelMngr_t *modelmngr_new(void *owner, kxProcessInverseRelationFn process_
                                 kxParserHookFn hook_1, kxParserHookFn hook_2, kxParserHookFn hook_3,
                                 kxMoveToOtherModelFn move_to_other_model) {
     kxIfcModelMngr_t *model_manager = mem_new_zeroed<kxIfcModelMngr_t>();
-    *model_manager = {owner, process_inverse_relation, hook_1, hook_2, hook_3, move_to_other_model};
+    *model_manager = {owner, process_inverse_relation, hook_1, hook_2, hook_3, move_to_other_model, recordpool_new()};
     return model_manager;
 }
 
@@ -19,6 +21,9 @@ void modelmngr_free(kxIfcModelMngr_t **model_manager) {
     kx_assert_not_null(model_manager);
     if (model_manager == nullptr) return;
     kx_assert_not_null(*model_manager);
+    if (*model_manager == nullptr) return;
+    // Records still alive (held elsewhere) keep the pool until they go.
+    recordpool_release(&(*model_manager)->record_pool);
     mem_free_and_clear(model_manager);
 }
 

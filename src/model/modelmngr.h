@@ -8,6 +8,10 @@
 struct kxBaseObject;
 struct kxArrayST;
 
+namespace kx {
+struct RecordPool;
+}
+
 using kxProcessInverseRelationFn = void (*)(void *owner, uint32_t referring_class_id,
                                             const char16_t *attribute, const kxBaseObject *target,
                                             kxArrayST *result);
@@ -21,6 +25,7 @@ struct kxIfcModelMngr_t {
     kxParserHookFn parser_hook_2;
     kxParserHookFn parser_hook_3;
     kxMoveToOtherModelFn func_move_to_other_model;
+    kx::RecordPool *record_pool;  // where the records of the owner's instances are made
 };
 
 namespace kx {

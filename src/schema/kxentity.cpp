@@ -6,6 +6,8 @@
 
 #include "core/baseobject.h"
 #include "core/coretypes.h"
+#include "core/recordpool.h"
+#include "model/modelmngr.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
 #include "support/assert.h"
@@ -69,7 +71,8 @@ void entity_free_object(kxBaseObject **instance) {
     const kxClass_t *klass = object->object_class;
     for (uint32_t i = 0; i < klass->num_record_slots; i++) free_slot(object, klass->record_slots[i]);
     baseobject_destroy(object);
-    mem_free_and_clear(instance);
+    recordpool_free(object, klass->record_size);
+    *instance = nullptr;
 }
 
 // Whether an aggregate (of instances, possibly nested) holds the target.
@@ -146,7 +149,9 @@ kxBaseObject *entity_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_
         return nullptr;
     }
     if (class_release(klass, version) == nullptr) return nullptr;
-    kxBaseObject *instance = static_cast<kxBaseObject *>(mem_calloc(1, klass->record_size));
+    kx_assert_not_null(model_manager);
+    if (model_manager == nullptr) return nullptr;
+    kxBaseObject *instance = static_cast<kxBaseObject *>(recordpool_alloc(model_manager->record_pool, klass->record_size));
     baseobject_init(instance, version, object_id_counter, model_manager);
     for (uint32_t i = 0; i < klass->num_record_slots; i++) set_undefined(instance, klass->record_slots[i]);
     baseobject_set_class_data(instance, klass);

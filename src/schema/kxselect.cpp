@@ -3,6 +3,8 @@
 // freeing, traversal and the "refers to" test of inverse look-ups.
 #include "schema/select.h"
 
+#include "core/recordpool.h"
+#include "model/modelmngr.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
 #include "support/assert.h"
@@ -25,7 +27,8 @@ void select_free_object(kxBaseObject **instance) {
     if (*instance == nullptr) return;
     select_clear(reinterpret_cast<kxSelectObject *>(*instance));
     baseobject_destroy(*instance);
-    mem_free_and_clear(instance);
+    recordpool_free(*instance, sizeof(kxSelectObject));
+    *instance = nullptr;
 }
 
 void select_for_each_reference(kxBaseObject *instance, ReferenceFn function, void *context) {
@@ -78,7 +81,10 @@ kxBaseObject *select_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_
         return nullptr;
     }
     if (class_release(klass, version) == nullptr) return nullptr;
-    kxSelectObject *select = mem_new_zeroed<kxSelectObject>();
+    kx_assert_not_null(model_manager);
+    if (model_manager == nullptr) return nullptr;
+    kxSelectObject *select =
+        static_cast<kxSelectObject *>(recordpool_alloc(model_manager->record_pool, sizeof(kxSelectObject)));
     baseobject_init(&select->base, version, object_id_counter, model_manager);
     baseobject_set_class_data(&select->base, klass);
     return &select->base;

@@ -62,6 +62,13 @@ void *mem_calloc(size_t count, size_t element_size) {
     return block;
 }
 
+void *mem_aligned_alloc(size_t alignment, size_t size) {
+    void *block = nullptr;
+    if (posix_memalign(&block, alignment, size == 0 ? 1 : size) != 0 || block == nullptr) out_of_memory(size);
+    count_new_block(block);
+    return block;
+}
+
 void *mem_realloc(void *block, size_t new_size) {
     if (block == nullptr) return mem_alloc(new_size);
     count_freed_block(block);

@@ -13,6 +13,8 @@ namespace kx {
 void *mem_alloc(size_t size);
 void *mem_calloc(size_t count, size_t element_size);
 void *mem_realloc(void *block, size_t new_size);
+// A block aligned to `alignment` (a power of two, a multiple of the pointer size).
+void *mem_aligned_alloc(size_t alignment, size_t size);
 // Frees a block made by the functions above (NULL is accepted).
 void mem_free(void *block);
 
