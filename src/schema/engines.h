@@ -23,6 +23,15 @@ inline T &record_slot(kxBaseObject *instance, uint32_t offset) {
     return *reinterpret_cast<T *>(reinterpret_cast<char *>(instance) + offset);
 }
 
+// ---- records (entities and select values alike) ------------------------
+// A new zeroed record of `size` bytes from the manager's pool with its base
+// object initialised (class data not set yet), or NULL where the class does
+// not exist in the release (an unknown release is reported).
+kxBaseObject *record_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_t *object_id_counter,
+                         kxIfcModelMngr_t *model_manager, uint32_t size);
+// Marks the record dead, returns it to its pool and clears the holder.
+void record_free(kxBaseObject **instance, uint32_t size);
+
 // ---- entities --------------------------------------------------------------
 extern const ObjectHooks entity_hooks;
 // A new record of the class for the release with every slot undefined, or

@@ -70,9 +70,7 @@ void entity_free_object(kxBaseObject **instance) {
     if (object == nullptr) return;
     const kxClass_t *klass = object->object_class;
     for (uint32_t i = 0; i < klass->num_record_slots; i++) free_slot(object, klass->record_slots[i]);
-    baseobject_destroy(object);
-    recordpool_free(object, klass->record_size);
-    *instance = nullptr;
+    record_free(instance, klass->record_size);
 }
 
 // Whether an aggregate (of instances, possibly nested) holds the target.
@@ -142,8 +140,8 @@ void entity_reset_record(kxBaseObject *instance) {
     }
 }
 
-kxBaseObject *entity_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_t *object_id_counter,
-                         kxIfcModelMngr_t *model_manager) {
+kxBaseObject *record_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_t *object_id_counter,
+                         kxIfcModelMngr_t *model_manager, uint32_t size) {
     if (version != KXIFCVERSION_IFC_2X3 && version != KXIFCVERSION_IFC_4) {
         kx_assert_unreachable();
         return nullptr;
@@ -151,8 +149,21 @@ kxBaseObject *entity_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_
     if (class_release(klass, version) == nullptr) return nullptr;
     kx_assert_not_null(model_manager);
     if (model_manager == nullptr) return nullptr;
-    kxBaseObject *instance = static_cast<kxBaseObject *>(recordpool_alloc(model_manager->record_pool, klass->record_size));
+    kxBaseObject *instance = static_cast<kxBaseObject *>(recordpool_alloc(model_manager->record_pool, size));
     baseobject_init(instance, version, object_id_counter, model_manager);
+    return instance;
+}
+
+void record_free(kxBaseObject **instance, uint32_t size) {
+    baseobject_destroy(*instance);
+    recordpool_free(*instance, size);
+    *instance = nullptr;
+}
+
+kxBaseObject *entity_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_t *object_id_counter,
+                         kxIfcModelMngr_t *model_manager) {
+    kxBaseObject *instance = record_new(klass, version, object_id_counter, model_manager, klass->record_size);
+    if (instance == nullptr) return nullptr;
     for (uint32_t i = 0; i < klass->num_record_slots; i++) set_undefined(instance, klass->record_slots[i]);
     baseobject_set_class_data(instance, klass);
     return instance;

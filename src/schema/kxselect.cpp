@@ -3,8 +3,6 @@
 // freeing, traversal and the "refers to" test of inverse look-ups.
 #include "schema/select.h"
 
-#include "core/recordpool.h"
-#include "model/modelmngr.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
 #include "support/assert.h"
@@ -26,9 +24,7 @@ void select_free_object(kxBaseObject **instance) {
     kx_assert_not_null(*instance);
     if (*instance == nullptr) return;
     select_clear(reinterpret_cast<kxSelectObject *>(*instance));
-    baseobject_destroy(*instance);
-    recordpool_free(*instance, sizeof(kxSelectObject));
-    *instance = nullptr;
+    record_free(instance, sizeof(kxSelectObject));
 }
 
 void select_for_each_reference(kxBaseObject *instance, ReferenceFn function, void *context) {
@@ -76,18 +72,9 @@ const ObjectHooks select_hooks = {
 
 kxBaseObject *select_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_t *object_id_counter,
                          kxIfcModelMngr_t *model_manager) {
-    if (version != KXIFCVERSION_IFC_2X3 && version != KXIFCVERSION_IFC_4) {
-        kx_assert_unreachable();
-        return nullptr;
-    }
-    if (class_release(klass, version) == nullptr) return nullptr;
-    kx_assert_not_null(model_manager);
-    if (model_manager == nullptr) return nullptr;
-    kxSelectObject *select =
-        static_cast<kxSelectObject *>(recordpool_alloc(model_manager->record_pool, sizeof(kxSelectObject)));
-    baseobject_init(&select->base, version, object_id_counter, model_manager);
-    baseobject_set_class_data(&select->base, klass);
-    return &select->base;
+    kxBaseObject *instance = record_new(klass, version, object_id_counter, model_manager, sizeof(kxSelectObject));
+    if (instance != nullptr) baseobject_set_class_data(instance, klass);
+    return instance;
 }
 
 bool select_refers_to(const kxBaseObject *instance, const kxBaseObject *target) {
