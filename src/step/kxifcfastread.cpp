@@ -32,17 +32,6 @@ bool is_direct_kind(uint8_t kind, uint32_t type_ref) {
     return kind == SLOT_SELECT;
 }
 
-// Whether a schema name, compared in upper case, equals a token's text.
-bool same_name(const char16_t *name, const char *text, size_t length) {
-    for (size_t i = 0; i < length; i++, name++) {
-        if (*name == 0) return false;
-        const char16_t c = *name >= u'a' && *name <= u'z' ? static_cast<char16_t>(*name - 32) : *name;
-        const char t = text[i] >= 'a' && text[i] <= 'z' ? static_cast<char>(text[i] - 32) : text[i];
-        if (c != static_cast<unsigned char>(t)) return false;
-    }
-    return *name == 0;
-}
-
 // The member of a select that an instance of the class fits, or 0.
 uint32_t instance_member(const SelectInfo &info, const kxBaseObject *target, uint8_t release_bit) {
     for (uint32_t code = 1; code <= info.num_members; code++) {
@@ -63,7 +52,7 @@ uint32_t typed_member(const SelectInfo &info, const Token &name, uint8_t release
             member.kind == SLOT_ENUM ? g_enums[member.type_ref].name : g_defined_types[member.type_ref].name;
         // Every name starts "Ifc": the letter after it rules most members out.
         if (name.length > 3 && (member_name[3] | 0x20) != (name.text[3] | 0x20)) continue;
-        if (same_name(member_name, name.text, name.length)) return code;
+        if (token_spells(member_name, name.text, name.length)) return code;
     }
     return 0;
 }

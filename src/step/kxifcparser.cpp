@@ -128,7 +128,7 @@ public:
         for (size_t slot = hash(text, length) & kMask;; slot = (slot + 1) & kMask) {
             const Entry &entry = entries_[slot];
             if (entry.klass == nullptr) return nullptr;
-            if (entry.length == length && same_name(entry.klass->upper_name, text, length)) return entry.klass;
+            if (entry.length == length && token_spells(entry.klass->upper_name, text, length)) return entry.klass;
         }
     }
 
@@ -140,19 +140,12 @@ private:
         uint32_t length;
     };
 
-    static char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
     static size_t hash(const char *text, size_t length) {
         uint64_t value = 14695981039346656037ull;
         // "| 0x20" folds letters to one case and leaves digits and '_' apart.
         for (size_t i = 0; i < length; i++) value = (value ^ static_cast<unsigned char>(text[i] | 0x20)) * 1099511628211ull;
         return static_cast<size_t>(value ^ (value >> 29));
     }
-    static bool same_name(const char16_t *upper_name, const char *text, size_t length) {
-        for (size_t i = 0; i < length; i++)
-            if (upper_name[i] != static_cast<unsigned char>(upper(text[i]))) return false;
-        return true;
-    }
-
     TrackedVector<Entry> entries_;
 };
 

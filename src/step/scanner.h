@@ -92,6 +92,17 @@ inline Token scanner_next(Scanner *scanner) {
 int32_t scanner_integer_value(const char *text, size_t length);
 double scanner_real_value(const char *text, size_t length);
 
+// Whether a token's text spells a schema name, letters compared without case.
+inline bool token_spells(const char16_t *name, const char *text, size_t length) {
+    for (size_t i = 0; i < length; i++, name++) {
+        if (*name == 0) return false;
+        const char16_t c = *name >= u'a' && *name <= u'z' ? static_cast<char16_t>(*name - 32) : *name;
+        const char t = text[i] >= 'a' && text[i] <= 'z' ? static_cast<char>(text[i] - 32) : text[i];
+        if (c != static_cast<unsigned char>(t)) return false;
+    }
+    return *name == 0;
+}
+
 // A new library string from a string token's text: UTF-8 when the bytes are
 // valid UTF-8, one byte per character otherwise; escapes decoded.
 char16_t *step_string_value(const char *text, size_t length);
