@@ -11,6 +11,7 @@
  *   kxifc_guid.h         22-character compressed GUIDs
  *   kxifc_model.h        models, instances, classes, instance arrays
  *   kxifc_header.h       the file header record
+ *   kxifc_files.h        lossless text mode, read reports
  *   kxifc_schema.h       generated: kx<Type>_class, enumerations, defined
  *                        types and aggregates of both schema releases
  *   kxifc_relations.h    relationship helpers (kxRelCommon_*)
@@ -27,6 +28,7 @@
 #include "kxifc_guid.h"
 #include "kxifc_model.h"
 #include "kxifc_header.h"
+#include "kxifc_files.h"
 #include "kxifc_schema.h"
 #include "kxifc_relations.h"
 #include "kxifc_units.h"
