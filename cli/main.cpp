@@ -38,23 +38,31 @@ int run_guid(int argc, char **argv);
 int run_header(int argc, char **argv);
 int run_stats(int argc, char **argv);
 int run_copy(int argc, char **argv);
+int run_check(int argc, char **argv);
 
 constexpr Command kCommands[] = {
     {"guid", "[N]", "print N (default 1) fresh 22-character compressed GUIDs, one per line",
      run_guid},
     {"header", "FILE", "print the schema release and the HEADER section fields of an IFC file",
      run_header},
-    {"stats", "[FILE]", "read an IFC file (default: the bundled sample); print release,\n"
-     "                    instance count, read speed and the most frequent classes",
+    {"stats", "[--all] [FILE]", "read an IFC file (default: the bundled sample); print release,\n"
+     "         entity instance count, read speed and the most frequent classes\n"
+     "         (--all: every class present, by name)",
      run_stats},
-    {"copy", "IN OUT.ifc", "read an IFC file and write its model out again as OUT.ifc",
+    {"copy", "[--spec-text] IN OUT.ifc", "read an IFC file and write its model out again as OUT.ifc,\n"
+     "         losing nothing (--spec-text: the fixed text form); exit 1 when\n"
+     "         the input had errors (what was read is still written)",
      run_copy},
+    {"check", "FILE", "list what an IFC file holds that does not fit its schema or the\n"
+     "         exchange format, as FILE:LINE:COL: lines; exit 0 clean, 1 problems\n"
+     "         found, 2 unreadable",
+     run_check},
 };
 
 void print_usage(std::FILE *out) {
     std::fprintf(out, "usage: kxifc <command> [arguments]\n       kxifc --help\n\ncommands:\n");
     for (const Command &command : kCommands)
-        std::fprintf(out, "  %-6s %-10s %s\n", command.name, command.synopsis, command.summary);
+        std::fprintf(out, "  %-6s %s\n         %s\n", command.name, command.synopsis, command.summary);
 }
 
 // Largest count `guid` accepts, to keep a typo from flooding the terminal.
@@ -155,26 +163,81 @@ constexpr const char *kDefaultSample = "examples/data/sample_house.ifc";
 // How many classes `stats` lists (more when the last of them is tied).
 constexpr size_t kTopClasses = 10;
 
-// A model read from a file, freed when it goes out of scope.
+// A model read from a file with its read report, freed when it goes out of
+// scope.
 class ReadModel {
 public:
-    ReadModel(const char *path, bool *with_errors) {
+    ReadModel(const char *path, bool *with_errors, kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS)
+        : report_(kxReadReport_new(0)) {
         kxWChar *file_name = kxWideString_new_from_utf8(path);
         kxBool errors = kxBFALSE;
-        model_ = kxIfcModel_read_from_step_file(file_name, 0, &errors);
+        model_ = kxIfcModel_read_with_report(file_name, 0, text_mode, report_, &errors);
         kxWideString_free(&file_name);
         *with_errors = errors != kxBFALSE;
     }
     ~ReadModel() {
         if (model_ != nullptr) kxIfcModel_free(&model_);
+        kxReadReport_free(&report_);
     }
     ReadModel(const ReadModel &) = delete;
     ReadModel &operator=(const ReadModel &) = delete;
     kxIfcModel *get() const { return model_; }
+    const kxReadReport *report() const { return report_; }
 
 private:
     kxIfcModel *model_ = nullptr;
+    kxReadReport *report_ = nullptr;
 };
+
+// One compiler-style line per problem kept: "FILE:LINE:COL: error: #id
+// NAME attribute N (Name): message".
+void print_problems(std::FILE *out, const char *path, const kxReadReport *report) {
+    const uint32_t count = kxReadReport_count(report);
+    for (uint32_t i = 0; i < count; i++) {
+        std::fprintf(out, "%s:", path);
+        if (kxReadReport_line(report, i) != 0)
+            std::fprintf(out, "%u:%u:", kxReadReport_line(report, i), kxReadReport_column(report, i));
+        std::fprintf(out, " %s: ", kxReadSeverity_name(kxReadReport_severity(report, i)));
+        const uint32_t id = kxReadReport_file_id(report, i), attribute = kxReadReport_attribute_index(report, i);
+        const char *entity = kxReadReport_entity_name(report, i);
+        if (id != 0) std::fprintf(out, "#%u%s", id, *entity != 0 ? " " : "");
+        std::fputs(entity, out);
+        if (attribute != 0)
+            std::fprintf(out, " attribute %u (%s)", attribute, kxReadReport_attribute_name(report, i));
+        if (id != 0 || *entity != 0 || attribute != 0) std::fputs(": ", out);
+        std::fprintf(out, "%s\n", kxReadReport_message(report, i));
+    }
+}
+
+// "N errors, M warnings", then one line per code met with its count.
+void print_problem_summary(std::FILE *out, const kxReadReport *report) {
+    std::fprintf(out, "%llu errors, %llu warnings\n",
+                 static_cast<unsigned long long>(kxReadReport_total_of_severity(report, KX_SEVERITY_ERROR)),
+                 static_cast<unsigned long long>(kxReadReport_total_of_severity(report, KX_SEVERITY_WARNING)));
+    for (kxReadCode code = 1; code < KX_READ_CODE_COUNT; code++) {
+        const uint64_t total = kxReadReport_total(report, code);
+        if (total > 0)
+            std::fprintf(out, "  %-24s %llu\n", kxReadCode_name(code), static_cast<unsigned long long>(total));
+    }
+}
+
+int run_check(int argc, char **argv) {
+    if (argc != 1) {
+        std::fprintf(stderr, "kxifc check: give exactly one file\n");
+        return kExitUsage;
+    }
+    bool with_errors = false;
+    ReadModel read(argv[0], &with_errors);
+    print_problems(stdout, argv[0], read.report());
+    const uint64_t kept = kxReadReport_count(read.report());
+    const uint64_t total = kxReadReport_total(read.report(), 0);
+    if (total > kept)
+        std::printf("(%llu more problems not listed)\n", static_cast<unsigned long long>(total - kept));
+    print_problem_summary(stdout, read.report());
+    if (std::fflush(stdout) != 0) return kExitFailure;
+    if (read.get() == nullptr) return kExitUsage;
+    return total > 0 ? kExitFailure : kExitOk;
+}
 
 std::string utf8(const kxWChar *text) {
     char *converted = kxWideString_to_utf8(text);
@@ -191,6 +254,8 @@ void count_instance(kxBaseObject *instance, void *user_data, int32_t * /*stop*/)
 }
 
 int run_stats(int argc, char **argv) {
+    const bool all = argc > 0 && std::strcmp(argv[0], "--all") == 0;
+    if (all) argc--, argv++;
     if (argc > 1) {
         std::fprintf(stderr, "kxifc stats: give at most one file\n");
         return kExitUsage;
@@ -238,13 +303,24 @@ int run_stats(int argc, char **argv) {
     const double megabytes = static_cast<double>(size) / 1e6;
     std::printf("file: %s\n", path);
     std::printf("release: %s\n", release_name(kxBTRUE, kxIfcModel_ifc_version(model)));
-    std::printf("instances: %u (%lu entity instances, %lu select values)\n",
-                static_cast<unsigned>(kxIfcModel_count_objects(model)), entities, select_values);
+    std::printf("instances: %lu (and %lu select values held as objects)\n", entities, select_values);
     std::printf("read errors: %s\n", with_errors ? "yes" : "no");
     if (seconds > 0)
         std::printf("read time: %.3f ms (%.3f MB, %.1f MB/s)\n", seconds * 1e3, megabytes, megabytes / seconds);
     else
         std::printf("read time: 0 ms (%.3f MB)\n", megabytes);
+    if (all) {
+        std::printf("classes:\n");
+        std::map<std::string, unsigned long> upper_counts;
+        for (const auto &[name, count] : entity_counts) {
+            std::string upper = name;
+            std::transform(upper.begin(), upper.end(), upper.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+            upper_counts[upper] += count;
+        }
+        for (const auto &[name, count] : upper_counts) std::printf("  %-40s %lu\n", name.c_str(), count);
+        return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+    }
     // The first kTopClasses, then those as frequent as the last of them (a
     // cut through a tie would drop classes by the accident of their names),
     // up to kTopClasses more; the rest of a long tie is summed up.
@@ -277,6 +353,8 @@ std::string without_ifc_extension(const std::string &name) {
 }
 
 int run_copy(int argc, char **argv) {
+    const bool spec_text = argc > 0 && std::strcmp(argv[0], "--spec-text") == 0;
+    if (spec_text) argc--, argv++;
     if (argc != 2) {
         std::fprintf(stderr, "kxifc copy: give an input file and an output file\n");
         return kExitUsage;
@@ -292,14 +370,19 @@ int run_copy(int argc, char **argv) {
     const std::filesystem::path written = directory / (base_name + ".ifc");
 
     bool with_errors = false;
-    ReadModel read(input, &with_errors);
+    ReadModel read(input, &with_errors, spec_text ? KX_TEXT_MODE_SPEC : KX_TEXT_MODE_LOSSLESS);
     if (read.get() == nullptr) {
+        print_problems(stderr, input, read.report());
         std::fprintf(stderr, "kxifc copy: \"%s\" is not a readable IFC file\n", input);
         return kExitFailure;
     }
+    if (kxReadReport_total(read.report(), 0) > 0) {
+        std::fprintf(stderr, "kxifc copy: \"%s\": ", input);
+        print_problem_summary(stderr, read.report());
+    }
     if (with_errors)
-        std::fprintf(stderr, "kxifc copy: \"%s\" holds data that does not fit its schema; copying what was read\n",
-                     input);
+        std::fprintf(stderr, "kxifc copy: \"%s\" holds data that does not fit its schema; copying what was read"
+                     " (kxifc check lists it)\n", input);
 
     // The export reports nothing: it has worked when the file is there and
     // is not the one that was there before.
@@ -321,7 +404,8 @@ int run_copy(int argc, char **argv) {
     std::printf("copied %s (%s, %u instances) to %s\n", input,
                 release_name(kxBTRUE, kxIfcModel_ifc_version(read.get())),
                 static_cast<unsigned>(kxIfcModel_count_objects(read.get())), written.string().c_str());
-    return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+    if (std::fflush(stdout) != 0) return kExitFailure;
+    return with_errors ? kExitFailure : kExitOk;
 }
 
 }  // namespace

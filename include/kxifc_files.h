@@ -60,7 +60,7 @@ typedef int32_t kxReadCode;
 #define KX_READ_REAL_OUT_OF_RANGE 11     /* beyond the range of a double: value lost */
 #define KX_READ_MALFORMED_ESCAPE 12      /* a string escape that means nothing: kept literally */
 #define KX_READ_SCHEMA_MISMATCH 13       /* FILE_SCHEMA not exactly IFC2X3 or IFC4 */
-#define KX_READ_TEXT_AFTER_END 14        /* text after END-ISO-10303-21; ignored */
+#define KX_READ_TEXT_AFTER_END 14        /* text after END-ISO-10303-21;: ignored */
 #define KX_READ_ID_OUT_OF_RANGE 15       /* an #id of 2^32 or more: line skipped */
 #define KX_READ_UNSUPPORTED_INSTANCE 16  /* a complex instance "#n=(A()B())": skipped */
 #define KX_READ_NUL_IN_STRING 17         /* a NUL character in a string: cut there */

@@ -21,6 +21,15 @@ add_custom_command(
   DEPENDS ${KX_DIGEST} ${CMAKE_SOURCE_DIR}/tools/generate_schema.py ${CMAKE_SOURCE_DIR}/tools/schema_model.py
   COMMENT "Generating the schema binding"
   VERBATIM)
+# Code pages of the \S\ string directive, from Python's codecs.
+set(KX_CODEPAGES ${KX_GENERATED_PRIVATE_DIR}/codepages.inc)
+add_custom_command(
+  OUTPUT ${KX_CODEPAGES}
+  COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tools/generate_codepages.py ${KX_CODEPAGES}
+  DEPENDS ${CMAKE_SOURCE_DIR}/tools/generate_codepages.py
+  COMMENT "Generating the ISO 8859 code pages"
+  VERBATIM)
+list(APPEND KX_GENERATED_SOURCES ${KX_CODEPAGES})
 add_custom_target(kx_generate DEPENDS ${KX_GENERATED_SOURCES} ${KX_GENERATED_HEADERS})
 # Make the generated header visible to targets configured before the library.
 set(KX_GENERATED_INCLUDE_DIR ${KX_GENERATED_INCLUDE_DIR} PARENT_SCOPE)

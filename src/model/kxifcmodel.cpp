@@ -1,4 +1,5 @@
 #define KX_UNIT "kxifcmodel"
+#include "kxifc_files.h"
 #include "model/model.h"
 
 #include "core/baseobject.h"
@@ -125,6 +126,16 @@ KX_API kxIfcVersion_t kxIfcModel_ifc_version(const kxIfcModel *ifc_model) {
 
 KX_API uint32_t kxIfcModel_count_objects(const kxIfcModel *ifc_model) {
     return check_model(ifc_model) ? ptrarray_count(ifc_model->objects) : 0;
+}
+
+KX_API void kxIfcModel_set_text_mode(kxIfcModel *ifc_model, kxTextMode text_mode) {
+    kx_assert(text_mode == KX_TEXT_MODE_SPEC || text_mode == KX_TEXT_MODE_LOSSLESS);
+    if (check_model(ifc_model) && (text_mode == KX_TEXT_MODE_SPEC || text_mode == KX_TEXT_MODE_LOSSLESS))
+        ifc_model->text_mode = text_mode;
+}
+
+KX_API kxTextMode kxIfcModel_text_mode(const kxIfcModel *ifc_model) {
+    return check_model(ifc_model) ? ifc_model->text_mode : KX_TEXT_MODE_SPEC;
 }
 
 KX_API void kxIfcModel_free(kxIfcModel **ifc_model) {

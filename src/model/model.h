@@ -18,6 +18,7 @@ struct kxIfcModel {
     kx::PtrArray *objects;        // creation order; the model's own reference to each
     kx::PtrArray *object_tables;  // kxIfcObjTable_t per unique class id
     kxIfcModelMngr_t *model_manager;
+    int32_t text_mode;            // kxTextMode of its exports
 };
 
 namespace kx {

@@ -499,8 +499,18 @@ void entity_init_from_parse(kxBaseObject *instance, kxParseParList *parameters) 
     kx_assert_not_null(parameters);
     const ClassRelease *release = baseobject_class_release(instance);
     if (release == nullptr || parameters == nullptr) return;
-    for (uint32_t i = 0; i < release->num_attrs; i++)
+    // Each attribute takes exactly one value of the line, whatever went
+    // wrong inside the one before: a bad value costs its own attribute only.
+    for (uint32_t i = 0; i < release->num_attrs; i++) {
+        const uint32_t start = kxParseParList_cursor(parameters);
+        kxParserParam *next = kxParseParList_count(parameters) > start ? kxParseParList_get(parameters, start) : nullptr;
+        if (next == nullptr || kxParserParam_is_nested_end(next)) {
+            if (next != nullptr) kxParseParList_mark_error(parameters, next, u"", u"Too few attributes");
+            return;
+        }
         read_attribute(parameters, instance, release->attrs[i], g_slots[release->attrs[i].slot]);
+        kxParseParList_set_cursor(parameters, kxParseParList_value_end(parameters, start));
+    }
 }
 
 }  // namespace kx

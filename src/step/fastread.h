@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "kxifc_defs.h"
+#include "kxifc_files.h"
 #include "schema/aggregate.h"
 #include "step/idindex.h"
 
@@ -19,6 +20,7 @@ struct kxClass_t;
 namespace kx {
 
 struct Scanner;
+struct Token;
 
 // A reference to an id not read yet: where to store the instance once it
 // exists, and the class it must be kind of (or, for a select, the select
@@ -29,6 +31,9 @@ struct ForwardReference {
     uint32_t place;           // byte offset in the owner, or index in the aggregate
     uint32_t file_id;
     uint32_t expected_class;  // an entity class, or a select class
+    uint32_t attribute;       // from 1, in the owner's release
+    uint32_t line;            // where the reference stands
+    uint32_t column;
 };
 
 // Makes a select value through whatever owns the instances being read.
@@ -39,21 +44,25 @@ struct FastReader {
     kxIfcVersion_t version = ifc_version_not_defined;
     CreateValueFn create_value = nullptr;
     void *create_context = nullptr;
+    bool lossless = false;
+    kxReadReport *report = nullptr;
     TrackedVector<uint8_t> class_is_direct;      // by class id
     TrackedVector<ForwardReference> forward;
     TrackedVector<kxAggregateCell> scratch;      // elements of the lists being read
 };
 
 void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version, CreateValueFn create_value,
-                   void *create_context);
+                   void *create_context, bool lossless, kxReadReport *report);
 inline bool fastread_class_is_direct(const FastReader &reader, const kxClass_t *klass);
 // Reads "(...)" of a line into the instance. False when the line must be
 // read by the general path: the record is then reset and the scanner's
 // position is undefined (the caller seeks back).
+// A line with anything to report (a string escape, a number out of range)
+// is handed back too.
 bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance);
 // Stores every forward reference; false when some named no instance of the
-// right class (those places stay empty).
-bool fastread_resolve(FastReader *reader);
+// right class (those places stay empty, and are reported when `report_lost`).
+bool fastread_resolve(FastReader *reader, bool report_lost);
 
 }  // namespace kx
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "core/baseobject.h"
+#include "kxifc_files.h"
 #include "core/class.h"
 #include "model/headerio.h"
 #include "model/model.h"
@@ -72,6 +73,7 @@ extern "C" KX_API void kxIfcModel_export_model_to_file(kxIfcModel *ifc_model, co
     kx::WideString final_file_name = kx::file_join_path(directory, written_name);
 
     kxIfcWriteData *output = kxIfcWriteData_new(file);
+    kxIfcWriteData_set_lossless(output, ifc_model->text_mode == KX_TEXT_MODE_LOSSLESS);
     kxIfcWriteData_write_line(output, u"ISO-10303-21");
     kx::header_write_section(ifc_model->header, written_name, ifc_model->ifc_version, output);
     kxIfcWriteData_write_newline(output);

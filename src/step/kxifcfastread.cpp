@@ -1,6 +1,7 @@
 #define KX_UNIT "kxifcfastread"
 #include "step/fastread.h"
 
+#include <cmath>
 #include <cstring>
 
 #include "core/baseobject.h"
@@ -8,7 +9,9 @@
 #include "schema/aggregate.h"
 #include "schema/engines.h"
 #include "schema/select.h"
+#include "step/readreport.h"
 #include "step/scanner.h"
+#include "step/steptext.h"
 #include "support/memory.h"
 #include "support/wstring.h"
 
@@ -138,6 +141,7 @@ public:
         for (uint32_t i = 0; i < release->num_attrs; i++) {
             if (i > 0 && scanner_next(scanner_).kind != TOKEN_COMMA) return false;
             const AttrRef &attr = release->attrs[i];
+            attribute_ = i + 1;
             if (!read_attribute(g_slots[attr.slot], reinterpret_cast<char *>(instance_) + attr.offset, attr.offset))
                 return false;
         }
@@ -163,7 +167,7 @@ private:
         if (token.kind == TOKEN_ENTITY_REFERENCE) {
             kxBaseObject *target = reader_->ids->find(token.id);
             if (target == nullptr) {
-                reader_->forward.push_back({instance_, aggregate, place, token.id, select_class});
+                note_forward(token, aggregate, place, select_class);
                 return true;
             }
             pending.code = instance_member(info, target, release_bit_);
@@ -189,20 +193,28 @@ private:
     // A plain value into a slot or cell.
     bool read_value(const Token &token, uint8_t kind, uint32_t type_ref, void *address) {
         switch (kind) {
-        case SLOT_STRING:
+        case SLOT_STRING: {
             if (token.kind != TOKEN_STRING) return false;
-            *static_cast<char16_t **>(address) = step_string_value(token.text, token.length);
+            StringIssue issue;
+            char16_t *value = step_string_value(token.text, token.length, reader_->lossless, &issue);
+            if (issue.count > 0) {
+                wstr_destroy(&value);
+                return false;
+            }
+            *static_cast<char16_t **>(address) = value;
             return true;
+        }
         case SLOT_REAL:
-            if (token.kind == TOKEN_REAL)
+            if (token.kind == TOKEN_REAL && std::isfinite(token.real))
                 *static_cast<double *>(address) = token.real;
             else if (token.kind == TOKEN_INT)
-                *static_cast<double *>(address) = token.integer;
+                *static_cast<double *>(address) =
+                    token_integer_fits(token) ? token.integer : scanner_real_value(token.text, token.length);
             else
                 return false;
             return true;
         case SLOT_INTEGER:
-            if (token.kind != TOKEN_INT) return false;
+            if (token.kind != TOKEN_INT || !token_integer_fits(token)) return false;
             *static_cast<int32_t *>(address) = token.integer;
             return true;
         case SLOT_BOOLEAN:
@@ -231,7 +243,7 @@ private:
         if (token.kind != TOKEN_ENTITY_REFERENCE) return false;
         kxBaseObject *target = reader_->ids->find(token.id);
         if (target == nullptr) {
-            reader_->forward.push_back({instance_, aggregate, place, token.id, class_id});
+            note_forward(token, aggregate, place, class_id);
             return true;
         }
         if (!class_is_kind_of(target->object_class, g_classes[class_id], target->ifc_version)) return false;
@@ -292,6 +304,11 @@ private:
         return true;
     }
 
+    void note_forward(const Token &token, kxAggregate *aggregate, uint32_t place, uint32_t expected_class) {
+        reader_->forward.push_back(
+            {instance_, aggregate, place, token.id, expected_class, attribute_, token.line, token.column});
+    }
+
     static kxAggregate *scratch_marker() {
         static kxAggregate marker{};
         return &marker;
@@ -316,8 +333,31 @@ private:
     Scanner *scanner_;
     kxBaseObject *instance_;
     uint8_t release_bit_;
+    uint32_t attribute_ = 0;
     TrackedVector<PendingSelect> pending_;
 };
+
+// A reference that named no instance, or one of the wrong class.
+void report_lost_reference(FastReader *reader, const ForwardReference &reference, const kxBaseObject *target) {
+    const kxReadCode code = target == nullptr ? KX_READ_UNDEFINED_REFERENCE : KX_READ_WRONG_TYPE;
+    if (!report_note(reader->report, code)) return;
+    ReadProblem problem;
+    problem.code = code;
+    problem.line = reference.line;
+    problem.column = reference.column;
+    problem.file_id = reference.owner->output_file_id;
+    problem.entity_name = utf8_of(reference.owner->object_class->upper_name);
+    problem.attribute_index = reference.attribute;
+    const ClassRelease *release = class_release(reference.owner->object_class, reference.owner->ifc_version);
+    if (release != nullptr && reference.attribute >= 1 && reference.attribute <= release->num_attrs)
+        problem.attribute_name = utf8_of(g_slots[release->attrs[reference.attribute - 1].slot].name);
+    problem.message = target == nullptr
+                          ? text_format("reference to undefined #%u", reference.file_id)
+                          : text_format("#%u is %s, not %s", reference.file_id,
+                                        utf8_of(target->object_class->upper_name).c_str(),
+                                        utf8_of(g_classes[reference.expected_class]->type_name).c_str());
+    report_keep(reader->report, std::move(problem));
+}
 
 // Removes the empty cells left by references that could not be resolved.
 void remove_empty_cells(kxAggregate *aggregate) {
@@ -330,8 +370,10 @@ void remove_empty_cells(kxAggregate *aggregate) {
 }  // namespace
 
 void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t version, CreateValueFn create_value,
-                   void *create_context) {
+                   void *create_context, bool lossless, kxReadReport *report) {
     reader->ids = ids;
+    reader->lossless = lossless;
+    reader->report = report;
     reader->version = version;
     reader->create_value = create_value;
     reader->create_context = create_context;
@@ -360,7 +402,7 @@ bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance)
     return false;
 }
 
-bool fastread_resolve(FastReader *reader) {
+bool fastread_resolve(FastReader *reader, bool report_lost) {
     bool all_resolved = true;
     TrackedVector<kxAggregate *> with_gaps;
     for (const ForwardReference &reference : reader->forward) {
@@ -384,6 +426,7 @@ bool fastread_resolve(FastReader *reader) {
         }
         if (value == nullptr) {
             all_resolved = false;
+            if (report_lost) report_lost_reference(reader, reference, target);
             if (reference.aggregate != nullptr) with_gaps.push_back(reference.aggregate);
             continue;
         }

@@ -11,7 +11,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -27,7 +31,9 @@
 #include "step/fastread.h"
 #include "step/idindex.h"
 #include "step/parseparlist.h"
+#include "step/readreport.h"
 #include "step/scanner.h"
+#include "step/steptext.h"
 #include "step/writedata.h"
 #include "support/assert.h"
 #include "support/memory.h"
@@ -35,34 +41,74 @@
 
 namespace kx {
 
-char16_t *step_string_value(const char *text, size_t length) {
-    bool ascii = true, has_escapes = false;
+namespace {
+
+// The token text as UTF-16: UTF-8 when the bytes are valid UTF-8, one byte
+// per character otherwise. NUL bytes are left out (and noted).
+char16_t *string_units(const char *text, size_t length, StringIssue *issue) {
+    bool ascii = true, has_nul = false;
     for (size_t i = 0; i < length; i++) {
         if (static_cast<unsigned char>(text[i]) >= 0x80) ascii = false;
-        if (text[i] == '\\' || text[i] == '\'') has_escapes = true;
+        if (text[i] == 0) has_nul = true;
     }
-    char16_t *value = nullptr;
+    TrackedVector<char> kept;
+    if (has_nul) {
+        for (size_t i = 0; i < length; i++)
+            if (text[i] != 0) kept.push_back(text[i]);
+        if (issue != nullptr && issue->count++ == 0) {
+            issue->code = KX_READ_NUL_IN_STRING;
+            issue->offset = static_cast<uint32_t>(std::find(text, text + length, 0) - text);
+        }
+        text = kept.data();
+        length = kept.size();
+    }
     if (ascii) {
-        value = static_cast<char16_t *>(mem_alloc((length + 1) * sizeof(char16_t)));
+        char16_t *value = static_cast<char16_t *>(mem_alloc((length + 1) * sizeof(char16_t)));
         for (size_t i = 0; i < length; i++) value[i] = static_cast<unsigned char>(text[i]);
         value[length] = 0;
-    } else {
-        value = wstr_from_narrow_n(text, length);
-        char *copy = static_cast<char *>(mem_alloc(length + 1));
-        std::memcpy(copy, text, length);
-        copy[length] = 0;
-        char16_t *utf16 = wstr_from_utf8(copy);
-        // Valid UTF-8 converts without replacement characters.
-        bool replaced = false;
-        for (const char16_t *c = utf16; *c != 0; c++)
-            if (*c == 0xFFFD) replaced = true;
-        if (!replaced) std::swap(value, utf16);
-        wstr_destroy(&utf16);
-        mem_free(copy);
+        return value;
     }
-    if (!has_escapes) return value;
-    char16_t *decoded = kxIfcWriteData_decode_string(value);
-    wstr_destroy(&value);
+    char16_t *value = wstr_from_narrow_n(text, length);
+    char *copy = static_cast<char *>(mem_alloc(length + 1));
+    std::memcpy(copy, text, length);
+    copy[length] = 0;
+    char16_t *utf16 = wstr_from_utf8(copy);
+    // Valid UTF-8 converts without replacement characters.
+    bool replaced = false;
+    for (const char16_t *c = utf16; *c != 0; c++)
+        if (*c == 0xFFFD) replaced = true;
+    if (!replaced) std::swap(value, utf16);
+    wstr_destroy(&utf16);
+    mem_free(copy);
+    return value;
+}
+
+// The fixed text rules decode only some escapes and keep the rest
+// literally; notes what the full rules would have read otherwise (and a
+// NUL the fixed rules cut the string at).
+char16_t *decode_fixed(const char16_t *units, StringIssue *issue) {
+    char16_t *decoded = kxIfcWriteData_decode_string(units);
+    if (issue == nullptr) return decoded;
+    StringIssue full_issue;
+    char16_t *full = step_decode_string(units, wstr_length(units), &full_issue);
+    if (full_issue.code == KX_READ_NUL_IN_STRING || wstr_compare(full, decoded) != 0) {
+        if (issue->count++ == 0) {
+            issue->code = full_issue.code == KX_READ_NUL_IN_STRING ? KX_READ_NUL_IN_STRING : KX_READ_MALFORMED_ESCAPE;
+            issue->offset = full_issue.offset;
+        }
+    }
+    wstr_destroy(&full);
+    return decoded;
+}
+
+}  // namespace
+
+char16_t *step_string_value(const char *text, size_t length, bool lossless, StringIssue *issue) {
+    const bool has_escapes = std::memchr(text, '\\', length) != nullptr || std::memchr(text, '\'', length) != nullptr;
+    char16_t *units = string_units(text, length, issue);
+    if (!has_escapes) return units;
+    char16_t *decoded = lossless ? step_decode_string(units, wstr_length(units), issue) : decode_fixed(units, issue);
+    wstr_destroy(&units);
     return decoded;
 }
 
@@ -155,11 +201,20 @@ struct DeferredLine {
     uint32_t line;
 };
 
+// A problem of one parameter, found while collecting it, reported once the
+// attribute it belongs to is known.
+struct ParameterProblem {
+    uint32_t parameter;  // index in the line's parameter list
+    kxReadCode code;
+};
+
 kxBaseObject *create_value_object(void *context, const kxClass_t *klass);
 
 struct Parser {
     kxIfcVersion_t version;
     const TrackedVector<bool> *selection;  // SINGLE_PASS_SELECTED: class ids to read
+    kxReadReport *report;
+    bool lossless;
     uint32_t object_id_counter = 0;
     uint32_t max_file_id = 0;
     PtrArray *objects = nullptr;
@@ -171,13 +226,80 @@ struct Parser {
     kxParseParList *parameters = nullptr;
     FastReader fast;
     TrackedVector<DeferredLine> deferred;
+    TrackedVector<ParameterProblem> parameter_problems;  // of the line being read
+    // Lines the first of two passes created no instance for, so the second
+    // pass never reads them into the instance of another line with their id.
+    TrackedVector<const char *> skipped_lines;
+    size_t next_skipped_line = 0;
     bool with_errors = false;
+    bool syntax_error = false;
 
-    Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected)
-        : version(release), selection(selected), names(release) {
-        fastread_init(&fast, &ids, release, &create_value_object, this);
+    Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected, kxReadReport *read_report, bool full_text)
+        : version(release), selection(selected), report(read_report), lossless(full_text), names(release) {
+        fastread_init(&fast, &ids, release, &create_value_object, this, full_text, read_report);
     }
 };
+
+// ---- problems ----
+
+// Counts a problem (the read then has errors, unless it is a warning) and,
+// when the report keeps it, fills it in through `describe`.
+template <typename Describe>
+void note_problem(Parser *parser, kxReadCode code, Describe describe) {
+    if (read_code_severity(code) == KX_SEVERITY_ERROR) parser->with_errors = true;
+    if (!report_note(parser->report, code)) return;
+    ReadProblem problem;
+    problem.code = code;
+    describe(problem);
+    report_keep(parser->report, std::move(problem));
+}
+
+std::string token_string(const Token &token) { return std::string(token.text, token.length); }
+
+std::string upper_token(const Token &token) {
+    std::string text = token_string(token);
+    for (char &c : text)
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
+    return text;
+}
+
+void place_at(ReadProblem &problem, const Token &token) {
+    problem.line = token.line;
+    problem.column = token.column;
+}
+
+const char *token_name(const Token &token) {
+    static constexpr const char *kNames[] = {
+        "ct_ENTITY_ID", "ct_ENTITY_REFERENCE", "ct_BOOLEAN", "ct_INT", "ct_REAL", "ct_STRING", "ct_ENUM",
+        "ct_HEX", "ct_NULL_VALUE", "ct_DERIVED_VALUE", "ct_BEGIN_PAR", "ct_END_PAR", "ct_COMMA", "ct_EQUAL",
+        "ct_DOTCOMA", "ct_BEGIN_ISO", "ct_END_ISO", "ct_HEADER", "ct_ENDSECTION", "ct_DATA",
+        "ct_FILE_DESCRIPTION", "ct_FILE_NAME", "ct_FILE_SCHEMA", "ct_TYPE_NAME"};
+    if (token.kind >= TOKEN_ENTITY_ID && token.kind <= TOKEN_TYPE_NAME) return kNames[token.kind - TOKEN_ENTITY_ID];
+    return "$end";
+}
+
+// The read stops at a syntax error; the message is the parser's, placed as
+// "Unexpected character '%s'. Line: %lu, column: %lu.".
+bool fail_syntax(Parser *parser, const Token &token, TokenKind expected = TOKEN_END) {
+    if (parser->syntax_error) return false;
+    parser->syntax_error = true;
+    note_problem(parser, KX_READ_SYNTAX_ERROR, [&](ReadProblem &problem) {
+        place_at(problem, token);
+        std::string message = text_format("syntax error, unexpected %s", token_name(token));
+        if (expected != TOKEN_END)
+            message += text_format(", expecting %s", token_name(Token{expected, "", 0, 0, 0, 0, 0, 0}));
+        problem.message = text_format("Unexpected character '%s'. Line: %u, column: %u.", message.c_str(),
+                                      token.line, token.column);
+    });
+    return false;
+}
+
+bool expect(Parser *parser, Scanner *scanner, TokenKind kind) {
+    const Token token = scanner_next(scanner);
+    return token.kind == kind || fail_syntax(parser, token, kind);
+}
+
+// ---- instances ----
 
 kxBaseObject *create_instance(Parser *parser, const kxClass_t *klass) {
     kxBaseObject *instance =
@@ -199,12 +321,43 @@ kxBaseObject *create_value_object(void *context, const kxClass_t *klass) {
 
 char16_t *token_text(const Token &token) { return wstr_from_narrow_n(token.text, token.length); }
 
+void note_parameter_problem(Parser *parser, kxReadCode code) {
+    parser->parameter_problems.push_back({kxParseParList_count(parser->parameters) - 1, code});
+}
+
+// Appends a number token: an integer beyond 32 bits goes on as its exact
+// real (a REAL attribute takes it; an INTEGER one reports it), a real beyond
+// the range of a double as "$" with its problem noted.
+void append_number(Parser *parser, const Token &token) {
+    kxParseParList *list = parser->parameters;
+    if (token.kind == TOKEN_INT && token_integer_fits(token)) {
+        kxParseParList_append(list, kxParserParam_integer(token.integer, token.line, token.column));
+        return;
+    }
+    const double value = token.kind == TOKEN_INT ? scanner_real_value(token.text, token.length) : token.real;
+    if (std::isfinite(value)) {
+        kxParseParList_append(list, kxParserParam_real(value, token.line, token.column));
+        if (token.kind == TOKEN_INT) note_parameter_problem(parser, KX_READ_INTEGER_OUT_OF_RANGE);
+    } else {
+        kxParseParList_append(list, kxParserParam_null(token.line, token.column));
+        note_parameter_problem(parser, KX_READ_REAL_OUT_OF_RANGE);
+    }
+}
+
+void append_string(Parser *parser, const Token &token) {
+    StringIssue issue;
+    char16_t *text = step_string_value(token.text, token.length, parser->lossless, &issue);
+    kxParseParList_append(parser->parameters, kxParserParam_string(&text, token.line, token.column));
+    if (issue.count > 0) note_parameter_problem(parser, issue.code);
+}
+
 // Collects the parameters of one line, from its first "(" to the matching
 // ")", into the parser's list. False on a syntax error. `unresolved` is set
 // when a reference names an id not read yet.
 bool collect_parameters(Parser *parser, Scanner *scanner, bool *unresolved) {
     kxParseParList *list = parser->parameters;
     kxParseParList_clear(list);
+    parser->parameter_problems.clear();
     uint32_t depth = 0;
     for (;;) {
         const Token token = scanner_next(scanner);
@@ -215,7 +368,7 @@ bool collect_parameters(Parser *parser, Scanner *scanner, bool *unresolved) {
             depth++;
             break;
         case TOKEN_END_PAR:
-            if (depth == 0) return false;
+            if (depth == 0) return fail_syntax(parser, token);
             kxParseParList_append(list, kxParserParam_nested_end(line, column));
             if (--depth == 0) return true;
             break;
@@ -228,16 +381,12 @@ bool collect_parameters(Parser *parser, Scanner *scanner, bool *unresolved) {
             break;
         }
         case TOKEN_INT:
-            kxParseParList_append(list, kxParserParam_integer(token.integer, line, column));
-            break;
         case TOKEN_REAL:
-            kxParseParList_append(list, kxParserParam_real(token.real, line, column));
+            append_number(parser, token);
             break;
-        case TOKEN_STRING: {
-            char16_t *text = step_string_value(token.text, token.length);
-            kxParseParList_append(list, kxParserParam_string(&text, line, column));
+        case TOKEN_STRING:
+            append_string(parser, token);
             break;
-        }
         case TOKEN_ENUM:
         case TOKEN_BOOLEAN:
         case TOKEN_HEX: {
@@ -258,31 +407,116 @@ bool collect_parameters(Parser *parser, Scanner *scanner, bool *unresolved) {
             break;
         }
         default:
-            return false;
+            return fail_syntax(parser, token, depth == 0 ? TOKEN_BEGIN_PAR : TOKEN_END_PAR);
         }
-        if (depth == 0) return false;  // a value outside the parameters' parentheses
+        if (depth == 0) return fail_syntax(parser, token, TOKEN_BEGIN_PAR);  // a value outside the parentheses
     }
 }
 
 // Skips the parameters of a line: from its first "(" to the matching ")".
-bool skip_parameters(Scanner *scanner) {
+bool skip_parameters(Parser *parser, Scanner *scanner) {
     uint32_t depth = 0;
     for (;;) {
         const Token token = scanner_next(scanner);
         if (token.kind == TOKEN_BEGIN_PAR) {
             depth++;
         } else if (token.kind == TOKEN_END_PAR) {
-            if (depth == 0) return false;
+            if (depth == 0) return fail_syntax(parser, token, TOKEN_BEGIN_PAR);
             if (--depth == 0) return true;
         } else if (token.kind == TOKEN_END || token.kind == TOKEN_DOTCOMA || depth == 0) {
-            return false;
+            return fail_syntax(parser, token, depth == 0 ? TOKEN_BEGIN_PAR : TOKEN_END_PAR);
         }
+    }
+}
+
+// ---- what a line's values lost ----
+
+// The problem a marked parameter stands for.
+kxReadCode marked_problem_code(const Parser *parser, const kxParserParam &parameter) {
+    if (parameter.kind == i_TYPE_REFERENCE && parameter.value.reference.instance == nullptr &&
+        parser->ids.find(parameter.value.reference.file_id) == nullptr)
+        return KX_READ_UNDEFINED_REFERENCE;
+    return KX_READ_WRONG_TYPE;
+}
+
+std::string describe_marked(const kxParserParam &parameter, kxReadCode code) {
+    if (code == KX_READ_UNDEFINED_REFERENCE)
+        return text_format("reference to undefined #%u", parameter.value.reference.file_id);
+    std::string message = utf8_of(parameter.message);
+    const std::string expected = utf8_of(parameter.expected_type);
+    if (!expected.empty() && message.find(expected) == std::string::npos)
+        message += text_format(" (expected %s)", expected.c_str());
+    return message;
+}
+
+std::string describe_noted(kxReadCode code) {
+    switch (code) {
+    case KX_READ_INTEGER_OUT_OF_RANGE: return "integer beyond 32 bits";
+    case KX_READ_REAL_OUT_OF_RANGE: return "real beyond the range of a double, read as unset";
+    case KX_READ_NUL_IN_STRING: return "NUL character in a string, left out";
+    default: return "string escape kept literally";
+    }
+}
+
+// Reports what the class's init function could not take from the line, by
+// attribute: each value of the line at the top level is one attribute, in
+// the schema's order.
+void report_line_problems(Parser *parser, kxBaseObject *instance, const Token &id_token) {
+    kxParseParList *list = parser->parameters;
+    const kxClass_t *klass = instance->object_class;
+    const ClassRelease *release = class_release(klass, parser->version);
+    const uint32_t count = kxParseParList_count(list);
+    size_t noted = 0;
+    uint32_t attribute = 0;
+    auto describe = [&](ReadProblem &problem, uint32_t at) {
+        problem.file_id = id_token.id;
+        problem.entity_name = utf8_of(klass->upper_name);
+        problem.attribute_index = attribute;
+        if (release != nullptr && attribute >= 1 && attribute <= release->num_attrs)
+            problem.attribute_name = utf8_of(g_slots[release->attrs[attribute - 1].slot].name);
+        const kxParserParam *parameter = kxParseParList_get(list, at);
+        problem.line = parameter->line;
+        problem.column = parameter->column;
+    };
+    for (uint32_t i = 1; i < count;) {
+        const uint32_t end = kxParseParList_value_end(list, i);
+        if (kxParserParam_is_nested_end(kxParseParList_get(list, i)) && end == i + 1 && i + 1 == count) break;
+        attribute++;
+        for (uint32_t j = i; j < end && j < count; j++) {
+            const kxParserParam *parameter = kxParseParList_get(list, j);
+            kxReadCode noted_code = 0;
+            for (; noted < parser->parameter_problems.size() && parser->parameter_problems[noted].parameter <= j; noted++)
+                if (parser->parameter_problems[noted].parameter == j) noted_code = parser->parameter_problems[noted].code;
+            // An integer beyond 32 bits is a problem only where a real did not do.
+            if (noted_code == KX_READ_INTEGER_OUT_OF_RANGE && !parameter->has_error) noted_code = 0;
+            if (noted_code != 0) {
+                note_problem(parser, noted_code, [&](ReadProblem &problem) {
+                    describe(problem, j);
+                    problem.message = describe_noted(noted_code);
+                });
+            } else if (parameter->has_error) {
+                const kxReadCode code = marked_problem_code(parser, *parameter);
+                note_problem(parser, code, [&](ReadProblem &problem) {
+                    describe(problem, j);
+                    problem.message = describe_marked(*parameter, code);
+                });
+            }
+        }
+        i = end;
+    }
+    if (release != nullptr && attribute != release->num_attrs) {
+        note_problem(parser, KX_READ_WRONG_ATTRIBUTE_COUNT, [&](ReadProblem &problem) {
+            place_at(problem, id_token);
+            problem.file_id = id_token.id;
+            problem.entity_name = utf8_of(klass->upper_name);
+            problem.message = text_format("%u attributes given, %u expected", attribute, release->num_attrs);
+        });
     }
 }
 
 // Hands the collected parameters to the instance's class and checks that
 // they fit: "(" first, the attributes, ")" last.
-void initialise(Parser *parser, kxBaseObject *instance) {
+void initialise(Parser *parser, kxBaseObject *instance, const Token &id_token) {
     kxParseParList *list = parser->parameters;
     kxParserParam *parameter = nullptr;
     if (!kxParseParList_next(list, &parameter) || !kxParserParam_is_nested_begin(parameter)) {
@@ -291,62 +525,130 @@ void initialise(Parser *parser, kxBaseObject *instance) {
     }
     baseobject_init_from_parse(instance, list);
     if (kxParseParList_has_errors(list) || !kxParseParList_next(list, &parameter) ||
-        !kxParserParam_is_nested_end(parameter))
+        !kxParserParam_is_nested_end(parameter) || !parser->parameter_problems.empty()) {
         parser->with_errors = true;
+        report_line_problems(parser, instance, id_token);
+    }
 }
 
-bool expect(Scanner *scanner, TokenKind kind) { return scanner_next(scanner).kind == kind; }
+// ---- lines ----
+
+// Why a line of a known name creates no instance, reported; the line is
+// skipped.
+void report_skipped_name(Parser *parser, const Token &id_token, const Token &name) {
+    const kxIfcVersion_t other = parser->version == KXIFCVERSION_IFC_4 ? KXIFCVERSION_IFC_2X3 : KXIFCVERSION_IFC_4;
+    const kxClass_t *klass = parser->names.find(name.text, name.length);
+    kxReadCode code = KX_READ_UNKNOWN_ENTITY;
+    if (klass != nullptr) {
+        code = KX_READ_ABSTRACT_ENTITY;
+    } else if (parser->report != nullptr) {
+        const NameTable other_names(other);
+        if (other_names.find(name.text, name.length) != nullptr) code = KX_READ_OTHER_RELEASE_ENTITY;
+    }
+    note_problem(parser, code, [&](ReadProblem &problem) {
+        place_at(problem, name);
+        problem.file_id = id_token.id;
+        problem.entity_name = upper_token(name);
+        const char *release = parser->version == KXIFCVERSION_IFC_4 ? "IFC4" : "IFC2X3";
+        const char *entity = problem.entity_name.c_str();
+        if (code == KX_READ_ABSTRACT_ENTITY)
+            problem.message = text_format("abstract entity %s cannot have instances; line skipped", entity);
+        else if (code == KX_READ_OTHER_RELEASE_ENTITY)
+            problem.message = text_format("%s is not an entity of %s; line skipped", entity, release);
+        else
+            problem.message = text_format("unknown entity %s; line skipped", entity);
+    });
+}
+
+// The instance a line makes in a pass that creates instances, or NULL when
+// the line is skipped (reported, except for classes a selective read leaves
+// out).
+kxBaseObject *create_line_instance(Parser *parser, const Token &id_token, const Token &name, ParseMode mode) {
+    const uint32_t file_id = id_token.id;
+    const kxClass_t *klass = parser->names.find(name.text, name.length);
+    if (file_id == 0xFFFFFFFFu) {
+        note_problem(parser, KX_READ_ID_OUT_OF_RANGE, [&](ReadProblem &problem) {
+            place_at(problem, id_token);
+            problem.entity_name = upper_token(name);
+            problem.message = text_format("#%.*s is beyond the largest id, 4294967294; line skipped",
+                                          static_cast<int>(id_token.length - 1), id_token.text + 1);
+        });
+        return nullptr;
+    }
+    if (klass == nullptr || class_is_abstract(klass, parser->version)) {
+        report_skipped_name(parser, id_token, name);
+        return nullptr;
+    }
+    if (mode == SINGLE_PASS_SELECTED && !(*parser->selection)[klass->unique_class_id]) return nullptr;
+    if (parser->ids.find(file_id) != nullptr) {
+        note_problem(parser, KX_READ_DUPLICATE_ID, [&](ReadProblem &problem) {
+            place_at(problem, id_token);
+            problem.file_id = file_id;
+            problem.entity_name = upper_token(name);
+            problem.message = text_format("#%u is defined again; the first definition is kept", file_id);
+        });
+        return nullptr;
+    }
+    kxBaseObject *instance = create_instance(parser, klass);
+    if (instance != nullptr) {
+        instance->output_file_id = file_id;
+        parser->ids.insert(file_id, instance);
+    }
+    return instance;
+}
+
+// The instance of a line in the second of two passes: the one the first
+// pass made for this very line, or NULL when it made none.
+kxBaseObject *created_line_instance(Parser *parser, const Token &id_token) {
+    TrackedVector<const char *> &skipped = parser->skipped_lines;
+    if (parser->next_skipped_line < skipped.size() && skipped[parser->next_skipped_line] == id_token.text) {
+        parser->next_skipped_line++;
+        return nullptr;
+    }
+    return parser->ids.find(id_token.id);
+}
 
 // One instance line, after its "#id". False on a syntax error.
 bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, ParseMode mode) {
-    if (!expect(scanner, TOKEN_EQUAL)) return false;
+    if (!expect(parser, scanner, TOKEN_EQUAL)) return false;
     const Token name = scanner_next(scanner);
     if (name.kind == TOKEN_BEGIN_PAR) {
         // A complex instance "#n=(A(...)B(...))": not part of IFC; skipped.
         scanner_seek(scanner, name.text, name.line);
-        parser->with_errors = true;
-        return skip_parameters(scanner) && expect(scanner, TOKEN_DOTCOMA);
+        if (mode != PARSE_CREATED) {
+            note_problem(parser, KX_READ_UNSUPPORTED_INSTANCE, [&](ReadProblem &problem) {
+                place_at(problem, id_token);
+                problem.file_id = id_token.id;
+                problem.message = "complex instances are not part of IFC; line skipped";
+            });
+            if (mode == CREATE_ONLY) parser->skipped_lines.push_back(id_token.text);
+        } else {
+            created_line_instance(parser, id_token);
+        }
+        return skip_parameters(parser, scanner) && expect(parser, scanner, TOKEN_DOTCOMA);
     }
-    if (name.kind != TOKEN_TYPE_NAME) return false;
+    if (name.kind != TOKEN_TYPE_NAME) return fail_syntax(parser, name, TOKEN_TYPE_NAME);
     const uint32_t file_id = id_token.id;
     if (file_id != 0xFFFFFFFFu && file_id > parser->max_file_id) parser->max_file_id = file_id;
 
-    kxBaseObject *instance = nullptr;
-    if (mode == PARSE_CREATED) {
-        instance = parser->ids.find(file_id);
-    } else {
-        const kxClass_t *klass = parser->names.find(name.text, name.length);
-        const bool wanted = mode != SINGLE_PASS_SELECTED ||
-                            (klass != nullptr && (*parser->selection)[klass->unique_class_id]);
-        if (klass == nullptr || class_is_abstract(klass, parser->version) || file_id == 0xFFFFFFFFu) {
-            parser->with_errors = true;  // unknown here, or not instantiable: the line is skipped
-        } else if (wanted) {
-            if (parser->ids.find(file_id) != nullptr) {
-                parser->with_errors = true;  // the id is defined twice: the first line stands
-            } else {
-                instance = create_instance(parser, klass);
-                if (instance != nullptr) {
-                    instance->output_file_id = file_id;
-                    parser->ids.insert(file_id, instance);
-                }
-            }
-        }
-    }
+    kxBaseObject *instance = mode == PARSE_CREATED ? created_line_instance(parser, id_token)
+                                                   : create_line_instance(parser, id_token, name, mode);
+    if (instance == nullptr && mode == CREATE_ONLY) parser->skipped_lines.push_back(id_token.text);
     const char *parameters_start = scanner->cursor;
     const uint32_t parameters_line = scanner->line;
     if (instance == nullptr || mode == CREATE_ONLY)
-        return skip_parameters(scanner) && expect(scanner, TOKEN_DOTCOMA);
+        return skip_parameters(parser, scanner) && expect(parser, scanner, TOKEN_DOTCOMA);
 
     if (fastread_class_is_direct(parser->fast, instance->object_class)) {
-        if (fastread_line(&parser->fast, scanner, instance)) return expect(scanner, TOKEN_DOTCOMA);
+        if (fastread_line(&parser->fast, scanner, instance)) return expect(parser, scanner, TOKEN_DOTCOMA);
         scanner_seek(scanner, parameters_start, parameters_line);  // read it again, reporting what is wrong
     }
     bool unresolved = false;
-    if (!collect_parameters(parser, scanner, &unresolved) || !expect(scanner, TOKEN_DOTCOMA)) return false;
+    if (!collect_parameters(parser, scanner, &unresolved) || !expect(parser, scanner, TOKEN_DOTCOMA)) return false;
     if (unresolved && mode != PARSE_CREATED)
         parser->deferred.push_back({instance, parameters_start, parameters_line});
     else
-        initialise(parser, instance);
+        initialise(parser, instance, id_token);
     return true;
 }
 
@@ -370,18 +672,27 @@ bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
     for (;;) {
         release_read_pages(scanner, &released);
         const Token token = scanner_next(scanner);
-        if (token.kind == TOKEN_ENDSECTION) return expect(scanner, TOKEN_DOTCOMA);
-        if (token.kind != TOKEN_ENTITY_ID || !parse_entity_line(parser, scanner, token, mode)) return false;
+        if (token.kind == TOKEN_ENDSECTION) return expect(parser, scanner, TOKEN_DOTCOMA);
+        if (token.kind != TOKEN_ENTITY_ID) return fail_syntax(parser, token, TOKEN_ENTITY_ID);
+        if (!parse_entity_line(parser, scanner, token, mode)) return false;
     }
+}
+
+// The "#id" token of the line whose parameters start at `parameters`.
+Token line_id_token(Scanner *scanner, const kxBaseObject *instance, const char *parameters, uint32_t line) {
+    Token token{TOKEN_ENTITY_ID, parameters, 0, line, 0, instance->output_file_id, 0, 0.0};
+    scanner_seek(scanner, parameters, line);
+    token.column = static_cast<uint32_t>(parameters - scanner->line_start) + 1;
+    return token;
 }
 
 // Lines that referred forward, once every instance exists.
 void parse_deferred_lines(Parser *parser, Scanner *scanner) {
     for (const DeferredLine &line : parser->deferred) {
-        scanner_seek(scanner, line.parameters, line.line);
+        const Token id_token = line_id_token(scanner, line.instance, line.parameters, line.line);
         bool unresolved = false;
         if (collect_parameters(parser, scanner, &unresolved))
-            initialise(parser, line.instance);
+            initialise(parser, line.instance, id_token);
         else
             parser->with_errors = true;
     }
@@ -389,30 +700,50 @@ void parse_deferred_lines(Parser *parser, Scanner *scanner) {
 }
 
 // Positions the scanner just after the "DATA;" that follows the header.
-bool seek_data_section(Scanner *scanner) {
+bool seek_data_section(Parser *parser, Scanner *scanner) {
     for (;;) {
         const Token token = scanner_next(scanner);
-        if (token.kind == TOKEN_END) return false;
-        if (token.kind == TOKEN_DATA && expect(scanner, TOKEN_DOTCOMA)) return true;
+        if (token.kind == TOKEN_END) return fail_syntax(parser, token, TOKEN_DATA);
+        if (token.kind == TOKEN_DATA && expect(parser, scanner, TOKEN_DOTCOMA)) return true;
     }
+}
+
+// The file's text without a UTF-8 byte-order mark.
+void scanner_over_file(Scanner *scanner, const MappedFile &file) {
+    const char *text = file.data();
+    size_t size = file.size();
+    if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) text += 3, size -= 3;
+    scanner_init(scanner, text, size);
 }
 
 bool run_pass(Parser *parser, const MappedFile &file, ParseMode mode) {
     Scanner scanner;
-    scanner_init(&scanner, file.data(), file.size());
-    if (!seek_data_section(&scanner) || !parse_data_section(parser, &scanner, mode)) return false;
+    scanner_over_file(&scanner, file);
+    if (!seek_data_section(parser, &scanner) || !parse_data_section(parser, &scanner, mode)) return false;
     // Anything but the closing keyword and the end of the file (a second
     // section, another file pasted after this one) is read past and reported.
     const Token closing = scanner_next(&scanner);
-    const Token after = scanner_next(&scanner);
-    if (closing.kind != TOKEN_END_ISO || after.kind != TOKEN_END || after.length != 0) parser->with_errors = true;
+    const Token after = closing.kind == TOKEN_END_ISO ? scanner_next(&scanner) : closing;
+    if (after.kind != TOKEN_END || after.length != 0) {
+        const bool reported = mode != PARSE_CREATED;  // once per read
+        if (reported) {
+            note_problem(parser, KX_READ_TEXT_AFTER_END, [&](ReadProblem &problem) {
+                place_at(problem, after);
+                problem.message = closing.kind == TOKEN_END_ISO
+                                      ? "text after END-ISO-10303-21; ignored"
+                                      : "the data section is not followed by END-ISO-10303-21; the rest is ignored";
+            });
+        }
+        parser->with_errors = true;
+    }
     if (mode == SINGLE_PASS || mode == SINGLE_PASS_SELECTED) {
         kxParseParList_set_allow_unresolved(parser->parameters, mode == SINGLE_PASS_SELECTED ? CIERTO : FALSO);
         parse_deferred_lines(parser, &scanner);
     }
     // References to instances that were not read are expected when only some
     // classes are read; otherwise they are errors of the file.
-    if (!fastread_resolve(&parser->fast) && mode != SINGLE_PASS_SELECTED) parser->with_errors = true;
+    if (!fastread_resolve(&parser->fast, mode != SINGLE_PASS_SELECTED) && mode != SINGLE_PASS_SELECTED)
+        parser->with_errors = true;
     return true;
 }
 
@@ -424,24 +755,54 @@ void release_all(PtrArray **objects) {
     ptrarray_destroy(objects, callback_cast<DestroyFn>(&baseobject_release));
 }
 
+void report_unreadable(kxReadReport *report, std::string message) {
+    ReadProblem problem;
+    problem.code = KX_READ_UNREADABLE_FILE;
+    problem.message = std::move(message);
+    report_add(report, std::move(problem));
+}
+
+// The release a header names; a name that is not exactly IFC2X3 or IFC4 but
+// is read as one of them is reported.
+bool read_release(const char16_t *path, const kxIfcHeader *header, kxReadReport *report, kxIfcVersion_t *version) {
+    if (!kxIfcHeader_read_ifc_version(path, version) || *version >= NUM_RELEASES) {
+        report_unreadable(report, text_format("FILE_SCHEMA names no release this library reads: '%s'",
+                                              utf8_of(header->file_schema).c_str()));
+        return false;
+    }
+    const char16_t *schema = header->file_schema;
+    if (schema != nullptr && !wstr_equal_nocase(schema, u"IFC2X3") && !wstr_equal_nocase(schema, u"IFC4")) {
+        ReadProblem problem;
+        problem.code = KX_READ_SCHEMA_MISMATCH;
+        problem.message = text_format("FILE_SCHEMA '%s' is read as %s; what it adds is not kept",
+                                      utf8_of(schema).c_str(), *version == KXIFCVERSION_IFC_4 ? "IFC4" : "IFC2X3");
+        report_add(report, std::move(problem));
+    }
+    return true;
+}
+
 }  // namespace
 
 kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const TrackedVector<bool> *selection,
-                           bool *with_errors) {
+                           kxTextMode text_mode, kxReadReport *report, bool *with_errors) {
     *with_errors = false;
     kxIfcHeader *header = nullptr;
-    if (path == nullptr || !header_read_section(path, &header)) return nullptr;
+    if (path == nullptr || !header_read_section(path, &header)) {
+        report_unreadable(report, path == nullptr ? "no file name" : "the file is missing, unreadable or has no valid HEADER section");
+        return nullptr;
+    }
     kxIfcVersion_t version = ifc_version_not_defined;
-    if (!kxIfcHeader_read_ifc_version(path, &version) || version >= NUM_RELEASES) {
+    if (!read_release(path, header, report, &version)) {
         header_destroy(&header);
         return nullptr;
     }
     MappedFile file(path);
     if (file.data() == nullptr) {
+        report_unreadable(report, "the file cannot be mapped (empty, or not a regular file)");
         header_destroy(&header);
         return nullptr;
     }
-    Parser parser(version, selection);
+    Parser parser(version, selection, report, text_mode == KX_TEXT_MODE_LOSSLESS);
     parser.objects = ptrarray_create_with_capacity(0, 0x10000);
     parser.value_objects = ptrarray_create(0);
     parser.object_tables = objtables_new();
@@ -462,6 +823,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
         const uint32_t next_output_id = parser.max_file_id + 1;
         model = model_new_from_parts(&header, version, parser.object_id_counter, next_output_id, &parser.objects,
                                      &parser.object_tables, &parser.model_manager, parser.value_objects);
+        model->text_mode = text_mode;
         *with_errors = parser.with_errors;
     } else {
         header_destroy(&header);
@@ -483,7 +845,21 @@ KX_API kxIfcModel *kxIfcModel_read_from_step_file(const kxWChar *file_name, uint
                                                   kxBool *readed_with_errors) {
     kx_assert(read_mode <= 2);
     bool with_errors = false;
-    kxIfcModel *model = read_mode <= 2 ? step_read_file(file_name, read_mode, nullptr, &with_errors) : nullptr;
+    kxIfcModel *model =
+        read_mode <= 2 ? step_read_file(file_name, read_mode, nullptr, KX_TEXT_MODE_SPEC, nullptr, &with_errors)
+                       : nullptr;
+    if (readed_with_errors != nullptr) *readed_with_errors = with_errors ? kxBTRUE : kxBFALSE;
+    return model;
+}
+
+KX_API kxIfcModel *kxIfcModel_read_with_report(const kxWChar *file_name, uint32_t read_mode, kxTextMode text_mode,
+                                               kxReadReport *report, kxBool *readed_with_errors) {
+    kx_assert(read_mode <= 2);
+    kx_assert(text_mode == KX_TEXT_MODE_SPEC || text_mode == KX_TEXT_MODE_LOSSLESS);
+    bool with_errors = false;
+    kxIfcModel *model = nullptr;
+    if (read_mode <= 2 && (text_mode == KX_TEXT_MODE_SPEC || text_mode == KX_TEXT_MODE_LOSSLESS))
+        model = step_read_file(file_name, read_mode, nullptr, text_mode, report, &with_errors);
     if (readed_with_errors != nullptr) *readed_with_errors = with_errors ? kxBTRUE : kxBFALSE;
     return model;
 }
@@ -498,7 +874,7 @@ KX_API kxIfcModel *kxIfcModel_read_entities_of_selected_classes_from_step_file(c
         if (klass != nullptr) selection[klass->unique_class_id] = true;
     }
     bool with_errors = false;
-    kxIfcModel *model = step_read_file(file_name, 0, &selection, &with_errors);
+    kxIfcModel *model = step_read_file(file_name, 0, &selection, KX_TEXT_MODE_SPEC, nullptr, &with_errors);
     if (readed_with_errors != nullptr) *readed_with_errors = with_errors ? kxBTRUE : kxBFALSE;
     return model;
 }

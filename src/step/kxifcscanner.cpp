@@ -311,11 +311,27 @@ int32_t scanner_integer_value(const char *text, size_t length) {
     return static_cast<int32_t>(value);
 }
 
+bool scanner_integer_fits(const char *text, size_t length) {
+    size_t i = 0;
+    bool negative = false;
+    if (i < length && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+    int64_t value = 0;
+    for (; i < length && is_digit(text[i]); i++) {
+        value = value * 10 + (text[i] - '0');
+        if (value > 2147483648ll) return false;
+    }
+    return value <= (negative ? 2147483648ll : 2147483647ll);
+}
+
 double scanner_real_value(const char *text, size_t length) {
     bool is_real = false;
     double value = 0.0;
     scan_number(text, text + length, &is_real, &value);
-    return is_real ? value : static_cast<double>(scanner_integer_value(text, length));
+    if (is_real || scanner_integer_fits(text, length)) return is_real ? value : scanner_integer_value(text, length);
+    // A whole number beyond 32 bits: its exact double.
+    if (length > 0 && text[0] == '+') text++, length--;
+    std::from_chars(text, text + length, value);
+    return value;
 }
 
 }  // namespace kx

@@ -8,6 +8,7 @@
 #include "support/assert.h"
 #include "support/memory.h"
 #include "support/numbers.h"
+#include "step/steptext.h"
 #include "support/wstring.h"
 
 // Layout of the writer state.
@@ -85,6 +86,7 @@ struct kxIfcWriteData {
     // The instance line being printed.
     ByteBuffer line;
     FILE *output;
+    bool lossless;  // shortest exact reals, strings by the full escape rules
 };
 
 namespace {
@@ -464,8 +466,15 @@ void kxIfcWriteData_write_integer(kxIfcWriteData *write_data, int32_t value) {
 void kxIfcWriteData_write_real(kxIfcWriteData *write_data, double value) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
+    // Infinities and NaNs have no STEP form: the value is written unset.
+    if (!std::isfinite(value)) {
+        parameter_append_fixed(write_data, PARAMETER_UNSET);
+        return;
+    }
     char text[REAL_TEXT_SIZE];
-    parameter_append_value(write_data, text, format_real_text(value, text));
+    const uint32_t length =
+        write_data->lossless ? kx::step_format_real_shortest(value, text) : format_real_text(value, text);
+    parameter_append_value(write_data, text, length);
 }
 
 void kxIfcWriteData_write_text(kxIfcWriteData *write_data, const char16_t *value_text) {
@@ -494,7 +503,7 @@ void kxIfcWriteData_write_string(kxIfcWriteData *write_data, const char16_t *val
     char *start = bytes_reserve(text, units * 12 + 2);
     char *end = start;
     *end++ = '\'';
-    end = encode_into(value_text, end);
+    end = write_data->lossless ? end + kx::step_encode_string(value_text, end) : encode_into(value_text, end);
     *end++ = '\'';
     const uint32_t length = static_cast<uint32_t>(end - start);
     text->length += length;
@@ -679,6 +688,11 @@ char16_t *kxIfcWriteData_encode_string(const char16_t *text) {
     char16_t *end = encode_into(text, encoded);
     *end = u'\0';
     return encoded;
+}
+
+void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless) {
+    kx_assert_not_null(write_data);
+    if (write_data != nullptr) write_data->lossless = lossless;
 }
 
 char16_t *kxIfcWriteData_decode_string(const char16_t *encoded_string) {

@@ -255,3 +255,30 @@ void kxParseParList_resolve_references(kxParseParList *parameter_list, const kx:
         if (entry != nullptr) parameter->value.reference.instance = entry->instance;
     }
 }
+
+uint32_t kxParseParList_cursor(const kxParseParList *parameter_list) {
+    kx_assert_not_null(parameter_list);
+    return parameter_list != nullptr ? parameter_list->cursor : 0;
+}
+
+void kxParseParList_set_cursor(kxParseParList *parameter_list, uint32_t cursor) {
+    kx_assert_not_null(parameter_list);
+    if (parameter_list == nullptr) return;
+    kx_assert(cursor <= parameter_list->count);
+    parameter_list->cursor = cursor <= parameter_list->count ? cursor : parameter_list->count;
+}
+
+uint32_t kxParseParList_value_end(const kxParseParList *parameter_list, uint32_t index) {
+    kx_assert_not_null(parameter_list);
+    if (parameter_list == nullptr || index >= parameter_list->count) return index;
+    const kxParserParam *items = parameter_list->parameters;
+    uint32_t i = index;
+    if (items[i].kind == i_TYPE_TYPED_NAME) i++;
+    if (i >= parameter_list->count || items[i].kind != i_TYPE_NESTED_BEGIN) return i + 1;
+    uint32_t depth = 0;
+    for (; i < parameter_list->count; i++) {
+        if (items[i].kind == i_TYPE_NESTED_BEGIN) depth++;
+        if (items[i].kind == i_TYPE_NESTED_END && --depth == 0) return i + 1;
+    }
+    return parameter_list->count;
+}

@@ -121,4 +121,9 @@ void kxParseParList_set_allow_unresolved(kxParseParList *parameter_list, kx_bool
 uint32_t kxParseParList_save_state(kxParseParList *parameter_list);
 void kxParseParList_restore_state(kxParseParList *parameter_list, uint32_t position);
 kx_bool16 kxParseParList_has_errors(const kxParseParList *parameter_list);
+// The cursor, and the index just after the value that starts at `index`
+// (a nested group or a typed value taken whole).
+uint32_t kxParseParList_cursor(const kxParseParList *parameter_list);
+void kxParseParList_set_cursor(kxParseParList *parameter_list, uint32_t cursor);
+uint32_t kxParseParList_value_end(const kxParseParList *parameter_list, uint32_t index);
 void kxParseParList_resolve_references(kxParseParList *parameter_list, const kx::RbTree *id_tree);

@@ -91,6 +91,11 @@ inline Token scanner_next(Scanner *scanner) {
 // it saturates), a real exactly as strtod would.
 int32_t scanner_integer_value(const char *text, size_t length);
 double scanner_real_value(const char *text, size_t length);
+// Whether an integer token's value fits 32 bits (else its value saturated).
+bool scanner_integer_fits(const char *text, size_t length);
+inline bool token_integer_fits(const Token &token) {
+    return token.length < 10 || scanner_integer_fits(token.text, token.length);
+}
 
 // Whether a token's text spells a schema name, letters compared without case.
 inline bool token_spells(const char16_t *name, const char *text, size_t length) {
@@ -103,8 +108,11 @@ inline bool token_spells(const char16_t *name, const char *text, size_t length) 
     return *name == 0;
 }
 
+struct StringIssue;
 // A new library string from a string token's text: UTF-8 when the bytes are
-// valid UTF-8, one byte per character otherwise; escapes decoded.
-char16_t *step_string_value(const char *text, size_t length);
+// valid UTF-8, one byte per character otherwise; escapes decoded by the full
+// rules (lossless) or the fixed ones. What could not be kept is noted in
+// *issue when it is not NULL (a NUL is always dropped).
+char16_t *step_string_value(const char *text, size_t length, bool lossless, StringIssue *issue);
 
 }  // namespace kx

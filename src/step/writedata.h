@@ -44,6 +44,10 @@ void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t
 void kxIfcWriteData_write_line(kxIfcWriteData *write_data, const char16_t *text);
 void kxIfcWriteData_write_newline(kxIfcWriteData *write_data);
 
+// The lossless mode: reals in their shortest exact form, strings by the
+// full escape rules (one \X2\ group per run of non-ASCII code units).
+void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless);
+
 // New strings: the STEP string encoding of a text, and its decoding.
 char16_t *kxIfcWriteData_encode_string(const char16_t *text);
 char16_t *kxIfcWriteData_decode_string(const char16_t *encoded);

@@ -1,0 +1,38 @@
+// Read reports: the problems a read met, each with its code, severity and
+// place, kept up to a bound per code and counted beyond it. The reader only
+// builds a problem's texts when the report will keep it, so a file with
+// millions of faults costs a counter per fault.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "kxifc_files.h"
+
+namespace kx {
+
+struct ReadProblem {
+    kxReadCode code = 0;
+    uint32_t line = 0;
+    uint32_t column = 0;
+    uint32_t file_id = 0;
+    std::string entity_name;      // upper case, as the file spells it
+    uint32_t attribute_index = 0; // from 1 in the schema's order; 0: none
+    std::string attribute_name;
+    std::string message;
+};
+
+// Counts one problem of the code; true when the report keeps its details
+// (then hand them to report_keep). A NULL report keeps nothing.
+bool report_note(kxReadReport *report, kxReadCode code);
+void report_keep(kxReadReport *report, ReadProblem &&problem);
+// Both at once, for problems whose texts are cheap.
+void report_add(kxReadReport *report, ReadProblem &&problem);
+
+kxReadSeverity read_code_severity(kxReadCode code);
+std::string utf8_of(const char16_t *text);
+// printf into a std::string.
+std::string text_format(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace kx

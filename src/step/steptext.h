@@ -1,0 +1,41 @@
+// The full text rules of exchange-file values, for the lossless mode:
+// strings decoded by every directive of ISO 10303-21 and encoded so that
+// they read back identically, reals in their shortest exact form.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kxifc_files.h"
+
+namespace kx {
+
+// The first problem met while decoding a string, and how many there were.
+struct StringIssue {
+    kxReadCode code = 0;      // KX_READ_MALFORMED_ESCAPE or KX_READ_NUL_IN_STRING
+    uint32_t offset = 0;      // code units into the string's text
+    uint32_t count = 0;
+};
+
+// Decodes the text between a string's quotes ('' still doubled): "\\",
+// "\X\hh", "\X2\...\X0\" and "\X4\...\X0\" groups of any length, "\S\c"
+// under the code page of the last "\Px\" (A to I: ISO 8859-1 to 9). A
+// malformed directive is kept literally and a NUL is dropped; both are noted.
+char16_t *step_decode_string(const char16_t *text, size_t length, StringIssue *issue);
+
+// Room `step_encode_string` needs for a text of `units` code units.
+inline size_t step_encoded_bound(size_t units) { return units * 12 + 2; }
+// Writes the text encoded, without quotes: printable ASCII as itself ("'"
+// and "\" doubled), every run of other code units as one "\X2\...\X0\"
+// group. Returns the bytes written. Char is char or char16_t.
+template <typename Char>
+size_t step_encode_string(const char16_t *text, Char *out);
+
+// Room `step_format_real_shortest` needs.
+constexpr size_t kShortestRealSize = 40;
+// The shortest text that reads back to the same finite double, as a STEP
+// real: always a ".", an exponent "E" with its sign ("1.E-09", "-0.",
+// "5.00000001012284", "1.7976931348623157E+308"). Returns its length.
+uint32_t step_format_real_shortest(double value, char *out);
+
+}  // namespace kx
