@@ -205,10 +205,11 @@ bool write_slot_value(kxIfcWriteData *output, kxBaseObject *instance, const Attr
     }
 }
 
-// An unset attribute: "*" when redeclared as derived for this class or when
-// mandatory and of a simple type; "$" otherwise.
+// An unset attribute: "*" when redeclared as derived for this class or (in
+// the fixed text form) when mandatory and of a simple type; "$" otherwise.
 void write_empty(kxIfcWriteData *output, const AttrRef &attr, const SlotInfo &slot) {
-    if (attr.derived || (!attr.optional && is_simple_kind(slot.kind)))
+    const bool fixed_form = !kxIfcWriteData_is_lossless(output);
+    if (attr.derived || (fixed_form && !attr.optional && is_simple_kind(slot.kind)))
         kxIfcWriteData_write_derived(output);
     else
         kxIfcWriteData_write_unset(output);

@@ -91,9 +91,9 @@ char16_t *decode_fixed(const char16_t *units, StringIssue *issue) {
     if (issue == nullptr) return decoded;
     StringIssue full_issue;
     char16_t *full = step_decode_string(units, wstr_length(units), &full_issue);
-    if (full_issue.code == KX_READ_NUL_IN_STRING || wstr_compare(full, decoded) != 0) {
+    if (full_issue.count > 0 || wstr_compare(full, decoded) != 0) {
         if (issue->count++ == 0) {
-            issue->code = full_issue.code == KX_READ_NUL_IN_STRING ? KX_READ_NUL_IN_STRING : KX_READ_MALFORMED_ESCAPE;
+            issue->code = full_issue.count > 0 ? full_issue.code : KX_READ_MALFORMED_ESCAPE;
             issue->offset = full_issue.offset;
         }
     }
@@ -524,11 +524,11 @@ void initialise(Parser *parser, kxBaseObject *instance, const Token &id_token) {
         return;
     }
     baseobject_init_from_parse(instance, list);
-    if (kxParseParList_has_errors(list) || !kxParseParList_next(list, &parameter) ||
-        !kxParserParam_is_nested_end(parameter) || !parser->parameter_problems.empty()) {
-        parser->with_errors = true;
-        report_line_problems(parser, instance, id_token);
-    }
+    const bool fits = !kxParseParList_has_errors(list) && kxParseParList_next(list, &parameter) &&
+                      kxParserParam_is_nested_end(parameter);
+    if (!fits) parser->with_errors = true;
+    // Problems noted while collecting set the error flag by their severity.
+    if (!fits || !parser->parameter_problems.empty()) report_line_problems(parser, instance, id_token);
 }
 
 // ---- lines ----

@@ -695,6 +695,10 @@ void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless) {
     if (write_data != nullptr) write_data->lossless = lossless;
 }
 
+bool kxIfcWriteData_is_lossless(const kxIfcWriteData *write_data) {
+    return write_data != nullptr && write_data->lossless;
+}
+
 char16_t *kxIfcWriteData_decode_string(const char16_t *encoded_string) {
     kx_assert_not_null(encoded_string);
     if (encoded_string == nullptr) return kx::wstr_new_empty();

@@ -1,0 +1,128 @@
+// Read reports: one small file per problem the reader reports, with the
+// code, place, id and attribute it must name, in every read mode; the
+// report's bound; and what a line with a bad value keeps.
+#include <string>
+
+#include "kxifcmodel.h"
+#include "test_support.h"
+
+namespace {
+
+class ReadReportTest : public kxtest::LibraryTest {
+protected:
+    // An exchange file with the data lines from line 8 on.
+    std::string file(const std::string &data, const char *schema = "IFC4", const std::string &after = "") {
+        std::string text = "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\n";
+        text.append("FILE_NAME('','',(''),(''),'','','');\nFILE_SCHEMA(('").append(schema).append("'));\n");
+        text.append("ENDSEC;\nDATA;\n").append(data).append("ENDSEC;\nEND-ISO-10303-21;\n").append(after);
+        return directory_.write("case.ifc", text);
+    }
+    kxIfcModel *read(const std::string &path, uint32_t mode, kxReadReport *report,
+                     kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS) {
+        kxWChar *name = kxWideString_new_from_utf8(path.c_str());
+        kxIfcModel *model = kxIfcModel_read_with_report(name, mode, text_mode, report, nullptr);
+        kxWideString_free(&name);
+        return model;
+    }
+    kxtest::TempDirectory directory_{"kxifc_report"};
+};
+
+TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
+    const struct {
+        const char *data;
+        const char *schema;
+        const char *after;
+        kxReadCode code;
+        uint32_t line, column, file_id, attribute;
+        bool model_read;
+    } cases[] = {
+        {"#1= IFCCARTESIANPOINT((0.,0.),;\n", "IFC4", "", KX_READ_SYNTAX_ERROR, 8, 31, 0, 0, false},
+        {"#1= IFCNOSUCHTHING($);\n", "IFC4", "", KX_READ_UNKNOWN_ENTITY, 8, 5, 1, 0, true},
+        {"#1= IFCELECTRICALELEMENT($,$,$,$,$,$,$,$);\n", "IFC4", "", KX_READ_OTHER_RELEASE_ENTITY, 8, 5, 1, 0, true},
+        {"#1= IFCROOT('x',$,$,$);\n", "IFC4", "", KX_READ_ABSTRACT_ENTITY, 8, 5, 1, 0, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n#1= IFCDIRECTION((1.,0.));\n", "IFC4", "", KX_READ_DUPLICATE_ID, 9, 1, 1,
+         0, true},
+        {"#1= IFCPOLYLINE((#2,#5));\n#2= IFCCARTESIANPOINT((0.,0.));\n", "IFC4", "", KX_READ_UNDEFINED_REFERENCE, 8,
+         21, 1, 1, true},
+        {"#1= IFCCARTESIANPOINT('a');\n", "IFC4", "", KX_READ_WRONG_TYPE, 8, 23, 1, 1, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.),$);\n", "IFC4", "", KX_READ_WRONG_ATTRIBUTE_COUNT, 8, 1, 1, 0, true},
+        {"#1= IFCDIMENSIONALEXPONENTS(1,0,0,0,0,0,9999999999);\n", "IFC4", "", KX_READ_INTEGER_OUT_OF_RANGE, 8, 41,
+         1, 7, true},
+        {"#1= IFCCARTESIANPOINT((1.E400,0.));\n", "IFC4", "", KX_READ_REAL_OUT_OF_RANGE, 8, 24, 1, 1, true},
+        {"#1= IFCPERSON($,'a\\Q\\',$,$,$,$,$,$);\n", "IFC4", "", KX_READ_MALFORMED_ESCAPE, 8, 17, 1, 2, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n", "IFC4X3_ADD2", "", KX_READ_SCHEMA_MISMATCH, 0, 0, 0, 0, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n", "IFC4", "#2= IFCDIRECTION((1.,0.));\n", KX_READ_TEXT_AFTER_END, 11, 1,
+         0, 0, true},
+        {"#4294967296= IFCCARTESIANPOINT((0.,0.));\n", "IFC4", "", KX_READ_ID_OUT_OF_RANGE, 8, 1, 0, 0, true},
+        {"#1=(IFCA()IFCB());\n", "IFC4", "", KX_READ_UNSUPPORTED_INSTANCE, 8, 1, 1, 0, true},
+        {"#1= IFCPERSON($,'a\\X\\00b',$,$,$,$,$,$);\n", "IFC4", "", KX_READ_NUL_IN_STRING, 8, 17, 1, 2, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n", "NOT_IFC", "", KX_READ_UNREADABLE_FILE, 0, 0, 0, 0, false},
+    };
+    kxReadReport *report = kxReadReport_new(0);
+    for (const auto &c : cases) {
+        const std::string path = file(c.data, c.schema, c.after);
+        for (uint32_t mode : {1u, 2u}) {
+            for (kxTextMode text_mode : {KX_TEXT_MODE_SPEC, KX_TEXT_MODE_LOSSLESS}) {
+                SCOPED_TRACE(testing::Message() << c.data << " mode " << mode << "/" << text_mode);
+                kxReadReport_clear(report);
+                kxIfcModel *model = read(path, mode, report, text_mode);
+                EXPECT_EQ(model != nullptr, c.model_read);
+                if (model != nullptr) kxIfcModel_free(&model);
+                ASSERT_EQ(kxReadReport_count(report), 1u) << kxReadReport_message(report, 0);
+                EXPECT_STREQ(kxReadCode_name(kxReadReport_code(report, 0)), kxReadCode_name(c.code));
+                EXPECT_EQ(kxReadReport_line(report, 0), c.line);
+                EXPECT_EQ(kxReadReport_column(report, 0), c.column);
+                EXPECT_EQ(kxReadReport_file_id(report, 0), c.file_id);
+                EXPECT_EQ(kxReadReport_attribute_index(report, 0), c.attribute);
+                EXPECT_NE(*kxReadReport_message(report, 0), 0);
+            }
+        }
+    }
+    kxReadReport_free(&report);
+}
+
+TEST_F(ReadReportTest, TheReportIsBoundedButCountsEverything) {
+    std::string data;
+    for (int i = 1; i <= 1000; i++) data.append("#").append(std::to_string(i)).append("= IFCUNKNOWN();\n");
+    kxReadReport *report = kxReadReport_new(10);
+    kxIfcModel *model = read(file(data), 1, report);
+    ASSERT_NE(model, nullptr);
+    kxIfcModel_free(&model);
+    EXPECT_EQ(kxReadReport_count(report), 10u);
+    EXPECT_EQ(kxReadReport_total(report, KX_READ_UNKNOWN_ENTITY), 1000u);
+    EXPECT_EQ(kxReadReport_total_of_severity(report, KX_SEVERITY_ERROR), 1000u);
+    kxReadReport_free(&report);
+}
+
+// A bad value costs its own attribute only, and a repeated id keeps the
+// first line in every read mode.
+TEST_F(ReadReportTest, ABadValueOrARepeatedIdLosesNothingElse) {
+    const std::string path = file(
+        "#1= IFCWALL((),$,'Name',$,$,$,$,'Tag',.STANDARD.);\n"
+        "#1= IFCCARTESIANPOINT((0.,0.));\n");
+    for (uint32_t mode : {1u, 2u}) {
+        SCOPED_TRACE(mode);
+        kxReadReport *report = kxReadReport_new(0);
+        kxIfcModel *model = read(path, mode, report);
+        ASSERT_NE(model, nullptr);
+        ASSERT_EQ(kxIfcModel_count_objects(model), 1u);
+        kxArrayST *walls = kxIfcModel_dontuse_get_objects_by_class(model, kxIfcWall_class());
+        ASSERT_EQ(kxArrayST_dontuse_count(walls), 1u);
+        kxBaseObject *wall = static_cast<kxBaseObject *>(kxArrayST_dontuse_get(walls, 0));
+        EXPECT_EQ(kxtest::utf8(kxIfcWall_get_Name(wall)), "Name");
+        EXPECT_EQ(kxtest::utf8(kxIfcWall_get_Tag(wall)), "Tag");
+        EXPECT_EQ(kxIfcWall_get_PredefinedType_v4(wall), kxIfcWallTypeEnum_STANDARD);
+        kxArrayST_dontuse_free(&walls, nullptr);
+        // One pass meets the bad value first, two passes the repeated id.
+        ASSERT_EQ(kxReadReport_count(report), 2u);
+        const uint32_t bad = kxReadReport_code(report, 0) == KX_READ_WRONG_TYPE ? 0 : 1;
+        EXPECT_EQ(kxReadReport_code(report, bad), KX_READ_WRONG_TYPE);
+        EXPECT_EQ(kxReadReport_code(report, 1 - bad), KX_READ_DUPLICATE_ID);
+        EXPECT_EQ(kxReadReport_attribute_index(report, bad), 1u);
+        EXPECT_STREQ(kxReadReport_attribute_name(report, bad), "GlobalId");
+        kxIfcModel_free(&model);
+        kxReadReport_free(&report);
+    }
+}
+
+}  // namespace
