@@ -46,6 +46,8 @@ struct FastReader {
     void *create_context = nullptr;
     bool lossless = false;
     kxReadReport *report = nullptr;
+    uint32_t given_attributes = 0;               // of the last line read
+
     TrackedVector<uint8_t> class_is_direct;      // by class id
     TrackedVector<ForwardReference> forward;
     TrackedVector<kxAggregateCell> scratch;      // elements of the lists being read

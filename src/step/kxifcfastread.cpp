@@ -135,22 +135,54 @@ public:
         pending_.clear();
     }
 
+    // Reads the attributes of the line. Too few values leave the rest unset
+    // and too many are passed over: both are noted in `given_attributes`
+    // for the caller to report, so a line that is merely short or long is
+    // never collected again value by value.
     bool read_parameters() {
         const ClassRelease *release = class_release(instance_->object_class, instance_->ifc_version);
         if (scanner_next(scanner_).kind != TOKEN_BEGIN_PAR) return false;
+        Token token = scanner_next(scanner_);
         for (uint32_t i = 0; i < release->num_attrs; i++) {
-            if (i > 0 && scanner_next(scanner_).kind != TOKEN_COMMA) return false;
+            reader_->given_attributes = i;
+            if (token.kind == TOKEN_END_PAR) return true;
+            if (i > 0) {
+                if (token.kind != TOKEN_COMMA) return false;
+                token = scanner_next(scanner_);
+            }
             const AttrRef &attr = release->attrs[i];
             attribute_ = i + 1;
-            if (!read_attribute(g_slots[attr.slot], reinterpret_cast<char *>(instance_) + attr.offset, attr.offset))
+            if (!read_attribute(token, g_slots[attr.slot], reinterpret_cast<char *>(instance_) + attr.offset,
+                                attr.offset))
                 return false;
+            token = scanner_next(scanner_);
         }
-        return scanner_next(scanner_).kind == TOKEN_END_PAR;
+        reader_->given_attributes = release->num_attrs;
+        return token.kind == TOKEN_END_PAR || (token.kind == TOKEN_COMMA && skip_extra_values());
     }
 
 private:
-    bool read_attribute(const SlotInfo &slot, char *address, uint32_t offset) {
-        const Token token = scanner_next(scanner_);
+    // Counts and passes over the values after the last attribute, up to the
+    // line's ")".
+    bool skip_extra_values() {
+        uint32_t depth = 0;
+        reader_->given_attributes++;
+        for (;;) {
+            const Token token = scanner_next(scanner_);
+            if (token.kind == TOKEN_BEGIN_PAR) {
+                depth++;
+            } else if (token.kind == TOKEN_END_PAR) {
+                if (depth == 0) return true;
+                depth--;
+            } else if (token.kind == TOKEN_COMMA) {
+                if (depth == 0) reader_->given_attributes++;
+            } else if (token.kind == TOKEN_END || token.kind == TOKEN_DOTCOMA) {
+                return false;
+            }
+        }
+    }
+
+    bool read_attribute(const Token &token, const SlotInfo &slot, char *address, uint32_t offset) {
         if (token.kind == TOKEN_NULL_VALUE || token.kind == TOKEN_DERIVED_VALUE) return true;
         if (slot.kind == SLOT_AGGREGATE)
             return token.kind == TOKEN_BEGIN_PAR && read_elements(slot.type_ref, reinterpret_cast<kxAggregate **>(address));

@@ -458,6 +458,18 @@ std::string describe_noted(kxReadCode code) {
     }
 }
 
+// A line with more or fewer values than its class has attributes.
+void report_attribute_count(Parser *parser, const kxBaseObject *instance, const Token &id_token, uint32_t given) {
+    const ClassRelease *release = class_release(instance->object_class, parser->version);
+    if (release == nullptr || given == release->num_attrs) return;
+    note_problem(parser, KX_READ_WRONG_ATTRIBUTE_COUNT, [&](ReadProblem &problem) {
+        place_at(problem, id_token);
+        problem.file_id = id_token.id;
+        problem.entity_name = utf8_of(instance->object_class->upper_name);
+        problem.message = text_format("%u attributes given, %u expected", given, release->num_attrs);
+    });
+}
+
 // Reports what the class's init function could not take from the line, by
 // attribute: each value of the line at the top level is one attribute, in
 // the schema's order.
@@ -504,14 +516,7 @@ void report_line_problems(Parser *parser, kxBaseObject *instance, const Token &i
         }
         i = end;
     }
-    if (release != nullptr && attribute != release->num_attrs) {
-        note_problem(parser, KX_READ_WRONG_ATTRIBUTE_COUNT, [&](ReadProblem &problem) {
-            place_at(problem, id_token);
-            problem.file_id = id_token.id;
-            problem.entity_name = utf8_of(klass->upper_name);
-            problem.message = text_format("%u attributes given, %u expected", attribute, release->num_attrs);
-        });
-    }
+    report_attribute_count(parser, instance, id_token, attribute);
 }
 
 // Hands the collected parameters to the instance's class and checks that
@@ -640,7 +645,10 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
         return skip_parameters(parser, scanner) && expect(parser, scanner, TOKEN_DOTCOMA);
 
     if (fastread_class_is_direct(parser->fast, instance->object_class)) {
-        if (fastread_line(&parser->fast, scanner, instance)) return expect(parser, scanner, TOKEN_DOTCOMA);
+        if (fastread_line(&parser->fast, scanner, instance)) {
+            report_attribute_count(parser, instance, id_token, parser->fast.given_attributes);
+            return expect(parser, scanner, TOKEN_DOTCOMA);
+        }
         scanner_seek(scanner, parameters_start, parameters_line);  // read it again, reporting what is wrong
     }
     bool unresolved = false;
