@@ -24,7 +24,8 @@ void header_write_section(kxIfcHeader *header, const char16_t *file_name_written
 // implementation level must be '2;1' unless the environment variable
 // KXIFCHEADER_IGNORE_ERRORS exists; a file without FILE_DESCRIPTION has no
 // level to check and is accepted. On any failure nothing is kept, *header
-// is NULL and the result is FALSO.
-kx_bool16 header_read_section(const char16_t *file_name, kxIfcHeader **header);
+// is NULL and the result is FALSO. Escapes are decoded by the full rules of
+// the lossless mode when full_decoding is set, else by the fixed ones.
+kx_bool16 header_read_section(const char16_t *file_name, kxIfcHeader **header, bool full_decoding = false);
 
 }  // namespace kx

@@ -10,6 +10,7 @@
 #include "support/files.h"
 #include "support/memory.h"
 #include "support/steplexer.h"
+#include "support/steptext.h"
 #include "support/valuearray.h"
 #include "support/wstring.h"
 
@@ -45,12 +46,13 @@ constexpr uint32_t kHeaderReadBufferLength = 0x100000;
 // a list holds.
 class TextBuilder {
 public:
+    explicit TextBuilder(bool lossless = false) : lossless_(lossless) {}
     void append(const char16_t *text) {
         for (; *text != u'\0'; text++) units_.push_back(*text);
     }
     // The item STEP-encoded.
     void append_encoded(const char16_t *text) {
-        WideString encoded = kxIfcWriteData_encode_string(text);
+        WideString encoded = encode(text, lossless_);
         append(encoded);
         wstr_destroy(&encoded);
     }
@@ -60,7 +62,16 @@ public:
         return text;
     }
 
+    // A new string: the text STEP-encoded by the fixed or the lossless rules.
+    static WideString encode(const char16_t *text, bool lossless) {
+        if (!lossless) return kxIfcWriteData_encode_string(text);
+        WideString encoded = static_cast<WideString>(mem_alloc((step_encoded_bound(wstr_length(text)) + 1) * sizeof(char16_t)));
+        encoded[step_encode_string(text, encoded)] = u'\0';
+        return encoded;
+    }
+
 private:
+    bool lossless_;
     std::vector<char16_t, TrackedAllocator<char16_t>> units_;
 };
 
@@ -69,10 +80,10 @@ uint32_t list_count(const WStrArray *list) { return list != nullptr ? wstrarray_
 const char16_t *or_empty(const char16_t *text) { return text != nullptr ? text : u""; }
 
 // "('a', 'b')", each item encoded; "('')" for an empty (or absent) list.
-WideString list_text(const WStrArray *list) {
+WideString list_text(const WStrArray *list, bool lossless) {
     const uint32_t count = list_count(list);
     if (count == 0) return wstr_copy(u"('')");
-    TextBuilder text;
+    TextBuilder text(lossless);
     text.append(u"(");
     for (uint32_t i = 0; i < count; i++) {
         if (i > 0) text.append(u", ");
@@ -86,9 +97,9 @@ WideString list_text(const WStrArray *list) {
 
 // One quoted string holding every item encoded, joined by ";" ("'a;b'");
 // "''" when there is none.
-WideString authorization_text(const WStrArray *list) {
+WideString authorization_text(const WStrArray *list, bool lossless) {
     const uint32_t count = list_count(list);
-    TextBuilder text;
+    TextBuilder text(lossless);
     text.append(u"'");
     for (uint32_t i = 0; i < count; i++) {
         if (i > 0) text.append(u";");
@@ -156,9 +167,10 @@ void section_contents_destroy(SectionContents *section_contents) {
 
 bool expect(StepLexer *lexer, StepToken kind) { return steplexer_token_is_and_read(lexer, kind) == CIERTO; }
 
-// The current literal, decoded, as a new string; then advances.
+// The current literal as a new string, its escapes still in (they are
+// decoded once the whole section is read); then advances.
 WideString take_literal(StepLexer *lexer) {
-    WideString value = kxIfcWriteData_decode_string(steplexer_literal(lexer));
+    WideString value = wstr_copy(steplexer_literal(lexer));
     steplexer_read_token(lexer);
     return value;
 }
@@ -287,6 +299,29 @@ bool read_section(StepLexer *lexer, SectionContents *section_contents) {
 }
 
 // Without FILE_DESCRIPTION there is no level, and nothing to refuse.
+// Decodes the escapes of every string read, by the full or the fixed rules.
+void decode_section(SectionContents *section_contents, bool full_decoding) {
+    auto decode = [full_decoding](WideString *text) {
+        if (*text == nullptr) return;
+        WideString decoded = full_decoding ? step_decode_string(*text, wstr_length(*text), nullptr)
+                                           : kxIfcWriteData_decode_string(*text);
+        wstr_destroy(text);
+        *text = decoded;
+    };
+    for (WStrArray *list : {section_contents->description_data, section_contents->author_data,
+                            section_contents->organization_data, section_contents->authorization_data}) {
+        for (uint32_t i = 0; i < list_count(list); i++) {
+            WideString item = wstrarray_get_copy(list, i);
+            decode(&item);
+            wstrarray_set_take(list, i, &item);
+        }
+    }
+    for (WideString *text : {&section_contents->implementation_level, &section_contents->file_name,
+                             &section_contents->time_stamp, &section_contents->preprocessor_version,
+                             &section_contents->originating_system, &section_contents->file_schema})
+        decode(text);
+}
+
 bool implementation_level_accepted(const char16_t *implementation_level) {
     if (std::getenv(kEnvIgnoreErrors) != nullptr) return true;
     if (implementation_level == nullptr) return true;
@@ -350,7 +385,8 @@ void header_write_section(kxIfcHeader *header, const char16_t *file_name_written
 
     kxIfcWriteData_write_line(output, u"HEADER");
 
-    WideString description = list_text(header->description_data);
+    const bool lossless = kxIfcWriteData_is_lossless(output);
+    WideString description = list_text(header->description_data, lossless);
     WideString line = wstr_format(u"FILE_DESCRIPTION(%s, '2;1')", description);
     kxIfcWriteData_write_line(output, line);
     wstr_destroy(&line);
@@ -363,11 +399,11 @@ void header_write_section(kxIfcHeader *header, const char16_t *file_name_written
 
     const char16_t *name = header->file_name;
     if (name == nullptr || wstr_is_blank(name)) name = or_empty(file_name_written);
-    WideString encoded_name = kxIfcWriteData_encode_string(name);
-    WideString authors = list_text(header->author_data);
-    WideString organizations = list_text(header->organization_data);
-    WideString originating_system = kxIfcWriteData_encode_string(or_empty(header->originating_system));
-    WideString authorization = authorization_text(header->authorization_data);
+    WideString encoded_name = TextBuilder::encode(name, lossless);
+    WideString authors = list_text(header->author_data, lossless);
+    WideString organizations = list_text(header->organization_data, lossless);
+    WideString originating_system = TextBuilder::encode(or_empty(header->originating_system), lossless);
+    WideString authorization = authorization_text(header->authorization_data, lossless);
     line = wstr_format(u"FILE_NAME('%s', '%s', %s, %s, '%s', '%s', %s)", encoded_name, header->time_stamp,
                        authors, organizations, kPreprocessorVersion, originating_system, authorization);
     kxIfcWriteData_write_line(output, line);
@@ -382,7 +418,7 @@ void header_write_section(kxIfcHeader *header, const char16_t *file_name_written
     kxIfcWriteData_write_line(output, u"ENDSEC");
 }
 
-kx_bool16 header_read_section(const char16_t *file_name, kxIfcHeader **header) {
+kx_bool16 header_read_section(const char16_t *file_name, kxIfcHeader **header, bool full_decoding) {
     kx_assert_not_null(header);
     if (header == nullptr) return FALSO;
     *header = nullptr;
@@ -394,6 +430,7 @@ kx_bool16 header_read_section(const char16_t *file_name, kxIfcHeader **header) {
     SectionContents section_contents{};
     bool read = read_section(lexer, &section_contents);
     steplexer_destroy(&lexer);
+    decode_section(&section_contents, full_decoding);
     if (read && !implementation_level_accepted(section_contents.implementation_level)) read = false;
     if (read) {
         *header = header_new(&section_contents.description_data, &section_contents.file_name,

@@ -11,7 +11,7 @@
 #include "schema/select.h"
 #include "step/readreport.h"
 #include "step/scanner.h"
-#include "step/steptext.h"
+#include "support/steptext.h"
 #include "support/memory.h"
 #include "support/wstring.h"
 

@@ -6,6 +6,7 @@
 // References are resolved through an index from file id to instance; a line
 // that refers forward is kept and initialised once every instance exists
 // (or, in the two-pass read, a first pass creates every instance).
+#include <errno.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -33,7 +34,7 @@
 #include "step/parseparlist.h"
 #include "step/readreport.h"
 #include "step/scanner.h"
-#include "step/steptext.h"
+#include "support/steptext.h"
 #include "step/writedata.h"
 #include "support/assert.h"
 #include "support/memory.h"
@@ -118,38 +119,70 @@ constexpr uint64_t kSinglePassLimit = 104857600;  // bytes; longer files are rea
 
 enum ParseMode : uint32_t { CREATE_ONLY = 0, PARSE_CREATED = 1, SINGLE_PASS = 2, SINGLE_PASS_SELECTED = 3 };
 
-// A read-only mapping of a whole file.
-class MappedFile {
+// The text of a whole file, read into memory of its own (not mapped from
+// the file, so another process cutting the file short while it is read
+// makes the read fail instead of faulting). Pages the scanner has left
+// behind go back to the system as the read goes on.
+class FileText {
 public:
-    explicit MappedFile(const char16_t *path) {
+    explicit FileText(const char16_t *path) {
         char *name = wstr_to_utf8(path);
-        descriptor_ = name != nullptr ? ::open(name, O_RDONLY | O_CLOEXEC) : -1;
+        descriptor_ = name != nullptr ? ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
         mem_free(name);
         struct stat info;
-        if (descriptor_ < 0 || ::fstat(descriptor_, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0)
-            return;
-        size_ = static_cast<size_t>(info.st_size);
-        void *data = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, descriptor_, 0);
-        if (data == MAP_FAILED) {
-            size_ = 0;
-            return;
+        if (descriptor_ < 0 || ::fstat(descriptor_, &info) != 0) {
+            problem_ = "the file cannot be opened";
+        } else if (!S_ISREG(info.st_mode)) {
+            problem_ = "not a regular file";
+        } else if (info.st_size <= 0) {
+            problem_ = "the file is empty";
+        } else {
+            size_ = static_cast<size_t>(info.st_size);
+            void *data = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            data_ = data != MAP_FAILED ? static_cast<char *>(data) : nullptr;
+            if (data_ == nullptr) problem_ = "no memory for the file's text";
+            else load();
         }
-        ::madvise(data, size_, MADV_SEQUENTIAL);
-        data_ = static_cast<const char *>(data);
     }
-    ~MappedFile() {
-        if (data_ != nullptr) ::munmap(const_cast<char *>(data_), size_);
+    ~FileText() {
+        if (data_ != nullptr) ::munmap(data_, size_);
         if (descriptor_ >= 0) ::close(descriptor_);
     }
-    MappedFile(const MappedFile &) = delete;
-    MappedFile &operator=(const MappedFile &) = delete;
+    FileText(const FileText &) = delete;
+    FileText &operator=(const FileText &) = delete;
+
+    // Reads the whole file (again, for a second pass); false when it could
+    // not be read whole, for instance because it was cut short meanwhile.
+    bool load() {
+        size_t done = 0;
+        while (done < size_) {
+            const ssize_t got = ::pread(descriptor_, data_ + done, size_ - done, static_cast<off_t>(done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) {
+                problem_ = "the file changed while it was read";
+                return false;
+            }
+            done += static_cast<size_t>(got);
+        }
+        return true;
+    }
+    // Gives the whole pages of [from, to) back; they read as zeros after.
+    void release(const char *from, const char *to) const {
+        const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+        const uintptr_t first = (reinterpret_cast<uintptr_t>(from) + page - 1) & ~(page - 1);
+        const uintptr_t last = reinterpret_cast<uintptr_t>(to) & ~(page - 1);
+        if (last > first) ::madvise(reinterpret_cast<void *>(first), last - first, MADV_DONTNEED);
+    }
+    bool ok() const { return problem_ == nullptr; }
+    const char *problem() const { return problem_; }
     const char *data() const { return data_; }
     size_t size() const { return size_; }
 
 private:
     int descriptor_ = -1;
-    const char *data_ = nullptr;
+    char *data_ = nullptr;
     size_t size_ = 0;
+    const char *problem_ = nullptr;
 };
 
 // Upper-case entity names of one release -> class: an open-addressing hash
@@ -195,10 +228,17 @@ private:
     TrackedVector<Entry> entries_;
 };
 
+// A line that referred forward, read once every instance exists: a copy of
+// its text from the start of its first physical line (the file's own text
+// is given back as the read goes on), and where it stood.
 struct DeferredLine {
     kxBaseObject *instance;
-    const char *parameters;  // the line's first "("
-    uint32_t line;
+    size_t text_offset;        // in the parser's deferred text
+    size_t text_length;
+    size_t parameters_offset;  // of the line's first "(", from the copy's start
+    uint32_t parameters_line;
+    uint32_t id_line;
+    uint32_t id_column;
 };
 
 // A problem of one parameter, found while collecting it, reported once the
@@ -226,6 +266,8 @@ struct Parser {
     kxParseParList *parameters = nullptr;
     FastReader fast;
     TrackedVector<DeferredLine> deferred;
+    TrackedVector<char> deferred_text;
+    const FileText *file = nullptr;
     TrackedVector<ParameterProblem> parameter_problems;  // of the line being read
     // Lines the first of two passes created no instance for, so the second
     // pass never reads them into the instance of another line with their id.
@@ -613,6 +655,16 @@ kxBaseObject *created_line_instance(Parser *parser, const Token &id_token) {
     return parser->ids.find(id_token.id);
 }
 
+void defer_line(Parser *parser, kxBaseObject *instance, const Token &id_token, const char *parameters,
+                uint32_t parameters_line, const char *end) {
+    const char *start = id_token.text - (id_token.column - 1);  // the id's physical line
+    TrackedVector<char> &text = parser->deferred_text;
+    parser->deferred.push_back({instance, text.size(), static_cast<size_t>(end - start),
+                                static_cast<size_t>(parameters - start), parameters_line, id_token.line,
+                                id_token.column});
+    text.insert(text.end(), start, end);
+}
+
 // One instance line, after its "#id". False on a syntax error.
 bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, ParseMode mode) {
     if (!expect(parser, scanner, TOKEN_EQUAL)) return false;
@@ -654,23 +706,20 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
     bool unresolved = false;
     if (!collect_parameters(parser, scanner, &unresolved) || !expect(parser, scanner, TOKEN_DOTCOMA)) return false;
     if (unresolved && mode != PARSE_CREATED)
-        parser->deferred.push_back({instance, parameters_start, parameters_line});
+        defer_line(parser, instance, id_token, parameters_start, parameters_line, scanner->cursor);
     else
         initialise(parser, instance, id_token);
     return true;
 }
 
-// Gives the pages of the mapped file that the scanner has left well behind
+// Gives the pages of the file's text that the scanner has left well behind
 // back to the system, so a large file does not stay resident while its
-// model grows. (A line read again later faults its pages back in.)
-void release_read_pages(Scanner *scanner, const char **released) {
+// model grows. Called between lines: nothing before the scanner is read again.
+void release_read_pages(const FileText *file, const Scanner *scanner, const char **released) {
     constexpr size_t kStep = 32u << 20;
-    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     if (scanner->cursor - *released < static_cast<ptrdiff_t>(2 * kStep)) return;
-    const uintptr_t from = reinterpret_cast<uintptr_t>(*released) & ~(page - 1);
-    const uintptr_t to = (reinterpret_cast<uintptr_t>(scanner->cursor) - kStep) & ~(page - 1);
-    if (to > from) ::madvise(reinterpret_cast<void *>(from), to - from, MADV_DONTNEED);
-    *released = reinterpret_cast<const char *>(to);
+    file->release(*released, scanner->cursor - kStep);
+    *released = scanner->cursor - kStep;
 }
 
 // Reads the data section from the scanner's position (just after "DATA;")
@@ -678,7 +727,7 @@ void release_read_pages(Scanner *scanner, const char **released) {
 bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
     const char *released = scanner->begin;
     for (;;) {
-        release_read_pages(scanner, &released);
+        release_read_pages(parser->file, scanner, &released);
         const Token token = scanner_next(scanner);
         if (token.kind == TOKEN_ENDSECTION) return expect(parser, scanner, TOKEN_DOTCOMA);
         if (token.kind != TOKEN_ENTITY_ID) return fail_syntax(parser, token, TOKEN_ENTITY_ID);
@@ -686,25 +735,30 @@ bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
     }
 }
 
-// The "#id" token of the line whose parameters start at `parameters`.
-Token line_id_token(Scanner *scanner, const kxBaseObject *instance, const char *parameters, uint32_t line) {
-    Token token{TOKEN_ENTITY_ID, parameters, 0, line, 0, instance->output_file_id, 0, 0.0};
-    scanner_seek(scanner, parameters, line);
-    token.column = static_cast<uint32_t>(parameters - scanner->line_start) + 1;
-    return token;
-}
-
 // Lines that referred forward, once every instance exists.
-void parse_deferred_lines(Parser *parser, Scanner *scanner) {
+void parse_deferred_lines(Parser *parser) {
     for (const DeferredLine &line : parser->deferred) {
-        const Token id_token = line_id_token(scanner, line.instance, line.parameters, line.line);
+        const char *text = parser->deferred_text.data() + line.text_offset;
+        Scanner scanner;
+        scanner_init(&scanner, text, line.text_length);
+        scanner_seek(&scanner, text + line.parameters_offset, line.parameters_line);
+        const Token id_token{TOKEN_ENTITY_ID, text, 0, line.id_line, line.id_column,
+                             line.instance->output_file_id, 0, 0.0};
         bool unresolved = false;
-        if (collect_parameters(parser, scanner, &unresolved))
+        if (collect_parameters(parser, &scanner, &unresolved))
             initialise(parser, line.instance, id_token);
         else
             parser->with_errors = true;
     }
     parser->deferred.clear();
+    parser->deferred_text.clear();
+}
+
+void report_unreadable(kxReadReport *report, std::string message) {
+    ReadProblem problem;
+    problem.code = KX_READ_UNREADABLE_FILE;
+    problem.message = std::move(message);
+    report_add(report, std::move(problem));
 }
 
 // Positions the scanner just after the "DATA;" that follows the header.
@@ -717,14 +771,18 @@ bool seek_data_section(Parser *parser, Scanner *scanner) {
 }
 
 // The file's text without a UTF-8 byte-order mark.
-void scanner_over_file(Scanner *scanner, const MappedFile &file) {
+void scanner_over_file(Scanner *scanner, const FileText &file) {
     const char *text = file.data();
     size_t size = file.size();
     if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) text += 3, size -= 3;
     scanner_init(scanner, text, size);
 }
 
-bool run_pass(Parser *parser, const MappedFile &file, ParseMode mode) {
+bool run_pass(Parser *parser, FileText &file, ParseMode mode) {
+    if (mode == PARSE_CREATED && !file.load()) {
+        report_unreadable(parser->report, file.problem());
+        return false;
+    }
     Scanner scanner;
     scanner_over_file(&scanner, file);
     if (!seek_data_section(parser, &scanner) || !parse_data_section(parser, &scanner, mode)) return false;
@@ -746,7 +804,7 @@ bool run_pass(Parser *parser, const MappedFile &file, ParseMode mode) {
     }
     if (mode == SINGLE_PASS || mode == SINGLE_PASS_SELECTED) {
         kxParseParList_set_allow_unresolved(parser->parameters, mode == SINGLE_PASS_SELECTED ? CIERTO : FALSO);
-        parse_deferred_lines(parser, &scanner);
+        parse_deferred_lines(parser);
     }
     // References to instances that were not read are expected when only some
     // classes are read; otherwise they are errors of the file.
@@ -761,13 +819,6 @@ void release_all(PtrArray **objects) {
     for (uint32_t i = 0; i < ptrarray_count(*objects); i++)
         baseobject_detach_references(static_cast<kxBaseObject *>((*objects)->items[i]));
     ptrarray_destroy(objects, callback_cast<DestroyFn>(&baseobject_release));
-}
-
-void report_unreadable(kxReadReport *report, std::string message) {
-    ReadProblem problem;
-    problem.code = KX_READ_UNREADABLE_FILE;
-    problem.message = std::move(message);
-    report_add(report, std::move(problem));
 }
 
 // The release a header names; a name that is not exactly IFC2X3 or IFC4 but
@@ -795,7 +846,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
                            kxTextMode text_mode, kxReadReport *report, bool *with_errors) {
     *with_errors = false;
     kxIfcHeader *header = nullptr;
-    if (path == nullptr || !header_read_section(path, &header)) {
+    if (path == nullptr || !header_read_section(path, &header, text_mode == KX_TEXT_MODE_LOSSLESS)) {
         report_unreadable(report, path == nullptr ? "no file name" : "the file is missing, unreadable or has no valid HEADER section");
         return nullptr;
     }
@@ -804,13 +855,14 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
         header_destroy(&header);
         return nullptr;
     }
-    MappedFile file(path);
-    if (file.data() == nullptr) {
-        report_unreadable(report, "the file cannot be mapped (empty, or not a regular file)");
+    FileText file(path);
+    if (!file.ok()) {
+        report_unreadable(report, file.problem());
         header_destroy(&header);
         return nullptr;
     }
     Parser parser(version, selection, report, text_mode == KX_TEXT_MODE_LOSSLESS);
+    parser.file = &file;
     parser.objects = ptrarray_create_with_capacity(0, 0x10000);
     parser.value_objects = ptrarray_create(0);
     parser.object_tables = objtables_new();

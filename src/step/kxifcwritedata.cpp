@@ -8,7 +8,7 @@
 #include "support/assert.h"
 #include "support/memory.h"
 #include "support/numbers.h"
-#include "step/steptext.h"
+#include "support/steptext.h"
 #include "support/wstring.h"
 
 // Layout of the writer state.

@@ -1,5 +1,5 @@
 #define KX_UNIT "kxsteptext"
-#include "step/steptext.h"
+#include "support/steptext.h"
 
 #include <charconv>
 #include <cmath>
