@@ -9,6 +9,7 @@
 #include <string>
 
 #include "kxifcmodel.h"
+#include "record_helpers.h"
 #include "step/scanner.h"
 #include "support/steptext.h"
 #include "support/wstring.h"
@@ -42,6 +43,17 @@ TEST_F(LosslessTextTest, RealsAreTheShortestExactStepText) {
         {-2.5e-7, "-2.5E-07"}, {DBL_MAX, "1.7976931348623157E+308"}, {4.9406564584124654e-324, "5.E-324"},
     };
     for (const auto &c : cases) EXPECT_EQ(shortest(c.value), c.text) << c.value;
+    // No STEP real stands for an infinity or a NaN: in either form they are
+    // written unset.
+    for (bool lossless : {false, true}) {
+        const std::string line = kxtest::written_text([lossless](kxIfcWriteData *output) {
+            kxIfcWriteData_set_lossless(output, lossless);
+            kxIfcWriteData_begin_parameters(output);
+            for (double value : {HUGE_VAL, -HUGE_VAL, std::nan("")}) kxIfcWriteData_write_real(output, value);
+            kxIfcWriteData_write_entity_line(output, u"IfcCartesianPoint", 1, nullptr);
+        });
+        EXPECT_EQ(line, "#1= IFCCARTESIANPOINT($,$,$);\n");
+    }
     // Random bit patterns of every magnitude, subnormals included.
     std::mt19937_64 random(7);
     for (int i = 0; i < 200000; i++) {

@@ -81,6 +81,19 @@ TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
     kxReadReport_free(&report);
 }
 
+// A UTF-8 byte-order mark before the file is passed over.
+TEST_F(ReadReportTest, AByteOrderMarkIsAccepted) {
+    const std::string plain = kxtest::read_file(file("#1= IFCCARTESIANPOINT((0.,0.));\n"));
+    const std::string path = directory_.write("bom.ifc", std::string("\xEF\xBB\xBF").append(plain));
+    kxReadReport *report = kxReadReport_new(0);
+    kxIfcModel *model = read(path, 1, report);
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(kxIfcModel_count_objects(model), 1u);
+    EXPECT_EQ(kxReadReport_total(report, 0), 0u);
+    kxIfcModel_free(&model);
+    kxReadReport_free(&report);
+}
+
 TEST_F(ReadReportTest, TheReportIsBoundedButCountsEverything) {
     std::string data;
     for (int i = 1; i <= 1000; i++) data.append("#").append(std::to_string(i)).append("= IFCUNKNOWN();\n");
