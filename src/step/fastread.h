@@ -46,7 +46,8 @@ struct FastReader {
     void *create_context = nullptr;
     bool lossless = false;
     kxReadReport *report = nullptr;
-    uint32_t given_attributes = 0;               // of the last line read
+    bool count_differs = false;                  // the last line had too few or too many values,
+    uint32_t given_attributes = 0;               // this many
 
     TrackedVector<uint8_t> class_is_direct;      // by class id
     TrackedVector<ForwardReference> forward;

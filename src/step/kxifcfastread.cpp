@@ -144,8 +144,7 @@ public:
         if (scanner_next(scanner_).kind != TOKEN_BEGIN_PAR) return false;
         Token token = scanner_next(scanner_);
         for (uint32_t i = 0; i < release->num_attrs; i++) {
-            reader_->given_attributes = i;
-            if (token.kind == TOKEN_END_PAR) return true;
+            if (token.kind == TOKEN_END_PAR) return counted(i);
             if (i > 0) {
                 if (token.kind != TOKEN_COMMA) return false;
                 token = scanner_next(scanner_);
@@ -157,25 +156,31 @@ public:
                 return false;
             token = scanner_next(scanner_);
         }
-        reader_->given_attributes = release->num_attrs;
-        return token.kind == TOKEN_END_PAR || (token.kind == TOKEN_COMMA && skip_extra_values());
+        return token.kind == TOKEN_END_PAR || (token.kind == TOKEN_COMMA && skip_extra_values(release->num_attrs));
     }
 
 private:
+    // A line with another number of values than attributes: noted.
+    bool counted(uint32_t given) {
+        reader_->count_differs = true;
+        reader_->given_attributes = given;
+        return true;
+    }
+
     // Counts and passes over the values after the last attribute, up to the
     // line's ")".
-    bool skip_extra_values() {
+    bool skip_extra_values(uint32_t given) {
         uint32_t depth = 0;
-        reader_->given_attributes++;
+        given++;
         for (;;) {
             const Token token = scanner_next(scanner_);
             if (token.kind == TOKEN_BEGIN_PAR) {
                 depth++;
             } else if (token.kind == TOKEN_END_PAR) {
-                if (depth == 0) return true;
+                if (depth == 0) return counted(given);
                 depth--;
             } else if (token.kind == TOKEN_COMMA) {
-                if (depth == 0) reader_->given_attributes++;
+                if (depth == 0) given++;
             } else if (token.kind == TOKEN_END || token.kind == TOKEN_DOTCOMA) {
                 return false;
             }
@@ -228,6 +233,7 @@ private:
         case SLOT_STRING: {
             if (token.kind != TOKEN_STRING) return false;
             StringIssue issue;
+            issue.warnings_wanted = reader_->report != nullptr;
             char16_t *value = step_string_value(token.text, token.length, reader_->lossless, &issue);
             if (issue.count > 0) {
                 wstr_destroy(&value);
@@ -423,6 +429,7 @@ void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t versio
 }
 
 bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance) {
+    reader->count_differs = false;
     const size_t forward_before = reader->forward.size();
     LineReader line(reader, scanner, instance);
     if (line.read_parameters()) {

@@ -44,22 +44,21 @@ namespace kx {
 
 namespace {
 
+void note_issue(StringIssue *issue, kxReadCode code, size_t offset) {
+    if (issue != nullptr && issue->count++ == 0) {
+        issue->code = code;
+        issue->offset = static_cast<uint32_t>(offset);
+    }
+}
+
 // The token text as UTF-16: UTF-8 when the bytes are valid UTF-8, one byte
 // per character otherwise. NUL bytes are left out (and noted).
-char16_t *string_units(const char *text, size_t length, StringIssue *issue) {
-    bool ascii = true, has_nul = false;
-    for (size_t i = 0; i < length; i++) {
-        if (static_cast<unsigned char>(text[i]) >= 0x80) ascii = false;
-        if (text[i] == 0) has_nul = true;
-    }
+char16_t *string_units(const char *text, size_t length, bool ascii, bool has_nul, StringIssue *issue) {
     TrackedVector<char> kept;
     if (has_nul) {
+        note_issue(issue, KX_READ_NUL_IN_STRING, std::find(text, text + length, 0) - text);
         for (size_t i = 0; i < length; i++)
             if (text[i] != 0) kept.push_back(text[i]);
-        if (issue != nullptr && issue->count++ == 0) {
-            issue->code = KX_READ_NUL_IN_STRING;
-            issue->offset = static_cast<uint32_t>(std::find(text, text + length, 0) - text);
-        }
         text = kept.data();
         length = kept.size();
     }
@@ -84,20 +83,33 @@ char16_t *string_units(const char *text, size_t length, StringIssue *issue) {
     return value;
 }
 
+// Whether the fixed rules decode a NUL somewhere ("\X\00", or a one-unit
+// "\X2\0000\X0\" group), which cuts their result short.
+bool fixed_rules_decode_nul(const char16_t *units) {
+    for (const char16_t *c = units; *c != 0; c++) {
+        if (c[0] != u'\\' || (c[1] | 0x20) != u'x') continue;
+        if (c[2] == u'\\' && c[3] == u'0' && c[4] == u'0') return true;
+        if (c[2] == u'2' && c[3] == u'\\' && c[4] == u'0' && c[5] == u'0' && c[6] == u'0' && c[7] == u'0' &&
+            c[8] == u'\\')
+            return true;
+    }
+    return false;
+}
+
 // The fixed text rules decode only some escapes and keep the rest
-// literally; notes what the full rules would have read otherwise (and a
-// NUL the fixed rules cut the string at).
+// literally. Notes a NUL they cut the string at and, when warnings are
+// wanted, what the full rules would have read otherwise.
 char16_t *decode_fixed(const char16_t *units, StringIssue *issue) {
     char16_t *decoded = kxIfcWriteData_decode_string(units);
     if (issue == nullptr) return decoded;
+    if (!issue->warnings_wanted) {
+        if (fixed_rules_decode_nul(units)) note_issue(issue, KX_READ_NUL_IN_STRING, 0);
+        return decoded;
+    }
     StringIssue full_issue;
     char16_t *full = step_decode_string(units, wstr_length(units), &full_issue);
-    if (full_issue.count > 0 || wstr_compare(full, decoded) != 0) {
-        if (issue->count++ == 0) {
-            issue->code = full_issue.count > 0 ? full_issue.code : KX_READ_MALFORMED_ESCAPE;
-            issue->offset = full_issue.offset;
-        }
-    }
+    if (full_issue.count > 0 || wstr_compare(full, decoded) != 0)
+        note_issue(issue, full_issue.count > 0 ? full_issue.code : KX_READ_MALFORMED_ESCAPE, full_issue.offset);
     wstr_destroy(&full);
     return decoded;
 }
@@ -105,8 +117,12 @@ char16_t *decode_fixed(const char16_t *units, StringIssue *issue) {
 }  // namespace
 
 char16_t *step_string_value(const char *text, size_t length, bool lossless, StringIssue *issue) {
+    unsigned char high_bits = 0;
+    for (size_t i = 0; i < length; i++) high_bits |= static_cast<unsigned char>(text[i]);
+    const bool ascii = high_bits < 0x80;
+    const bool has_nul = std::memchr(text, 0, length) != nullptr;
     const bool has_escapes = std::memchr(text, '\\', length) != nullptr || std::memchr(text, '\'', length) != nullptr;
-    char16_t *units = string_units(text, length, issue);
+    char16_t *units = string_units(text, length, ascii, has_nul, issue);
     if (!has_escapes) return units;
     char16_t *decoded = lossless ? step_decode_string(units, wstr_length(units), issue) : decode_fixed(units, issue);
     wstr_destroy(&units);
@@ -140,8 +156,12 @@ public:
             size_ = static_cast<size_t>(info.st_size);
             void *data = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
             data_ = data != MAP_FAILED ? static_cast<char *>(data) : nullptr;
-            if (data_ == nullptr) problem_ = "no memory for the file's text";
-            else load();
+            if (data_ == nullptr) {
+                problem_ = "no memory for the file's text";
+            } else {
+                ::madvise(data_, size_, MADV_HUGEPAGE);  // far fewer page faults while it fills
+                load();
+            }
         }
     }
     ~FileText() {
@@ -388,6 +408,7 @@ void append_number(Parser *parser, const Token &token) {
 
 void append_string(Parser *parser, const Token &token) {
     StringIssue issue;
+    issue.warnings_wanted = parser->report != nullptr;
     char16_t *text = step_string_value(token.text, token.length, parser->lossless, &issue);
     kxParseParList_append(parser->parameters, kxParserParam_string(&text, token.line, token.column));
     if (issue.count > 0) note_parameter_problem(parser, issue.code);
@@ -698,7 +719,8 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
 
     if (fastread_class_is_direct(parser->fast, instance->object_class)) {
         if (fastread_line(&parser->fast, scanner, instance)) {
-            report_attribute_count(parser, instance, id_token, parser->fast.given_attributes);
+            if (parser->fast.count_differs)
+                report_attribute_count(parser, instance, id_token, parser->fast.given_attributes);
             return expect(parser, scanner, TOKEN_DOTCOMA);
         }
         scanner_seek(scanner, parameters_start, parameters_line);  // read it again, reporting what is wrong

@@ -15,6 +15,7 @@ struct StringIssue {
     kxReadCode code = 0;      // KX_READ_MALFORMED_ESCAPE or KX_READ_NUL_IN_STRING
     uint32_t offset = 0;      // code units into the string's text
     uint32_t count = 0;
+    bool warnings_wanted = true;  // else only what loses data is looked for
 };
 
 // Decodes the text between a string's quotes ('' still doubled): "\\",
