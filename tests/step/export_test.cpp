@@ -114,7 +114,7 @@ TEST_F(ExportTest, LinesFollowTheModelOrderAndReferencesMayPointForward) {
     char exponent[16];
     std::snprintf(exponent, sizeof exponent, "%.10G", 1e-5);  // the runtime's exponent width
     std::string small = exponent;
-    small.insert(small.find('E'), ".");
+    small.insert(small.find('E'), 1, '.');
     EXPECT_EQ(text.substr(data),
               "DATA;\n"
               "#1= IFCLOCALPLACEMENT($,#3);\n"

@@ -98,7 +98,7 @@ std::string printf_reference(double value, int precision) {
     const size_t exponent = result.find('E');
     if (point != std::string::npos && (exponent == std::string::npos || point < exponent))
         return result;
-    if (exponent != std::string::npos) return result.insert(exponent, ".");
+    if (exponent != std::string::npos) return result.insert(exponent, 1, '.');
     return result + ".";
 }
 
