@@ -384,21 +384,14 @@ int run_copy(int argc, char **argv) {
         std::fprintf(stderr, "kxifc copy: \"%s\" holds data that does not fit its schema; copying what was read"
                      " (kxifc check lists it)\n", input);
 
-    // The export reports nothing: it has worked when the file is there and
-    // is not the one that was there before.
-    std::error_code ignored;
-    const bool existed = std::filesystem::exists(written, ignored);
-    const auto old_time = existed ? std::filesystem::last_write_time(written, ignored)
-                                  : std::filesystem::file_time_type::min();
     kxWChar *file_name = kxWideString_new_from_utf8(base_name.c_str());
     kxWChar *folder = kxWideString_new_from_utf8(directory.string().c_str());
-    kxIfcModel_export_model_to_file(read.get(), file_name, folder);
+    const kxExportStatus status = kxIfcModel_export_with_status(read.get(), file_name, folder);
     kxWideString_free(&file_name);
     kxWideString_free(&folder);
-    std::error_code time_error;
-    const auto new_time = std::filesystem::last_write_time(written, time_error);
-    if (time_error || (existed && new_time == old_time)) {
-        std::fprintf(stderr, "kxifc copy: could not write \"%s\"\n", written.string().c_str());
+    if (status != KX_EXPORT_OK) {
+        std::fprintf(stderr, "kxifc copy: could not write \"%s\": %s\n", written.string().c_str(),
+                     kxExportStatus_message(status));
         return kExitFailure;
     }
     std::printf("copied %s (%s, %u instances) to %s\n", input,

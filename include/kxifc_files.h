@@ -1,6 +1,7 @@
 /*
  * kxifc_files.h: faithful reading and writing of exchange files: the
- * lossless text mode and read reports. Compiles as C11 and as C++.
+ * lossless text mode, read reports and the status of an export. Compiles as
+ * C11 and as C++.
  *
  * These extend kxIfcModel_read_from_step_file and
  * kxIfcModel_export_model_to_file, whose behaviour stays as it is: a model
@@ -108,6 +109,27 @@ KX_API const char *kxReadSeverity_name(kxReadSeverity severity);
 KX_API kxIfcModel *kxIfcModel_read_with_report(const kxWChar *file_name, uint32_t read_mode,
                                                kxTextMode text_mode, kxReadReport *report,
                                                kxBool *readed_with_errors);
+
+/* ---- Export status ------------------------------------------------------ */
+
+/* How an export ended. Whatever fails, an existing file of the final name is
+ * left as it was and no temporary file stays behind. */
+typedef int32_t kxExportStatus;
+#define KX_EXPORT_OK 0
+#define KX_EXPORT_BAD_NAME 1         /* empty, ".", "..", or holding a '/' */
+#define KX_EXPORT_CANNOT_CREATE 2    /* the temporary file could not be made */
+#define KX_EXPORT_WRITE_FAILED 3     /* writing stopped: disk full, size limit */
+#define KX_EXPORT_CANNOT_REPLACE 4   /* the target is a directory, or the rename failed */
+#define KX_EXPORT_NO_MODEL 5         /* a NULL model or name */
+
+/* kxIfcModel_export_model_to_file, telling how it ended. */
+KX_API kxExportStatus kxIfcModel_export_with_status(kxIfcModel *ifc_model, const kxWChar *file_name,
+                                                    const kxWChar *directory);
+/* How the model's last export (by either function) ended; KX_EXPORT_OK
+ * before the first. */
+KX_API kxExportStatus kxIfcModel_last_export_status(const kxIfcModel *ifc_model);
+/* A sentence for a status ("the disk is full or a size limit was reached"...). */
+KX_API const char *kxExportStatus_message(kxExportStatus status);
 
 KX_EXTERN_C_END
 

@@ -19,6 +19,7 @@ struct kxIfcModel {
     kx::PtrArray *object_tables;  // kxIfcObjTable_t per unique class id
     kxIfcModelMngr_t *model_manager;
     int32_t text_mode;            // kxTextMode of its exports
+    int32_t last_export_status;   // kxExportStatus
 };
 
 namespace kx {

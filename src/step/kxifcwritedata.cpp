@@ -87,6 +87,7 @@ struct kxIfcWriteData {
     ByteBuffer line;
     FILE *output;
     bool lossless;  // shortest exact reals, strings by the full escape rules
+    bool failed;    // some output could not be written
 };
 
 namespace {
@@ -383,8 +384,9 @@ inline bool is_x(char16_t c) { return c == u'X' || c == u'x'; }
 
 // Prints the buffer as it stands to the output.
 void print_bytes(kxIfcWriteData *write_data, const char *bytes, size_t length) {
-    if (write_data->output != nullptr && length > 0)
-        std::fwrite(bytes, 1, length, write_data->output);
+    if (write_data->output != nullptr && length > 0 &&
+        std::fwrite(bytes, 1, length, write_data->output) != length)
+        write_data->failed = true;
 }
 
 }  // namespace
@@ -693,6 +695,10 @@ char16_t *kxIfcWriteData_encode_string(const char16_t *text) {
 void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless) {
     kx_assert_not_null(write_data);
     if (write_data != nullptr) write_data->lossless = lossless;
+}
+
+bool kxIfcWriteData_failed(const kxIfcWriteData *write_data) {
+    return write_data == nullptr || write_data->failed;
 }
 
 bool kxIfcWriteData_is_lossless(const kxIfcWriteData *write_data) {

@@ -48,6 +48,8 @@ void kxIfcWriteData_write_newline(kxIfcWriteData *write_data);
 // full escape rules (one \X2\ group per run of non-ASCII code units).
 void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless);
 bool kxIfcWriteData_is_lossless(const kxIfcWriteData *write_data);
+// Whether some output could not be written (a full disk, a size limit).
+bool kxIfcWriteData_failed(const kxIfcWriteData *write_data);
 
 // New strings: the STEP string encoding of a text, and its decoding.
 char16_t *kxIfcWriteData_encode_string(const char16_t *text);
