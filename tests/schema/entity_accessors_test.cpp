@@ -78,7 +78,7 @@ TEST_F(EntityAccessorsTest, RelAggregatesKeepsOneSlotPerReleaseForItsRelatingObj
         EXPECT_EQ(*reinterpret_cast<kxBaseObject **>(reinterpret_cast<char *>(relation) + offsets[release]), building);
         EXPECT_EQ(*reinterpret_cast<kxBaseObject **>(reinterpret_cast<char *>(relation) + offsets[1 - release]), nullptr);
         EXPECT_EQ(written_line(relation),
-                  "#" + id(relation) + "= IFCRELAGGREGATES(*,$,$,$,#" + id(building) + ",$);\n");
+                  std::string("#") + id(relation) + "= IFCRELAGGREGATES(*,$,$,$,#" + id(building) + ",$);\n");
     }
 }
 
@@ -200,16 +200,16 @@ TEST_F(EntityAccessorsTest, EmptyMandatoryValuesAreWrittenDerivedAndEmptyOptiona
     // mandatory OwnerHistory of IFC2X3 included (references are "$" unless
     // redeclared as derived).
     kxBaseObject *wall4 = make(model(KXIFCVERSION_IFC_4), kxIfcWall_class());
-    EXPECT_EQ(written_line(wall4), "#" + id(wall4) + "= IFCWALL(*,$,$,$,$,$,$,$,$);\n");
+    EXPECT_EQ(written_line(wall4), std::string("#") + id(wall4) + "= IFCWALL(*,$,$,$,$,$,$,$,$);\n");
     kxBaseObject *wall2 = make(model(KXIFCVERSION_IFC_2X3), kxIfcWall_class());
-    EXPECT_EQ(written_line(wall2), "#" + id(wall2) + "= IFCWALL(*,$,$,$,$,$,$,$);\n");
+    EXPECT_EQ(written_line(wall2), std::string("#") + id(wall2) + "= IFCWALL(*,$,$,$,$,$,$,$);\n");
 
     kxIfcWall_set_GlobalId(wall4, u"2O2Fr$t4X7Zf8NOew3FLOH");
     kxIfcWall_set_Name(wall4, u"Wall \u00e9");
     kxIfcWall_set_PredefinedType_v4(wall4, 1);
     ASSERT_EQ(narrow(kxIfcWallTypeEnum_to_string(1)), "STANDARD");
     EXPECT_EQ(written_line(wall4),
-              "#" + id(wall4) + "= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'Wall \\X2\\00E9\\X0\\',$,$,$,$,$,.STANDARD.);\n");
+              std::string("#") + id(wall4) + "= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'Wall \\X2\\00E9\\X0\\',$,$,$,$,$,.STANDARD.);\n");
 }
 
 TEST_F(EntityAccessorsTest, AttributesRedeclaredAsDerivedAreWrittenDerivedWhenEmpty) {
@@ -219,19 +219,19 @@ TEST_F(EntityAccessorsTest, AttributesRedeclaredAsDerivedAreWrittenDerivedWhenEm
     for (kxIfcVersion_t release : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
         kxIfcModel *m = model(release);
         kxBaseObject *sub = make(m, kxIfcGeometricRepresentationSubContext_class());
-        EXPECT_EQ(written_line(sub), "#" + id(sub) + "= IFCGEOMETRICREPRESENTATIONSUBCONTEXT($,$,*,*,*,*,$,$,*,$);\n");
+        EXPECT_EQ(written_line(sub), std::string("#") + id(sub) + "= IFCGEOMETRICREPRESENTATIONSUBCONTEXT($,$,*,*,*,*,$,$,*,$);\n");
 
         // The plain context writes its empty mandatory attributes as any
         // entity does: the dimension "*", the placement "$".
         kxBaseObject *context = make(m, kxIfcGeometricRepresentationContext_class());
-        EXPECT_EQ(written_line(context), "#" + id(context) + "= IFCGEOMETRICREPRESENTATIONCONTEXT($,$,*,$,$,$);\n");
+        EXPECT_EQ(written_line(context), std::string("#") + id(context) + "= IFCGEOMETRICREPRESENTATIONCONTEXT($,$,*,$,$,$);\n");
 
         // The derived attributes keep their accessors under the subtype.
         kxIfcGeometricRepresentationSubContext_set_ParentContext(sub, context);
         EXPECT_EQ(kxIfcGeometricRepresentationSubContext_get_ParentContext(sub), context);
         EXPECT_EQ(kxIfcGeometricRepresentationSubContext_WorldCoordinateSystem_has_value(sub), kxBFALSE);
         EXPECT_EQ(written_line(sub),
-                  "#" + id(sub) + "= IFCGEOMETRICREPRESENTATIONSUBCONTEXT($,$,*,*,*,*,#" + id(context) + ",$,*,$);\n");
+                  std::string("#") + id(sub) + "= IFCGEOMETRICREPRESENTATIONSUBCONTEXT($,$,*,*,*,*,#" + id(context) + ",$,*,$);\n");
     }
 }
 

@@ -44,7 +44,7 @@ TEST_F(EnumerationsTest, WallTypeTableIsExact) {
         SCOPED_TRACE(member.name);
         EXPECT_EQ(narrow(kxIfcWallTypeEnum_to_string(value)), member.name);
         EXPECT_EQ(narrow(kx::enum_to_literal(*info, value)),
-                  value == 0 ? std::string(".KX_UNDEFINED.") : "." + std::string(member.name) + ".");
+                  value == 0 ? std::string(".KX_UNDEFINED.") : std::string(".") + member.name + ".");
         EXPECT_EQ(kxIfcWallTypeEnum_has_value(value), value == 0 ? kxBFALSE : kxBTRUE);
         EXPECT_EQ(kx::enum_is_member_of_release(*info, value, KXIFCVERSION_IFC_2X3) != 0, member.in_2x3);
         EXPECT_EQ(kx::enum_is_member_of_release(*info, value, KXIFCVERSION_IFC_4) != 0, member.in_4);
@@ -134,7 +134,7 @@ TEST_F(EnumerationsTest, EveryEnumerationFollowsTheNumberingRule) {
             EXPECT_EQ(narrow(kx::enum_to_string(*info, value)), member);
             EXPECT_EQ(narrow(kx::enum_to_literal(*info, value)), "." + member + ".");
             EXPECT_TRUE(kx::enum_has_value(*info, value));
-            EXPECT_EQ(kx::enum_from_literal(*info, kxtest::wide("." + kxtest::lower(member) + ".").c_str()), value);
+            EXPECT_EQ(kx::enum_from_literal(*info, kxtest::wide(std::string(".").append(kxtest::lower(member)).append(".")).c_str()), value);
             const bool member_2x3 = contains(in_2x3, member), member_4 = contains(in_4, member);
             EXPECT_EQ(info->releases[value], (member_2x3 ? kx::IN_IFC2X3 : 0) | (member_4 ? kx::IN_IFC4 : 0))
                 << member;

@@ -202,7 +202,7 @@ TEST_F(SelectsTest, ReferenceIsReadAsTheMemberItsInstanceIsKindOf) {
     EXPECT_EQ(kxIfcActorSelect_get_kxIfcPerson(select), person);
     EXPECT_EQ(person->retain_count, alone + 1);
     EXPECT_EQ(written_line(actor),
-              "#" + id(actor) + "= IFCACTOR('0123456789012345678901',$,$,$,$,#" + id(person) + ");\n");
+              std::string("#") + id(actor) + "= IFCACTOR('0123456789012345678901',$,$,$,$,#" + id(person) + ");\n");
 }
 
 TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {
@@ -257,15 +257,15 @@ TEST_F(SelectsTest, ValueMembersAreWrittenAsTypedValues) {
     kxIfcValue_set_kxIfcLengthMeasure(value, 2.5);
     kxIfcPropertySingleValue_set_NominalValue(property, value);
     EXPECT_EQ(written_line(property),
-              "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2.5),$);\n");
+              std::string("#") + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2.5),$);\n");
 
     kxIfcValue_set_kxIfcLabel(value, u"Wall");
     EXPECT_EQ(written_line(property),
-              "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLABEL('Wall'),$);\n");
+              std::string("#") + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,IFCLABEL('Wall'),$);\n");
 
     // An empty select value is written like an empty attribute.
     kxIfcPropertySingleValue_set_NominalValue(property, make(kxIfcValue_class()));
-    EXPECT_EQ(written_line(property), "#" + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,$,$);\n");
+    EXPECT_EQ(written_line(property), std::string("#") + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,$,$);\n");
 }
 
 // ---- every exported member accessor ----

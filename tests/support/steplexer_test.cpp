@@ -69,7 +69,7 @@ protected:
             const StepToken kind = kx::steplexer_token(lexer);
             std::string text = utf8(kx::steplexer_token_text(lexer));
             if (kind == StepToken::Word && kx::steplexer_word_code(lexer) != kx::ULONG_MAX32)
-                text = "W" + std::to_string(kx::steplexer_word_code(lexer));
+                text = std::string("W").append(std::to_string(kx::steplexer_word_code(lexer)));
             tokens.push_back(std::to_string(static_cast<int>(kind)) + ":" + text);
             if (kind == StepToken::End) break;
             kx::steplexer_read_token(lexer);
