@@ -136,7 +136,12 @@ int run_header(int argc, char **argv) {
     const kxBool known = header != nullptr ? kxIfcHeader_read_ifc_version(file_name, &version) : kxBFALSE;
     kxWideString_free(&file_name);
     if (header == nullptr) {
-        std::fprintf(stderr, "kxifc header: no readable HEADER section in \"%s\"\n", argv[0]);
+        std::error_code error;
+        const auto status = std::filesystem::status(argv[0], error);
+        const char *why = error || !std::filesystem::exists(status)          ? "no such file"
+                          : !std::filesystem::is_regular_file(status)         ? "not a regular file"
+                                                                              : "no readable HEADER section";
+        std::fprintf(stderr, "kxifc header: \"%s\": %s\n", argv[0], why);
         return kExitFailure;
     }
     std::printf("release: %s\n", release_name(known, version));

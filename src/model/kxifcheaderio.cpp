@@ -423,7 +423,7 @@ kx_bool16 header_read_section(const char16_t *file_name, kxIfcHeader **header, b
     if (header == nullptr) return FALSO;
     *header = nullptr;
     kx_assert_not_null(file_name);
-    if (file_name == nullptr || !file_exists(file_name)) return FALSO;
+    if (file_name == nullptr || !file_is_regular(file_name)) return FALSO;
     StepLexer *lexer = new_header_lexer(file_name);
     if (lexer == nullptr) return FALSO;
 

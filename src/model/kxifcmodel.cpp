@@ -151,7 +151,7 @@ KX_API void kxIfcModel_free(kxIfcModel **ifc_model) {
     const uint32_t count = ptrarray_count(model->objects);
     for (uint32_t i = 0; i < count; i++)
         baseobject_detach_references(static_cast<kxBaseObject *>(model->objects->items[i]));
-    ptrarray_destroy(&model->objects, callback_cast<DestroyFn>(&baseobject_release));
+    ptrarray_destroy(&model->objects, callback<DestroyFn, &baseobject_release>());
     objtables_free(&model->object_tables);
     modelmngr_free(&model->model_manager);
     mem_free_and_clear(ifc_model);
@@ -190,7 +190,7 @@ KX_API void kxIfcModel_dontuse_free_object(kxIfcModel *ifc_model, kxBaseObject *
     // Once the other holders have let go, freeing it again removes it.
     if (idx != ULONG_MAX32 && baseobject_is_last_reference(instance)) {
         objtables_remove_instance(ifc_model->object_tables, instance);
-        ptrarray_remove_and_destroy(&ifc_model->objects, idx, callback_cast<DestroyFn>(&baseobject_release));
+        ptrarray_remove_and_destroy(&ifc_model->objects, idx, callback<DestroyFn, &baseobject_release>());
     }
     *base_object = nullptr;
 }

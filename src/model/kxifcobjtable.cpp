@@ -123,7 +123,7 @@ PtrArray *objtables_new() {
 }
 
 void objtables_free(PtrArray **object_tables) {
-    ptrarray_destroy(object_tables, callback_cast<DestroyFn>(&objtable_free));
+    ptrarray_destroy(object_tables, callback<DestroyFn, &objtable_free>());
 }
 
 void objtables_add_instance(PtrArray *object_tables, kxBaseObject *base_object) {

@@ -50,7 +50,7 @@ void unitconvhandle_destroy(kxUnitConversionHandle **handle) {
     if (*handle == nullptr) return;
     kxUnitConversionHandle *to_free = *handle;
     if (to_free->sub_handlers != nullptr)
-        ptrarray_destroy(&to_free->sub_handlers, callback_cast<DestroyFn>(&unitconvhandle_destroy));
+        ptrarray_destroy(&to_free->sub_handlers, callback<DestroyFn, &unitconvhandle_destroy>());
     mem_destroy_optional(&to_free->base_conversion_handler, &unitconvhandle_destroy);
     mem_free_and_clear(handle);
 }

@@ -60,8 +60,8 @@ void handler_entry_destroy(HandlerEntry **entry) {
 }
 
 OrderedPtrMap *new_handler_map() {
-    return orderedmap_create(callback_cast<KeyFn>(&handler_entry_key), nullptr,
-                             callback_cast<DestroyFn>(&handler_entry_destroy));
+    return orderedmap_create(callback<KeyFn, &handler_entry_key>(), nullptr,
+                             callback<DestroyFn, &handler_entry_destroy>());
 }
 
 void insert_handler_entry(OrderedPtrMap *handlers, uint32_t unit_type, const kxWChar *user_defined_name,
@@ -331,7 +331,7 @@ bool build_derived_unit_handle(kxBaseObject *derived_unit, uint32_t recursion_le
         if (converted) ptrarray_append(sub_handlers, element_handle);
     }
     if (!converted) {
-        ptrarray_destroy(&sub_handlers, callback_cast<DestroyFn>(&unitconvhandle_destroy));
+        ptrarray_destroy(&sub_handlers, callback<DestroyFn, &unitconvhandle_destroy>());
         return false;
     }
     *handle = unitconvhandle_new_composed(&sub_handlers);
@@ -413,8 +413,8 @@ kxUnitConversion *build_unit_conversion(const kxUnitsModelConversor *units_handl
 }
 
 OrderedPtrMap *new_conversion_map() {
-    return orderedmap_create(callback_cast<KeyFn>(&unitconversion_key), nullptr,
-                             callback_cast<DestroyFn>(&unitconversion_destroy));
+    return orderedmap_create(callback<KeyFn, &unitconversion_key>(), nullptr,
+                             callback<DestroyFn, &unitconversion_destroy>());
 }
 
 // The conversion of that unit type in the map, or NULL.
@@ -891,7 +891,7 @@ void run_create_caches(ConversionRun *manager_data) {
         boolarray_append(manager_data->did_search_units_conversion_per_measurable_type_cache, FALSO);
     }
     manager_data->units_conversion_per_unit_cache = orderedmap_create(
-        callback_cast<KeyFn>(&cache_entry_key), nullptr, callback_cast<DestroyFn>(&cache_entry_destroy));
+        callback<KeyFn, &cache_entry_key>(), nullptr, callback<DestroyFn, &cache_entry_destroy>());
     manager_data->manager =
         unitconvmngr_new(manager_data, &force_conversion_with_unit, &apply_conversion_double, &apply_conversion_long);
 }

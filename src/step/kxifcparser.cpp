@@ -37,6 +37,7 @@
 #include "support/steptext.h"
 #include "step/writedata.h"
 #include "support/assert.h"
+#include "support/files.h"
 #include "support/memory.h"
 #include "support/wstring.h"
 
@@ -840,7 +841,18 @@ void release_all(PtrArray **objects) {
     // recurses along chains of references.
     for (uint32_t i = 0; i < ptrarray_count(*objects); i++)
         baseobject_detach_references(static_cast<kxBaseObject *>((*objects)->items[i]));
-    ptrarray_destroy(objects, callback_cast<DestroyFn>(&baseobject_release));
+    ptrarray_destroy(objects, callback<DestroyFn, &baseobject_release>());
+}
+
+// Why a file's header cannot be read.
+const char *unreadable_reason(const char16_t *path) {
+    if (path == nullptr) return "no file name";
+    if (file_is_regular(path)) return "no valid HEADER section";
+    char *name = wstr_to_utf8(path);
+    struct stat info;
+    const bool exists = name != nullptr && ::stat(name, &info) == 0;
+    mem_free(name);
+    return exists ? "not a regular file" : "no such file";
 }
 
 // The release a header names; a name that is not exactly IFC2X3 or IFC4 but
@@ -869,7 +881,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
     *with_errors = false;
     kxIfcHeader *header = nullptr;
     if (path == nullptr || !header_read_section(path, &header, text_mode == KX_TEXT_MODE_LOSSLESS)) {
-        report_unreadable(report, path == nullptr ? "no file name" : "the file is missing, unreadable or has no valid HEADER section");
+        report_unreadable(report, unreadable_reason(path));
         return nullptr;
     }
     kxIfcVersion_t version = ifc_version_not_defined;

@@ -65,6 +65,12 @@ kx_bool16 file_exists(const char16_t *name) {
     return S_ISDIR(info.st_mode) ? FALSO : CIERTO;
 }
 
+kx_bool16 file_is_regular(const char16_t *name) {
+    kx_assert_not_null(name);
+    struct stat info;
+    return name != nullptr && stat_file(name, &info) && S_ISREG(info.st_mode) ? CIERTO : FALSO;
+}
+
 kx_bool16 file_rename(const char16_t *old_name, const char16_t *new_name) {
     kx_assert_not_null(old_name);
     kx_assert_not_null(new_name);

@@ -20,6 +20,9 @@ kx_bool16 file_close(FILE **file);
 uint64_t file_length(const char16_t *name);
 // Whether a file (not a directory) of that name exists.
 kx_bool16 file_exists(const char16_t *name);
+// Whether a regular file of that name exists (not a directory, device or
+// pipe, which a reader could wait on for ever).
+kx_bool16 file_is_regular(const char16_t *name);
 kx_bool16 file_rename(const char16_t *old_name, const char16_t *new_name);
 // Deletes the file when present; quiet otherwise.
 void file_delete_if_exists(const char16_t *name);

@@ -29,12 +29,26 @@ using KeyFn = uint32_t (*)(const void *element);
 // Compares two unsigned longs given by address: negative, 0 or positive.
 int ulong_compare(const void *a, const void *b);
 
-// Casts a typed callback (such as `void thing_destroy(Thing **)`) to the
-// generic shape a container takes. The container only ever calls it with
-// pointers of the element's real type.
-template <typename Fn, typename T>
-inline Fn callback_cast(T function) {
-    return reinterpret_cast<Fn>(function);
+// A callback of the generic shape a container takes (Fn) that calls a typed
+// function (such as `void thing_destroy(Thing **)`) with its arguments cast
+// to the types that function takes: the function is always called through
+// its own type. The container only ever passes pointers of the element's
+// real type. Use: callback<DestroyFn, &thing_destroy>().
+template <typename Fn, auto Target>
+struct Callback;
+
+template <typename R, typename... Args, auto Target>
+struct Callback<R (*)(Args...), Target> {
+    template <typename TargetR, typename... TargetArgs>
+    static R forward(TargetR (*target)(TargetArgs...), Args... args) {
+        return static_cast<R>(target(reinterpret_cast<TargetArgs>(args)...));
+    }
+    static R call(Args... args) { return forward(Target, args...); }
+};
+
+template <typename Fn, auto Target>
+constexpr Fn callback() {
+    return &Callback<Fn, Target>::call;
 }
 
 }  // namespace kx

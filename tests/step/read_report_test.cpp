@@ -1,6 +1,8 @@
 // Read reports: one small file per problem the reader reports, with the
 // code, place, id and attribute it must name, in every read mode; the
 // report's bound; and what a line with a bad value keeps.
+#include <sys/stat.h>
+
 #include <string>
 
 #include "kxifcmodel.h"
@@ -77,6 +79,26 @@ TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
                 EXPECT_NE(*kxReadReport_message(report, 0), 0);
             }
         }
+    }
+    kxReadReport_free(&report);
+}
+
+// Devices and pipes, which a reader could wait on for ever, are refused.
+TEST_F(ReadReportTest, OnlyRegularFilesAreRead) {
+    const std::string fifo = directory_.file("pipe.ifc");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    kxReadReport *report = kxReadReport_new(0);
+    for (const std::string &path : {std::string("/dev/zero"), fifo, directory_.path()}) {
+        SCOPED_TRACE(path);
+        kxReadReport_clear(report);
+        EXPECT_EQ(read(path, 0, report), nullptr);
+        ASSERT_EQ(kxReadReport_count(report), 1u);
+        EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_UNREADABLE_FILE);
+        EXPECT_STREQ(kxReadReport_message(report, 0), "not a regular file");
+        kxWChar *name = kxWideString_new_from_utf8(path.c_str());
+        kxIfcHeader *header = kxIfcHeader_read_from_file(name);
+        kxWideString_free(&name);
+        EXPECT_EQ(header, nullptr);
     }
     kxReadReport_free(&report);
 }
