@@ -12,6 +12,7 @@ passed=0
 failed=0
 
 launcher=()
+export CCACHE_BASEDIR="$root"  # paths inside the checkout hash alike in every clone
 if command -v ccache > /dev/null; then
     launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi

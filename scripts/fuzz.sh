@@ -12,6 +12,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-120}
 dir="$root/build-fuzz"
 launcher=()
+export CCACHE_BASEDIR="$root"  # paths inside the checkout hash alike in every clone
 if command -v ccache > /dev/null; then
     launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 fi
@@ -37,7 +38,7 @@ fi
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
     "$dir/tests/fuzz/read_fuzzer" "$corpus" -dict="$root/tests/fuzz/step.dict" -max_len=65536 \
     -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=20 -artifact_prefix="$dir/found/" \
-    -print_final_stats=1 2>&1 | grep -v '^#[0-9]*	\(NEW\|REDUCE\|pulse\)' | tail -n 40
+    -print_final_stats=1 2>&1 | grep -v -e "^#[0-9]*	\(NEW\|REDUCE\|pulse\)" -e "# Uses: " | tail -n 20
 status=${PIPESTATUS[0]}
 if [ "$status" -ne 0 ]; then
     echo "fuzz: finding kept in $dir/found/ (keep it in tests/fuzz/regressions/)"
