@@ -1,15 +1,15 @@
-// Reads a file through the installed library from C++.
+// Reads a file through the installed library and its C++ layer.
 #include <cstdio>
 
-#include "kxifcmodel.h"
+#include "kxifcmodel.hpp"
 
 int main(int argc, char **argv) {
     if (argc != 2) return 2;
-    kxWChar *file_name = kxWideString_new_from_utf8(argv[1]);
-    kxIfcModel *model = kxIfcModel_read_from_step_file(file_name, 0, nullptr);
-    kxWideString_free(&file_name);
-    if (model == nullptr) return 1;
-    std::printf("C++: %u instances\n", kxIfcModel_count_objects(model));
-    kxIfcModel_free(&model);
+    const std::optional<kx::Model> model = kx::Model::read(argv[1]);
+    if (!model) return 1;
+    const kx::InstanceRange walls = model->by_type("IfcWall");
+    if (walls.empty()) return 1;
+    std::printf("C++: %u walls, the first named %s\n", walls.size(),
+                kx::to_utf8(kxIfcWall_get_Name(walls[0].get())).c_str());
     return 0;
 }
