@@ -241,4 +241,116 @@ TEST_F(ServicesOnRealFilesTest, FileSplitByStoreysMergesBackIntoItsStructureAndP
     }
 }
 
+// ---- units ----------------------------------------------------------------------
+
+// One kind of length a model holds, read in instance order.
+struct LengthProbe {
+    const char *what;
+    const char *type;
+    void (*read)(kx::Instance, std::vector<double> &);
+};
+
+void push_reals(const kxArrIfcLengthMeasure *values, std::vector<double> &out) {
+    for (uint32_t i = 0, n = values != nullptr ? kxArrIfcLengthMeasure_count(values) : 0; i < n; ++i)
+        out.push_back(kxArrIfcLengthMeasure_get(values, i));
+}
+
+constexpr uint32_t kPositiveLengthMember = 12;  // IfcValue members, in select order
+constexpr uint32_t kLengthMember = 13;
+
+const LengthProbe kLengthProbes[] = {
+    {"placements and points", "IfcCartesianPoint",
+     [](kx::Instance point, std::vector<double> &out) { push_reals(kxIfcCartesianPoint_get_Coordinates(point.get()), out); }},
+    {"rectangle profiles", "IfcRectangleProfileDef",
+     [](kx::Instance profile, std::vector<double> &out) {
+         out.push_back(kxIfcRectangleProfileDef_get_XDim(profile.get()));
+         out.push_back(kxIfcRectangleProfileDef_get_YDim(profile.get()));
+     }},
+    {"extrusion depths", "IfcExtrudedAreaSolid",
+     [](kx::Instance solid, std::vector<double> &out) { out.push_back(kxIfcExtrudedAreaSolid_get_Depth(solid.get())); }},
+    {"length quantities", "IfcQuantityLength",
+     [](kx::Instance quantity, std::vector<double> &out) { out.push_back(kxIfcQuantityLength_get_LengthValue(quantity.get())); }},
+    {"length properties", "IfcPropertySingleValue",
+     [](kx::Instance property, std::vector<double> &out) {
+         const kxIfcValue *value = kxIfcPropertySingleValue_get_NominalValue(property.get());
+         const uint32_t member = value != nullptr ? kxIfcValue_get_type(value) : 0;
+         if (member == kLengthMember) out.push_back(kxIfcValue_get_kxIfcLengthMeasure(value));
+         if (member == kPositiveLengthMember) out.push_back(kxIfcValue_get_kxIfcPositiveLengthMeasure(value));
+     }},
+};
+
+std::vector<double> lengths(const kx::Model &model, const LengthProbe &probe) {
+    std::vector<double> result;
+    for (kx::Instance instance : model.by_type(probe.type)) probe.read(instance, result);
+    return result;
+}
+
+double to_millimetres(double metres) { return metres * 1000.0; }
+
+// The unit assignments state millimetres (the conversor changes values only).
+void state_millimetres(kx::Model &model) {
+    for (kx::Instance assignment : model.by_type("IfcUnitAssignment"))
+        for (kx::Instance unit : kx::elements(kxIfcUnitAssignment_get_Units(assignment.get()), kxSetIfcUnit_count,
+                                              kxSetIfcUnit_get_element)) {
+            const kx::Instance named(kxIfcUnit_get_kxIfcNamedUnit(unit.get()));
+            if (named.is_a("IfcSIUnit") && kxIfcSIUnit_get_UnitType(named.get()) == kxIfcUnitEnum_LENGTHUNIT)
+                kxIfcSIUnit_set_Prefix(named.get(), kxIfcSIPrefix_MILLI);
+        }
+}
+
+// Converts the model with the handler (default: everything to SI) and reads
+// the written result back, which must hold no more problems than the input.
+std::optional<kx::Model> convert_and_reread(kx::Model &model, kxUnitsModelConversorUnitHandler length_handler,
+                                            const kxtest::TempDirectory &directory, const std::string &name,
+                                            uint64_t problems_before) {
+    kxUnitsModelConversor *conversor = kxUnitsModelConversor_new();
+    if (length_handler != nullptr)
+        kxUnitsModelConversor_append_named_unit_handler(conversor, kxIfcUnitEnum_LENGTHUNIT, nullptr, length_handler);
+    else
+        kxUnitsModelConversor_set_apply_default_conversion_to_all_non_monetary_units(conversor);
+    kxUnitsModelConversor_apply_conversion(conversor, model.get());
+    kxUnitsModelConversor_free(&conversor);
+    if (length_handler == to_millimetres) state_millimetres(model);
+    if (model.write(directory.file(name)) != KX_EXPORT_OK) return std::nullopt;
+    uint64_t problems_after = 0;
+    std::optional<kx::Model> reread = read_clean(directory.file(name + ".ifc"), &problems_after);
+    EXPECT_LE(problems_after, problems_before) << name << " reads back with new problems";
+    return reread;
+}
+
+struct UnitsCase {
+    const char *file;
+    bool in_metres;  // first made a millimetre model through a length handler
+};
+
+TEST_F(ServicesOnRealFilesTest, MillimetreModelInMetresHasEveryLengthDividedBy1000) {
+    const UnitsCase cases[] = {{"example.ifc", false}, {"IfcOpenHouse_IFC4.ifc", false}, {"AC20-FZK-Haus.ifc", true}};
+    std::map<std::string, size_t> checked;
+    for (const UnitsCase &c : cases) {
+        SCOPED_TRACE(c.file);
+        const std::string path = kxtest::shared_path(std::string("ifc/") + c.file);
+        if (path.empty()) GTEST_SKIP() << "shared data missing: " << c.file;
+        kxtest::TempDirectory directory("kx_units");
+        uint64_t problems = 0;
+        std::optional<kx::Model> millimetres = read_clean(path, &problems);
+        ASSERT_TRUE(millimetres);
+        if (c.in_metres) millimetres = convert_and_reread(*millimetres, to_millimetres, directory, "mm", problems);
+        ASSERT_TRUE(millimetres);
+        std::vector<std::vector<double>> before;
+        for (const LengthProbe &probe : kLengthProbes) before.push_back(lengths(*millimetres, probe));
+
+        const std::optional<kx::Model> metres = convert_and_reread(*millimetres, nullptr, directory, "m", problems);
+        ASSERT_TRUE(metres);
+        for (size_t p = 0; p < std::size(kLengthProbes); ++p) {
+            const std::vector<double> after = lengths(*metres, kLengthProbes[p]);
+            ASSERT_EQ(after.size(), before[p].size()) << kLengthProbes[p].what;
+            for (size_t i = 0; i < after.size(); ++i)
+                ASSERT_NEAR(after[i], before[p][i] / 1000.0, 1e-12 * std::fabs(before[p][i]))
+                    << kLengthProbes[p].what << " #" << i;
+            checked[kLengthProbes[p].what] += after.size();
+        }
+    }
+    for (const LengthProbe &probe : kLengthProbes) EXPECT_GT(checked[probe.what], 0u) << probe.what << " never met";
+}
+
 }  // namespace
