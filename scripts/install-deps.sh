@@ -3,4 +3,4 @@
 set -euo pipefail
 export DEBIAN_FRONTEND=noninteractive
 apt-get update -qq
-apt-get install -y -qq cmake g++ ninja-build python3 libgtest-dev > /dev/null
+apt-get install -y -qq cmake g++ clang libclang-rt-14-dev ninja-build python3 libgtest-dev ccache > /dev/null

@@ -76,7 +76,8 @@ kxIfcModel *model_new_from_parts(kxIfcHeader **header, kxIfcVersion_t version, u
         kxBaseObject *instance = static_cast<kxBaseObject *>(value_objects->items[i]);
         kx_assert_text(kxClass_is_entity(instance->object_class) == FALSO,
                        "kxClass_is_entity(kxBaseObject_class(base_object)) == FALSO");
-        if (instance->output_file_id == ULONG_MAX32) instance->output_file_id = model->output_id_counter++;
+        if (instance->output_file_id == ULONG_MAX32 && model->output_id_counter != ULONG_MAX32)
+            instance->output_file_id = model->output_id_counter++;
     }
     return model;
 }
@@ -117,7 +118,12 @@ KX_API kxIfcModel *kxIfcModel_new(void) {
 }
 
 KX_API void kxIfcModel_set_version(kxIfcModel *ifc_model, kxIfcVersion_t ifc_version) {
-    if (check_model(ifc_model)) ifc_model->ifc_version = ifc_version;
+    if (!check_model(ifc_model)) return;
+    // Instances are laid out for the release they were made in: once there
+    // are some, the release stays.
+    const bool settable = ifc_model->ifc_version == ifc_version || ptrarray_count(ifc_model->objects) == 0;
+    kx_assert_text(settable, "kxIfcModel_count_objects(ifc_model) == 0");
+    if (settable) ifc_model->ifc_version = ifc_version;
 }
 
 KX_API kxIfcVersion_t kxIfcModel_ifc_version(const kxIfcModel *ifc_model) {
@@ -164,6 +170,10 @@ KX_API kxBaseObject *kxIfcModel_dontuse_new_object(kxIfcModel *ifc_model, const 
     if (klass == nullptr) return nullptr;
     if (ifc_model->ifc_version < KXCLASS_MAX_IFC_VERSIONS && class_is_abstract(klass, ifc_model->ifc_version))
         return nullptr;
+    // Ids go up to 4294967294 (the largest is the "no id" mark); a model read
+    // from a file holding that id has none left for new instances.
+    kx_assert_text(ifc_model->output_id_counter != ULONG_MAX32, "ifc_model->output_id_counter < ULONG_MAX");
+    if (ifc_model->output_id_counter == ULONG_MAX32) return nullptr;
     kxBaseObject *instance =
         class_new_instance(klass, ifc_model->ifc_version, &ifc_model->object_id_counter, ifc_model->model_manager);
     if (instance == nullptr) return nullptr;

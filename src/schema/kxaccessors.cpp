@@ -116,6 +116,14 @@ void attr_set_binary(kxBaseObject *instance, uint32_t slot, uint8_t releases, ui
     stored = copy;
 }
 
+// A reference may only join instances of one model: once the other model
+// is freed it would point at nothing, and its id means nothing in this one.
+bool in_same_model(const kxBaseObject *instance, const kxBaseObject *value, uint32_t type_id) {
+    if (value == nullptr || baseobject_model_manager(value) == baseobject_model_manager(instance)) return true;
+    report("the value belongs to the instance's model", type_id);
+    return false;
+}
+
 void attr_set_object(kxBaseObject *instance, uint32_t slot, uint8_t releases, uint32_t entity_id,
                      kxBaseObject *value) {
     char *address = attr_address(instance, slot, releases, entity_id);
@@ -129,6 +137,7 @@ void attr_set_object(kxBaseObject *instance, uint32_t slot, uint8_t releases, ui
         report("kxBaseObject_dontuse_is_object_kind_of(value, klass) == kxBTRUE", entity_id);
         return;
     }
+    if (!in_same_model(instance, value, entity_id)) return;
     kxBaseObject *&stored = *reinterpret_cast<kxBaseObject **>(address);
     baseobject_retain(value);
     baseobject_release(&stored);
@@ -140,7 +149,13 @@ void attr_set_aggregate(kxBaseObject *instance, uint32_t slot, uint8_t releases,
     char *address = attr_address(instance, slot, releases, entity_id);
     if (address == nullptr) return;
     kxAggregate *&stored = *reinterpret_cast<kxAggregate **>(address);
-    if (stored != value && stored != nullptr) aggregate_free(&stored, g_slots[slot].type_ref);
+    if (stored == value) return;
+    if (!aggregate_objects_in_model(value, g_slots[slot].type_ref, baseobject_model_manager(instance))) {
+        report("every instance of the aggregate belongs to the instance's model", entity_id);
+        return;
+    }
+    if (!aggregate_take_holder(value)) return;
+    if (stored != nullptr) aggregate_free(&stored, g_slots[slot].type_ref);
     stored = value;
 }
 
@@ -204,7 +219,7 @@ kxAggregate *select_get_aggregate(const kxBaseObject *select, uint32_t select_id
 
 void select_set_object(kxBaseObject *select, uint32_t select_id, uint32_t code, kxBaseObject *value) {
     kxSelectObject *object = as_select(select, select_id);
-    if (object == nullptr || select_member(object, code) == nullptr) return;
+    if (object == nullptr || select_member(object, code) == nullptr || !in_same_model(select, value, select_id)) return;
     baseobject_retain(value);
     if (object->type != code)
         select_clear(object);
@@ -247,7 +262,7 @@ void select_set_binary(kxBaseObject *select, uint32_t select_id, uint32_t code, 
 void select_set_aggregate(kxBaseObject *select, uint32_t select_id, uint32_t code, kxAggregate *value) {
     kxSelectObject *object = as_select(select, select_id);
     if (object == nullptr || select_member(object, code) == nullptr) return;
-    if (object->type == code && object->value.aggregate == value) return;
+    if ((object->type == code && object->value.aggregate == value) || !aggregate_take_holder(value)) return;
     select_clear(object);
     object->value.aggregate = value;
     object->type = code;

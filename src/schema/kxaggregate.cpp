@@ -50,14 +50,28 @@ kxAggregateCell *aggregate_append_cell(kxAggregate *array_of_elements) {
 }
 
 kxAggregate *aggregate_from_cells(const kxAggregateCell *cells, uint32_t count) {
-    if (count == 0) return aggregate_new();
-    kxAggregate *aggregate =
-        static_cast<kxAggregate *>(mem_alloc(sizeof(kxAggregate) + count * sizeof(kxAggregateCell)));
-    aggregate->items = reinterpret_cast<kxAggregateCell *>(aggregate + 1);
-    aggregate->count = count;
-    aggregate->capacity = count;
-    std::memcpy(aggregate->items, cells, count * sizeof(kxAggregateCell));
+    kxAggregate *aggregate = nullptr;
+    if (count == 0) {
+        aggregate = aggregate_new();
+    } else {
+        kx_assert(count < 0x80000000u);
+        aggregate = static_cast<kxAggregate *>(mem_alloc(sizeof(kxAggregate) + count * sizeof(kxAggregateCell)));
+        aggregate->items = reinterpret_cast<kxAggregateCell *>(aggregate + 1);
+        aggregate->count = count;
+        aggregate->capacity = count;
+        aggregate->held = 0;
+        std::memcpy(aggregate->items, cells, count * sizeof(kxAggregateCell));
+    }
+    aggregate->held = 1;
     return aggregate;
+}
+
+bool aggregate_take_holder(kxAggregate *aggregate) {
+    if (aggregate == nullptr) return true;
+    kx_assert_text(aggregate->held == 0, "the aggregate is not held by another instance or aggregate");
+    if (aggregate->held != 0) return false;
+    aggregate->held = 1;
+    return true;
 }
 
 namespace {
@@ -98,6 +112,23 @@ void free_cell(kxAggregateCell &cell, uint8_t kind, uint32_t aggregate_index) {
 }
 
 }  // namespace
+
+bool aggregate_objects_in_model(const kxAggregate *aggregate, uint32_t aggregate_index,
+                                const kxIfcModelMngr_t *model_manager) {
+    if (aggregate == nullptr) return true;
+    const uint8_t kind = element_kind_of(aggregate_index);
+    for (uint32_t i = 0; i < aggregate->count; i++) {
+        const kxAggregateCell &cell = aggregate->items[i];
+        if ((kind == SLOT_ENTITY || kind == SLOT_SELECT) && cell.object != nullptr &&
+            baseobject_model_manager(cell.object) != model_manager)
+            return false;
+        if (kind == SLOT_AGGREGATE &&
+            !aggregate_objects_in_model(cell.aggregate, g_aggregates[aggregate_index].element_ref, model_manager))
+            return false;
+    }
+    return true;
+}
+
 
 kxAggregate *aggregate_new() { return mem_new_zeroed<kxAggregate>(); }
 
@@ -196,13 +227,13 @@ kxAggregate *aggregate_get_aggregate(const kxAggregate *array_of_elements, uint3
 void aggregate_set_aggregate(kxAggregate *array_of_elements, uint32_t index, kxAggregate *element,
                              uint32_t aggregate_index) {
     kxAggregateCell *cell = cell_at(array_of_elements, index);
-    if (cell == nullptr || cell->aggregate == element) return;
+    if (cell == nullptr || cell->aggregate == element || !aggregate_take_holder(element)) return;
     free_cell(*cell, SLOT_AGGREGATE, aggregate_index);
     cell->aggregate = element;
 }
 
 void aggregate_append_aggregate(kxAggregate *array_of_elements, kxAggregate *element, uint32_t) {
-    if (!check_aggregate(array_of_elements)) return;
+    if (!check_aggregate(array_of_elements) || !aggregate_take_holder(element)) return;
     aggregate_append_cell(array_of_elements)->aggregate = element;
 }
 

@@ -36,6 +36,13 @@ struct ForwardReference {
     uint32_t column;
 };
 
+// A value a lenient read could not take: its attribute (from 1) and place.
+struct BadValue {
+    uint32_t attribute;
+    uint32_t line;
+    uint32_t column;
+};
+
 // Makes a select value through whatever owns the instances being read.
 using CreateValueFn = kxBaseObject *(*)(void *context, const kxClass_t *klass);
 
@@ -48,6 +55,7 @@ struct FastReader {
     kxReadReport *report = nullptr;
     bool count_differs = false;                  // the last line had too few or too many values,
     uint32_t given_attributes = 0;               // this many
+    TrackedVector<BadValue> bad_values;          // values a lenient read passed over
 
     TrackedVector<uint8_t> class_is_direct;      // by class id
     TrackedVector<ForwardReference> forward;
@@ -62,7 +70,10 @@ inline bool fastread_class_is_direct(const FastReader &reader, const kxClass_t *
 // position is undefined (the caller seeks back).
 // A line with anything to report (a string escape, a number out of range)
 // is handed back too.
-bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance);
+// A lenient read passes over the values that do not fit (their attributes
+// stay unset, listed in `bad_values`) instead: it is used for lines too long
+// to collect value by value.
+bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance, bool lenient = false);
 // Stores every forward reference; false when some named no instance of the
 // right class (those places stay empty, and are reported when `report_lost`).
 bool fastread_resolve(FastReader *reader, bool report_lost);

@@ -115,11 +115,13 @@ public:
 
     ~LineReader() {
         // Values of a line that did not fit.
-        for (PendingSelect &pending : pending_) {
-            const SelectMember &member = g_classes[pending.select_class]->select->members[pending.code - 1];
-            if (member.kind == SLOT_ENTITY) baseobject_release(&pending.value.object);
-            if (member.kind == SLOT_STRING) wstr_destroy_optional(&pending.value.string);
-        }
+        for (PendingSelect &pending : pending_) release_pending(pending);
+    }
+
+    static void release_pending(PendingSelect &pending) {
+        const SelectMember &member = g_classes[pending.select_class]->select->members[pending.code - 1];
+        if (member.kind == SLOT_ENTITY) baseobject_release(&pending.value.object);
+        if (member.kind == SLOT_STRING) wstr_destroy_optional(&pending.value.string);
     }
 
     // Makes the select values of a line that fitted.
@@ -151,15 +153,50 @@ public:
             }
             const AttrRef &attr = release->attrs[i];
             attribute_ = i + 1;
+            const size_t forward_mark = reader_->forward.size(), pending_mark = pending_.size();
             if (!read_attribute(token, g_slots[attr.slot], reinterpret_cast<char *>(instance_) + attr.offset,
-                                attr.offset))
+                                attr.offset) &&
+                !pass_over_bad_value(token, forward_mark, pending_mark))
                 return false;
             token = scanner_next(scanner_);
         }
         return token.kind == TOKEN_END_PAR || (token.kind == TOKEN_COMMA && skip_extra_values(release->num_attrs));
     }
 
+    // Whether a value that does not fit is passed over (its attribute left
+    // unset and noted) instead of handing the whole line back.
+    bool lenient = false;
+
 private:
+    // A value that did not fit its attribute, in a lenient read: what it
+    // left behind goes, the value is noted and skipped. (A failed attribute
+    // read stores nothing in its slot.)
+    bool pass_over_bad_value(const Token &value, size_t forward_mark, size_t pending_mark) {
+        if (!lenient) return false;
+        reader_->forward.resize(forward_mark);
+        for (size_t i = pending_mark; i < pending_.size(); i++) release_pending(pending_[i]);
+        pending_.resize(pending_mark);
+        reader_->bad_values.push_back({attribute_, value.line, value.column});
+        scanner_seek(scanner_, value.text, value.line);
+        return skip_value();
+    }
+
+    // Passes over one value: a token, a "(...)" group or a typed value.
+    bool skip_value() {
+        Token token = scanner_next(scanner_);
+        if (token.kind == TOKEN_TYPE_NAME) token = scanner_next(scanner_);
+        if (token.kind != TOKEN_BEGIN_PAR)
+            return token.kind != TOKEN_END && token.kind != TOKEN_DOTCOMA && token.kind != TOKEN_COMMA &&
+                   token.kind != TOKEN_END_PAR;
+        for (uint32_t depth = 1; depth > 0;) {
+            token = scanner_next(scanner_);
+            if (token.kind == TOKEN_BEGIN_PAR) depth++;
+            else if (token.kind == TOKEN_END_PAR) depth--;
+            else if (token.kind == TOKEN_END || token.kind == TOKEN_DOTCOMA) return false;
+        }
+        return true;
+    }
+
     // A line with another number of values than attributes: noted.
     bool counted(uint32_t given) {
         reader_->count_differs = true;
@@ -428,10 +465,12 @@ void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t versio
     }
 }
 
-bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance) {
+bool fastread_line(FastReader *reader, Scanner *scanner, kxBaseObject *instance, bool lenient) {
     reader->count_differs = false;
+    reader->bad_values.clear();
     const size_t forward_before = reader->forward.size();
     LineReader line(reader, scanner, instance);
+    line.lenient = lenient;
     if (line.read_parameters()) {
         line.make_selects();
         return true;

@@ -687,6 +687,51 @@ void defer_line(Parser *parser, kxBaseObject *instance, const Token &id_token, c
     text.insert(text.end(), start, end);
 }
 
+// Lines longer than this are not collected value by value when a value
+// does not fit (that costs many times the line's size): they are read
+// directly once more, passing over the values that do not fit.
+constexpr ptrdiff_t kLongLineBytes = 1 << 20;
+
+// Whether the parameters from the scanner's position run past the limit.
+bool parameters_longer_than(const Scanner &scanner, ptrdiff_t limit) {
+    Scanner probe = scanner;
+    uint32_t depth = 0;
+    for (;;) {
+        const Token token = scanner_next(&probe);
+        if (token.kind == TOKEN_END || token.kind == TOKEN_DOTCOMA) break;
+        if (token.kind == TOKEN_BEGIN_PAR) depth++;
+        if (token.kind == TOKEN_END_PAR && (depth == 0 || --depth == 0)) break;
+    }
+    return probe.cursor - scanner.cursor > limit;
+}
+
+// Reads a line of a direct class straight into its instance, reporting
+// what it lost; false when the line must be collected and read the general
+// way (the scanner's position is then undefined).
+bool read_directly(Parser *parser, Scanner *scanner, kxBaseObject *instance, const Token &id_token,
+                   const char *parameters, uint32_t parameters_line) {
+    FastReader &fast = parser->fast;
+    if (!fastread_line(&fast, scanner, instance)) {
+        scanner_seek(scanner, parameters, parameters_line);
+        if (!parameters_longer_than(*scanner, kLongLineBytes) || !fastread_line(&fast, scanner, instance, true))
+            return false;
+        const ClassRelease *release = class_release(instance->object_class, parser->version);
+        for (const BadValue &bad : fast.bad_values) {
+            note_problem(parser, KX_READ_WRONG_TYPE, [&](ReadProblem &problem) {
+                problem.line = bad.line;
+                problem.column = bad.column;
+                problem.file_id = id_token.id;
+                problem.entity_name = utf8_of(instance->object_class->upper_name);
+                problem.attribute_index = bad.attribute;
+                problem.attribute_name = utf8_of(g_slots[release->attrs[bad.attribute - 1].slot].name);
+                problem.message = "the value does not fit the attribute's type; the attribute is left unset";
+            });
+        }
+    }
+    if (fast.count_differs) report_attribute_count(parser, instance, id_token, fast.given_attributes);
+    return true;
+}
+
 // One instance line, after its "#id". False on a syntax error.
 bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, ParseMode mode) {
     if (!expect(parser, scanner, TOKEN_EQUAL)) return false;
@@ -719,11 +764,8 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
         return skip_parameters(parser, scanner) && expect(parser, scanner, TOKEN_DOTCOMA);
 
     if (fastread_class_is_direct(parser->fast, instance->object_class)) {
-        if (fastread_line(&parser->fast, scanner, instance)) {
-            if (parser->fast.count_differs)
-                report_attribute_count(parser, instance, id_token, parser->fast.given_attributes);
+        if (read_directly(parser, scanner, instance, id_token, parameters_start, parameters_line))
             return expect(parser, scanner, TOKEN_DOTCOMA);
-        }
         scanner_seek(scanner, parameters_start, parameters_line);  // read it again, reporting what is wrong
     }
     bool unresolved = false;

@@ -297,30 +297,27 @@ Token scanner_next_token(Scanner *scanner) {
     return token;
 }
 
-int32_t scanner_integer_value(const char *text, size_t length) {
+// The magnitude of an integer text, saturated just past the 32-bit range
+// (2147483649), and whether it is negative.
+int64_t integer_magnitude(const char *text, size_t length, bool *negative) {
     size_t i = 0;
-    bool negative = false;
-    if (i < length && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+    *negative = false;
+    if (i < length && (text[i] == '+' || text[i] == '-')) *negative = text[i++] == '-';
     int64_t value = 0;
-    for (; i < length && is_digit(text[i]); i++) {
-        value = value * 10 + (text[i] - '0');
-        if (value > 2147483648ll) value = 2147483648ll;
-    }
-    if (negative) value = -value;
-    if (value > 2147483647ll) value = 2147483647ll;
-    return static_cast<int32_t>(value);
+    for (; i < length && is_digit(text[i]) && value <= 2147483648ll; i++) value = value * 10 + (text[i] - '0');
+    return value > 2147483649ll ? 2147483649ll : value;
+}
+
+int32_t scanner_integer_value(const char *text, size_t length) {
+    bool negative = false;
+    const int64_t magnitude = integer_magnitude(text, length, &negative);
+    if (negative) return magnitude >= 2147483648ll ? INT32_MIN : static_cast<int32_t>(-magnitude);
+    return magnitude >= 2147483647ll ? INT32_MAX : static_cast<int32_t>(magnitude);
 }
 
 bool scanner_integer_fits(const char *text, size_t length) {
-    size_t i = 0;
     bool negative = false;
-    if (i < length && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
-    int64_t value = 0;
-    for (; i < length && is_digit(text[i]); i++) {
-        value = value * 10 + (text[i] - '0');
-        if (value > 2147483648ll) return false;
-    }
-    return value <= (negative ? 2147483648ll : 2147483647ll);
+    return integer_magnitude(text, length, &negative) <= (negative ? 2147483648ll : 2147483647ll);
 }
 
 double scanner_real_value(const char *text, size_t length) {

@@ -56,6 +56,13 @@ const ReadProblem *problem_at(const kxReadReport *report, uint32_t index) {
     return index < report->problems.size() ? &report->problems[index] : nullptr;
 }
 
+// A field of the problem at an index, or `absent` for a bad index.
+template <typename T, typename Get>
+T field_of(const kxReadReport *report, uint32_t index, T absent, Get get) {
+    const ReadProblem *problem = problem_at(report, index);
+    return problem != nullptr ? static_cast<T>(get(*problem)) : absent;
+}
+
 }  // namespace
 
 kxReadSeverity read_code_severity(kxReadCode code) {
@@ -146,48 +153,39 @@ KX_API uint64_t kxReadReport_total_of_severity(const kxReadReport *report, kxRea
 }
 
 KX_API kxReadSeverity kxReadReport_severity(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? read_code_severity(problem->code) : 0;
+    return field_of(report, index, 0, [](const ReadProblem &problem) { return read_code_severity(problem.code); });
 }
 
 KX_API kxReadCode kxReadReport_code(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->code : 0;
+    return field_of(report, index, 0, [](const ReadProblem &problem) { return problem.code; });
 }
 
 KX_API uint32_t kxReadReport_line(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->line : 0;
+    return field_of(report, index, 0u, [](const ReadProblem &problem) { return problem.line; });
 }
 
 KX_API uint32_t kxReadReport_column(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->column : 0;
+    return field_of(report, index, 0u, [](const ReadProblem &problem) { return problem.column; });
 }
 
 KX_API uint32_t kxReadReport_file_id(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->file_id : 0;
+    return field_of(report, index, 0u, [](const ReadProblem &problem) { return problem.file_id; });
 }
 
 KX_API const char *kxReadReport_entity_name(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->entity_name.c_str() : "";
+    return field_of<const char *>(report, index, "", [](const ReadProblem &problem) { return problem.entity_name.c_str(); });
 }
 
 KX_API uint32_t kxReadReport_attribute_index(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->attribute_index : 0;
+    return field_of(report, index, 0u, [](const ReadProblem &problem) { return problem.attribute_index; });
 }
 
 KX_API const char *kxReadReport_attribute_name(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->attribute_name.c_str() : "";
+    return field_of<const char *>(report, index, "", [](const ReadProblem &problem) { return problem.attribute_name.c_str(); });
 }
 
 KX_API const char *kxReadReport_message(const kxReadReport *report, uint32_t index) {
-    const ReadProblem *problem = problem_at(report, index);
-    return problem != nullptr ? problem->message.c_str() : "";
+    return field_of<const char *>(report, index, "", [](const ReadProblem &problem) { return problem.message.c_str(); });
 }
 
 KX_API const char *kxReadCode_name(kxReadCode code) { return valid_code(code) ? kCodes[code].name : "unknown"; }

@@ -103,6 +103,26 @@ TEST_F(ReadReportTest, OnlyRegularFilesAreRead) {
     kxReadReport_free(&report);
 }
 
+// A line too long to collect value by value is read directly, passing over
+// the value that does not fit.
+TEST_F(ReadReportTest, ABadValueInAVeryLongLineIsPassedOver) {
+    std::string points;
+    for (int i = 0; i < 400000; i++) points.append("#1,");  // 1.2 MB
+    const std::string path = file(std::string("#1= IFCCARTESIANPOINT((0.,0.));\n#2= IFCPOLYLINE((")
+                                      .append(points).append("'x'));\n#3= IFCPOLYLINE((#1,#1));\n"));
+    kxReadReport *report = kxReadReport_new(0);
+    kxIfcModel *model = read(path, 1, report);
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(kxIfcModel_count_objects(model), 3u);
+    ASSERT_EQ(kxReadReport_count(report), 1u);
+    EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_WRONG_TYPE);
+    EXPECT_EQ(kxReadReport_line(report, 0), 9u);
+    EXPECT_EQ(kxReadReport_column(report, 0), 17u);
+    EXPECT_EQ(kxReadReport_attribute_index(report, 0), 1u);
+    kxIfcModel_free(&model);
+    kxReadReport_free(&report);
+}
+
 // A UTF-8 byte-order mark before the file is passed over.
 TEST_F(ReadReportTest, AByteOrderMarkIsAccepted) {
     const std::string plain = kxtest::read_file(file("#1= IFCCARTESIANPOINT((0.,0.));\n"));
