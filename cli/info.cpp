@@ -99,11 +99,12 @@ std::vector<kx::Instance> parts_of(const kx::Model &model, kx::Instance whole) {
 
 // Number of elements the spatial part contains directly.
 size_t contained_count(const kx::Model &model, kx::Instance part) {
-    if (!part.is_a(model.version() == KXIFCVERSION_IFC_2X3 ? "IfcSpatialStructureElement" : "IfcSpatialElement"))
-        return 0;
+    const bool old_release = model.version() == KXIFCVERSION_IFC_2X3;
+    if (!part.is_a(old_release ? "IfcSpatialStructureElement" : "IfcSpatialElement")) return 0;
     size_t count = 0;
     for (kx::Instance relationship :
-         kx::InstanceRange(kxIfcSpatialStructureElement_inverse_relation_ContainsElements(part.get())))
+         kx::InstanceRange(old_release ? kxIfcSpatialStructureElement_inverse_relation_ContainsElements(part.get())
+                                       : kxIfcSpatialElement_inverse_relation_ContainsElements(part.get())))
         count += kx::elements(kxIfcRelContainedInSpatialStructure_get_RelatedElements(relationship.get()),
                               kxSetIfcProduct_count, kxSetIfcProduct_get_element)
                      .size();
@@ -137,21 +138,21 @@ std::string named_unit_text(kx::Instance unit) {
 // Every member of a unit select is an entity, so any member getter gives
 // the unit held, whose class then tells its kind.
 void print_unit(const kx::Model &model, const kxIfcUnit *select) {
-    const kx::Instance named(kxIfcUnit_get_kxIfcNamedUnit(select));
-    const kx::Instance &derived = named;
-    const kx::Instance &monetary = named;
-    if (named.is_a("IfcNamedUnit"))
-        std::printf("  %s: %s\n", kx::to_utf8(kxIfcUnitEnum_to_string(kxIfcNamedUnit_get_UnitType(named.get()))).c_str(),
-                    named_unit_text(named).c_str());
-    else if (derived.is_a("IfcDerivedUnit"))
+    const kx::Instance unit(kxIfcUnit_get_kxIfcNamedUnit(select));
+    if (unit.is_a("IfcNamedUnit")) {
+        std::printf("  %s: %s\n", kx::to_utf8(kxIfcUnitEnum_to_string(kxIfcNamedUnit_get_UnitType(unit.get()))).c_str(),
+                    named_unit_text(unit).c_str());
+    } else if (unit.is_a("IfcDerivedUnit")) {
         std::printf("  %s: derived from %u units\n",
-                    kx::to_utf8(kxIfcDerivedUnitEnum_to_string(kxIfcDerivedUnit_get_UnitType(derived.get()))).c_str(),
-                    kxSetIfcDerivedUnitElement_count(kxIfcDerivedUnit_get_Elements(derived.get())));
-    else if (monetary.is_a("IfcMonetaryUnit"))
-        std::printf("  currency: %s\n", model.version() == KXIFCVERSION_IFC_2X3
-                                            ? kx::to_utf8(kxIfcCurrencyEnum_to_string(
-                                                  kxIfcMonetaryUnit_get_Currency_v2x3(monetary.get()))).c_str()
-                                            : kx::to_utf8(kxIfcMonetaryUnit_get_Currency_v4(monetary.get())).c_str());
+                    kx::to_utf8(kxIfcDerivedUnitEnum_to_string(kxIfcDerivedUnit_get_UnitType(unit.get()))).c_str(),
+                    kxSetIfcDerivedUnitElement_count(kxIfcDerivedUnit_get_Elements(unit.get())));
+    } else if (unit.is_a("IfcMonetaryUnit")) {
+        const std::string currency =
+            model.version() == KXIFCVERSION_IFC_2X3
+                ? kx::to_utf8(kxIfcCurrencyEnum_to_string(kxIfcMonetaryUnit_get_Currency_v2x3(unit.get())))
+                : kx::to_utf8(kxIfcMonetaryUnit_get_Currency_v4(unit.get()));
+        std::printf("  currency: %s\n", currency.c_str());
+    }
 }
 
 void print_units(const kx::Model &model) {
