@@ -305,12 +305,15 @@ private:
         return Model(model);
     }
 
-    // The export takes a folder and a name without ".ifc".
+    // The export takes a folder and a name without ".ifc" (any case).
     kxExportStatus write_wide(std::u16string path) {
-        const std::u16string extension = u".ifc";
-        if (path.size() > extension.size() && path.compare(path.size() - extension.size(), extension.size(),
-                                                           extension) == 0)
-            path.resize(path.size() - extension.size());
+        const std::u16string_view extension = u".ifc";
+        bool has_extension = path.size() > extension.size();
+        for (size_t i = 0; has_extension && i < extension.size(); ++i) {
+            const char16_t c = path[path.size() - extension.size() + i];
+            has_extension = (c >= u'A' && c <= u'Z' ? c + (u'a' - u'A') : c) == extension[i];
+        }
+        if (has_extension) path.resize(path.size() - extension.size());
         const size_t slash = path.rfind(u'/');
         const std::u16string directory = slash == std::u16string::npos ? u"." : path.substr(0, slash == 0 ? 1 : slash);
         const std::u16string name = slash == std::u16string::npos ? path : path.substr(slash + 1);

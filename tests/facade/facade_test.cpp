@@ -66,7 +66,7 @@ TEST_F(FacadeTest, BuiltModelWritesAndReadsBackThroughRangesAndTexts) {
         }
         kx::Model moved = std::move(model);
         EXPECT_FALSE(model);
-        EXPECT_EQ(moved.write(directory.file("house")), KX_EXPORT_OK);
+        EXPECT_EQ(moved.write(directory.file("house.IFC")), KX_EXPORT_OK);  // written as house.ifc
     }
     kx::ReadDiagnostics diagnostics;
     const std::optional<kx::Model> model = kx::Model::read(directory.file("house.ifc"), {true, 0}, &diagnostics);
