@@ -29,6 +29,9 @@
 #include "kxifcmodel.h"
 
 namespace kx {
+// The names below get a namespace of their own in the symbols, so that they
+// never meet the library's internal ones when a host links it statically.
+inline namespace facade {
 
 // ---- Texts ---------------------------------------------------------------
 
@@ -323,6 +326,7 @@ private:
     kxIfcModel *model_ = nullptr;
 };
 
+}  // namespace facade
 }  // namespace kx
 
 #endif
