@@ -1,9 +1,11 @@
-# Runs COMMAND (a ;-list) and checks its exit status against EXIT and, when
-# given, its standard output against the regular expression OUTPUT.
-execute_process(COMMAND ${COMMAND} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE errors)
-if(NOT status STREQUAL EXIT)
-  message(FATAL_ERROR "exit status ${status}, expected ${EXIT}\n${output}${errors}")
-endif()
-if(DEFINED OUTPUT AND NOT output MATCHES "${OUTPUT}")
-  message(FATAL_ERROR "output does not match \"${OUTPUT}\":\n${output}")
-endif()
+# Runs kxifc once per case and checks its exit status. CASES is a list of
+# "STATUS ARGUMENT..." entries whose arguments are separated by blanks.
+foreach(case IN LISTS CASES)
+  separate_arguments(words UNIX_COMMAND "${case}")
+  list(POP_FRONT words expected)
+  execute_process(COMMAND ${KXIFC} ${words} RESULT_VARIABLE status OUTPUT_QUIET ERROR_QUIET)
+  if(NOT status STREQUAL expected)
+    list(JOIN words " " command_line)
+    message(SEND_ERROR "kxifc ${command_line}: exit ${status}, expected ${expected}")
+  endif()
+endforeach()

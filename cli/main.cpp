@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "commands.h"
 #include "kxifcmodel.h"
 
 namespace {
@@ -57,6 +58,13 @@ constexpr Command kCommands[] = {
      "         exchange format, as FILE:LINE:COL: lines; exit 0 clean, 1 problems\n"
      "         found, 2 unreadable",
      run_check},
+    {"info", "FILE", "print the schema, header fields, entity instance counts, spatial\n"
+     "         structure and units of an IFC file",
+     kxcli::run_info},
+    {"merge", "MAIN SEC... -o OUT", "merge IFC4 files of one project into OUT (--help for more)",
+     kxcli::run_merge},
+    {"units", "IN -o OUT OPTIONS", "convert the units of a whole model (--help for the options)",
+     kxcli::run_units},
 };
 
 void print_usage(std::FILE *out) {

@@ -5,6 +5,7 @@
  *
  * Sections:
  *   kxifc_defs.h         basic types, booleans, schema releases
+ *   kxifc_version.h      generated: version of the headers and the library
  *   kxifc_diagnostics.h  assertion reports and memory usage
  *   kxifc_text.h         UTF-8 <-> UTF-16 conversion for hosts
  *   kxifc_coretypes.h    the six EXPRESS base types and their undefined values
@@ -22,6 +23,7 @@
 #define KXIFCMODEL_H
 
 #include "kxifc_defs.h"
+#include "kxifc_version.h"
 #include "kxifc_diagnostics.h"
 #include "kxifc_text.h"
 #include "kxifc_coretypes.h"

@@ -244,11 +244,26 @@ Text fresh_guid(MergeData &data, const kxClass_t *klass) {
     }
 }
 
+// The GlobalId of an aggregation the merge creates. The translation table
+// keeps it under the GlobalIds of the two objects it joins (a key no real
+// GlobalId can equal), so that merging the same files again gives it again.
+Text aggregation_guid(MergeData &data, kxBaseObject *relating, kxBaseObject *related) {
+    const TextPair key{data.source_name,
+                       text(kxIfcRoot_get_GlobalId(relating)) + u"/" + text(kxIfcRoot_get_GlobalId(related))};
+    const auto found = data.translation_table.find(key);
+    if (found != data.translation_table.end() &&
+        data.used_guids.emplace(found->second, kxIfcRelAggregates_class()).second)
+        return found->second;
+    Text guid = fresh_guid(data, kxIfcRelAggregates_class());
+    data.translation_table[key] = guid;
+    return guid;
+}
+
 // A new aggregation of the related object under the relating one.
 void new_aggregation(MergeData &data, kxBaseObject *relating, kxBaseObject *related) {
     kxBaseObject *relation = kxIfcModel_dontuse_new_object(data.model, kxIfcRelAggregates_class());
     if (relation == nullptr) return;
-    kxIfcRoot_set_GlobalId(relation, fresh_guid(data, kxIfcRelAggregates_class()).c_str());
+    kxIfcRoot_set_GlobalId(relation, aggregation_guid(data, relating, related).c_str());
     kxSetIfcObjectDefinition *related_objects = kxSetIfcObjectDefinition_new();
     kxSetIfcObjectDefinition_append_element(related_objects, related);
     kxIfcRelAggregates_set_RelatedObjects_v4(relation, related_objects);
