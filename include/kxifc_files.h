@@ -103,6 +103,13 @@ KX_API const char *kxReadCode_name(kxReadCode code);
 /* "warning" or "error". */
 KX_API const char *kxReadSeverity_name(kxReadSeverity severity);
 
+/* Called now and then during a long read or export with how far it has got:
+ * bytes of the file for a read (per pass), instances for an export. The last
+ * call has done == total. */
+typedef void (*kxProgressFn)(void *user_data, uint64_t done, uint64_t total);
+/* Reports the progress of every read the report is passed to (NULL: none). */
+KX_API void kxReadReport_set_progress(kxReadReport *report, kxProgressFn progress, void *user_data);
+
 /* kxIfcModel_read_from_step_file with a text mode and a report: the report
  * (when not NULL) receives every problem of the read, also of a read that
  * fails (NULL result). The model exports in the mode it was read in. */
@@ -128,6 +135,8 @@ KX_API kxExportStatus kxIfcModel_export_with_status(kxIfcModel *ifc_model, const
 /* How the model's last export (by either function) ended; KX_EXPORT_OK
  * before the first. */
 KX_API kxExportStatus kxIfcModel_last_export_status(const kxIfcModel *ifc_model);
+/* Reports the progress of the model's exports (NULL: none). */
+KX_API void kxIfcModel_set_export_progress(kxIfcModel *ifc_model, kxProgressFn progress, void *user_data);
 /* A sentence for a status ("the disk is full or a size limit was reached"...). */
 KX_API const char *kxExportStatus_message(kxExportStatus status);
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "kxifc_files.h"
 #include "kxifc_model.h"
 #include "support/ptrarray.h"
 
@@ -20,6 +21,8 @@ struct kxIfcModel {
     kxIfcModelMngr_t *model_manager;
     int32_t text_mode;            // kxTextMode of its exports
     int32_t last_export_status;   // kxExportStatus
+    kxProgressFn export_progress;
+    void *export_progress_data;
 };
 
 namespace kx {

@@ -31,6 +31,8 @@ void write_data_section(const kxIfcModel *ifc_model, kxIfcWriteData *output) {
     const uint32_t count = kx::ptrarray_count(ifc_model->objects);
     void *const *items = ifc_model->objects->items;
     for (uint32_t i = 0; i < count; i++) {
+        if (ifc_model->export_progress != nullptr && i % 65536 == 0)
+            ifc_model->export_progress(ifc_model->export_progress_data, i, count);
         kxBaseObject *base_object = static_cast<kxBaseObject *>(items[i]);
         kx_assert_text(!kx::baseobject_has_been_written(base_object),
                        "kxBaseObject_has_been_written_to_output_file(base_object) == FALSO");
@@ -41,6 +43,7 @@ void write_data_section(const kxIfcModel *ifc_model, kxIfcWriteData *output) {
         kx::baseobject_write_object(base_object, output);
     }
     kxIfcWriteData_write_line(output, u"ENDSEC");
+    if (ifc_model->export_progress != nullptr) ifc_model->export_progress(ifc_model->export_progress_data, count, count);
 }
 
 // Every instance may be written again by the next export.
@@ -134,6 +137,13 @@ KX_API kxExportStatus kxIfcModel_export_with_status(kxIfcModel *ifc_model, const
 KX_API void kxIfcModel_export_model_to_file(kxIfcModel *ifc_model, const kxWChar *file_name,
                                             const kxWChar *directory) {
     kxIfcModel_export_with_status(ifc_model, file_name, directory);
+}
+
+KX_API void kxIfcModel_set_export_progress(kxIfcModel *ifc_model, kxProgressFn progress, void *user_data) {
+    kx_assert_not_null(ifc_model);
+    if (ifc_model == nullptr) return;
+    ifc_model->export_progress = progress;
+    ifc_model->export_progress_data = user_data;
 }
 
 KX_API kxExportStatus kxIfcModel_last_export_status(const kxIfcModel *ifc_model) {

@@ -790,11 +790,21 @@ void release_read_pages(const FileText *file, const Scanner *scanner, const char
 // Reads the data section from the scanner's position (just after "DATA;")
 // up to "ENDSEC;". False on a syntax error.
 bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
+    constexpr ptrdiff_t kProgressStep = 4 << 20;
     const char *released = scanner->begin;
+    const char *next_progress = scanner->cursor + kProgressStep;
+    const uint64_t size = static_cast<uint64_t>(scanner->end - scanner->begin);
     for (;;) {
-        release_read_pages(parser->file, scanner, &released);
+        if (scanner->cursor >= next_progress) {
+            release_read_pages(parser->file, scanner, &released);
+            report_progress(parser->report, static_cast<uint64_t>(scanner->cursor - scanner->begin), size);
+            next_progress = scanner->cursor + kProgressStep;
+        }
         const Token token = scanner_next(scanner);
-        if (token.kind == TOKEN_ENDSECTION) return expect(parser, scanner, TOKEN_DOTCOMA);
+        if (token.kind == TOKEN_ENDSECTION) {
+            report_progress(parser->report, size, size);
+            return expect(parser, scanner, TOKEN_DOTCOMA);
+        }
         if (token.kind != TOKEN_ENTITY_ID) return fail_syntax(parser, token, TOKEN_ENTITY_ID);
         if (!parse_entity_line(parser, scanner, token, mode)) return false;
     }

@@ -14,6 +14,8 @@ struct kxReadReport {
     uint32_t max_per_code;
     std::vector<kx::ReadProblem> problems;
     std::array<uint64_t, KX_READ_CODE_COUNT> totals{};
+    kxProgressFn progress = nullptr;
+    void *progress_data = nullptr;
 };
 
 namespace kx {
@@ -95,6 +97,10 @@ bool report_note(kxReadReport *report, kxReadCode code) {
     return report->totals[code]++ < report->max_per_code;
 }
 
+void report_progress(const kxReadReport *report, uint64_t done, uint64_t total) {
+    if (report != nullptr && report->progress != nullptr) report->progress(report->progress_data, done, total);
+}
+
 void report_keep(kxReadReport *report, ReadProblem &&problem) {
     if (report != nullptr) report->problems.push_back(std::move(problem));
 }
@@ -127,6 +133,13 @@ KX_API void kxReadReport_clear(kxReadReport *report) {
     if (report == nullptr) return;
     report->problems.clear();
     report->totals.fill(0);
+}
+
+KX_API void kxReadReport_set_progress(kxReadReport *report, kxProgressFn progress, void *user_data) {
+    kx_assert_not_null(report);
+    if (report == nullptr) return;
+    report->progress = progress;
+    report->progress_data = user_data;
 }
 
 KX_API uint32_t kxReadReport_count(const kxReadReport *report) {

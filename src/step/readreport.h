@@ -27,6 +27,8 @@ struct ReadProblem {
 // (then hand them to report_keep). A NULL report keeps nothing.
 bool report_note(kxReadReport *report, kxReadCode code);
 void report_keep(kxReadReport *report, ReadProblem &&problem);
+// Tells the report's progress callback, if any, how far a read has got.
+void report_progress(const kxReadReport *report, uint64_t done, uint64_t total);
 // Both at once, for problems whose texts are cheap.
 void report_add(kxReadReport *report, ReadProblem &&problem);
 
