@@ -10,7 +10,7 @@
 
 #include "core/baseobject.h"
 #include "kxifc_model.h"
-#include "step/parseparlist.h"
+#include "support/parseparlist.h"
 #include "test_support.h"
 
 namespace kxtest {

@@ -13,7 +13,7 @@
 #include "core/baseobject.h"
 #include "core/class.h"
 #include "schema/engines.h"
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "test_support.h"
 
 namespace kxtest {

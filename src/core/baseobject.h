@@ -86,17 +86,16 @@ kx_bool16 baseobject_is_being_visited(const kxBaseObject *base_object);
 void baseobject_mark_as_being_visited(kxBaseObject *base_object);
 void baseobject_clear_being_visited_flag(kxBaseObject *base_object);
 
-// Inverse relations: a new kxArrayST of the instances of the referring
-// class whose named attribute refers to this object.
-kxArrayST *baseobject_inverse_relation(const kxBaseObject *base_object, const kxClass_t *referring_class,
-                                       const char16_t *attribute);
-
 // Moving to another model.
 void baseobject_renew_object_id(kxBaseObject *base_object, uint32_t *object_id_counter);
 void baseobject_mark_as_moved(kxBaseObject *base_object);
 void baseobject_clear_moved(kxBaseObject *base_object);
 kx_bool16 baseobject_has_been_moved(const kxBaseObject *base_object);
-void baseobject_move_to_other_model(kxBaseObject *base_object, kxIfcModelMngr_t *target);
+// Marks the object and every instance it reaches that is not moved yet as
+// moved, and hands each to move (with context), referenced instances before
+// the ones referring to them; the model moves them.
+using MoveInstanceFn = void (*)(kxBaseObject *instance, void *context);
+void baseobject_move_reachable(kxBaseObject *base_object, MoveInstanceFn move, void *context);
 
 // Drops every reference the object holds without freeing what they point
 // to (a referenced instance keeps at least one reference: its owner's).

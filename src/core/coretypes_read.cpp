@@ -5,7 +5,7 @@
 
 #include "core/coretypes.h"
 #include "kxifc_coretypes.h"
-#include "step/parseparlist.h"
+#include "support/parseparlist.h"
 #include "support/assert.h"
 #include "support/memory.h"
 #include "support/wstring.h"

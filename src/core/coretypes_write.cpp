@@ -2,7 +2,7 @@
 #include "core/coretypes_io.h"
 
 #include "core/coretypes.h"
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "support/assert.h"
 #include "support/memory.h"
 

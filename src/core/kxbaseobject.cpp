@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "kxifc_model.h"
-#include "model/modelmngr.h"
 #include "support/assert.h"
 #include "support/memory.h"
 #include "support/wstring.h"
@@ -252,13 +251,6 @@ kx_bool16 baseobject_is_being_visited(const kxBaseObject *o) { return has_flag(o
 void baseobject_mark_as_being_visited(kxBaseObject *o) { set_flag(o, OBJECT_BEING_VISITED, true); }
 void baseobject_clear_being_visited_flag(kxBaseObject *o) { set_flag(o, OBJECT_BEING_VISITED, false); }
 
-kxArrayST *baseobject_inverse_relation(const kxBaseObject *base_object, const kxClass_t *referring_class,
-                                       const char16_t *attribute) {
-    if (!baseobject_check(base_object) || referring_class == nullptr) return nullptr;
-    return modelmngr_inverse_relation(base_object->model_manager, referring_class->unique_class_id, attribute,
-                                      base_object);
-}
-
 void baseobject_renew_object_id(kxBaseObject *base_object, uint32_t *object_id_counter) {
     if (!baseobject_check(base_object)) return;
     kx_assert_not_null(object_id_counter);
@@ -289,10 +281,8 @@ void push_unmoved(kxBaseObject **reference, void *context) {
 
 }  // namespace
 
-// Moves the object and every instance it reaches that is not moved yet;
-// referenced instances reach the other model before the ones referring to
-// them. Iterative, like the visit.
-void baseobject_move_to_other_model(kxBaseObject *base_object, kxIfcModelMngr_t *target) {
+// Iterative, like the visit.
+void baseobject_move_reachable(kxBaseObject *base_object, MoveInstanceFn move, void *context) {
     if (!baseobject_check(base_object)) return;
     if (base_object->flags & OBJECT_MOVED) return;
     MoveStack stack{{base_object, false}};
@@ -301,7 +291,7 @@ void baseobject_move_to_other_model(kxBaseObject *base_object, kxIfcModelMngr_t 
         stack.pop_back();
         kxBaseObject *object = step.object;
         if (step.references_pushed) {
-            modelmngr_move_to_other_model(object->model_manager, object, target);
+            move(object, context);
             continue;
         }
         if (object->flags & OBJECT_MOVED) continue;

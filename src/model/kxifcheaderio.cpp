@@ -5,7 +5,7 @@
 #include <ctime>
 #include <vector>
 
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "support/assert.h"
 #include "support/files.h"
 #include "support/memory.h"

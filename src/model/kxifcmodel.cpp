@@ -86,10 +86,14 @@ void model_move_all_instances(kxIfcModel *source, kxIfcModel *target) {
     if (!check_model(source) || !check_model(target)) return;
     kx_assert_text(source != target, "ifc_model1 != ifc_model2");
     if (source == target) return;
+    const auto move = [](kxBaseObject *instance, void *target_manager) {
+        modelmngr_move_to_other_model(instance->model_manager, instance,
+                                      static_cast<const kxIfcModelMngr_t *>(target_manager));
+    };
     const uint32_t count = ptrarray_count(source->objects);
     for (uint32_t i = 0; i < count; i++)
-        baseobject_move_to_other_model(static_cast<kxBaseObject *>(source->objects->items[i]),
-                                       target->model_manager);
+        baseobject_move_reachable(static_cast<kxBaseObject *>(source->objects->items[i]), move,
+                                  target->model_manager);
     // The target took over the source's references: the source lets go of
     // them without releasing.
     ptrarray_shrink(&source->objects, 0, nullptr);

@@ -1,6 +1,8 @@
 #define KX_UNIT "kxifcmodelmngr"
 #include "model/modelmngr.h"
 
+#include "core/baseobject.h"
+#include "core/class.h"
 #include "core/recordpool.h"
 
 #include "support/assert.h"
@@ -37,6 +39,12 @@ kxArrayST *modelmngr_inverse_relation(const kxIfcModelMngr_t *model_manager, uin
         model_manager->func_process_inverse_relation(model_manager->owner, referring_class_id, attribute,
                                                      target, result);
     return result;
+}
+
+kxArrayST *modelmngr_inverse_relation_of(const kxBaseObject *target, const kxClass_t *referring_class,
+                                         const char16_t *attribute) {
+    if (!baseobject_check(target) || referring_class == nullptr) return nullptr;
+    return modelmngr_inverse_relation(target->model_manager, referring_class->unique_class_id, attribute, target);
 }
 
 void modelmngr_call_parser_hook_2(const kxIfcModelMngr_t *model_manager, void *argument) {

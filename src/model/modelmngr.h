@@ -7,6 +7,7 @@
 
 struct kxBaseObject;
 struct kxArrayST;
+struct kxClass_t;
 
 namespace kx {
 struct RecordPool;
@@ -37,6 +38,9 @@ void modelmngr_free(kxIfcModelMngr_t **model_manager);
 // A new kxArrayST (owned by the caller) filled by the owner's inverse query.
 kxArrayST *modelmngr_inverse_relation(const kxIfcModelMngr_t *model_manager, uint32_t referring_class_id,
                                       const char16_t *attribute, const kxBaseObject *target);
+// The same for the model manager of the target, by referring class.
+kxArrayST *modelmngr_inverse_relation_of(const kxBaseObject *target, const kxClass_t *referring_class,
+                                         const char16_t *attribute);
 void modelmngr_call_parser_hook_2(const kxIfcModelMngr_t *model_manager, void *argument);
 void modelmngr_move_to_other_model(const kxIfcModelMngr_t *model_manager, kxBaseObject *instance,
                                    const kxIfcModelMngr_t *other_model_manager);

@@ -10,7 +10,7 @@
 #include "core/class.h"
 #include "model/headerio.h"
 #include "model/model.h"
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "support/assert.h"
 #include "support/files.h"
 #include "support/memory.h"

@@ -7,7 +7,7 @@
 #include "core/coretypes.h"
 #include "core/coretypes_io.h"
 #include "kxifc_coretypes.h"
-#include "step/parseparlist.h"
+#include "support/parseparlist.h"
 #include "support/wstring.h"
 #include "model_fixture.h"
 #include "test_support.h"

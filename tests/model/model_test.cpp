@@ -12,6 +12,7 @@
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
 #include "model/model.h"
+#include "model/modelmngr.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
 #include "model_fixture.h"
@@ -284,21 +285,21 @@ TEST_F(ModelTest, InverseRelationsFindReferringInstancesOrAnEmptyArray) {
         using List = std::vector<kxBaseObject *>;
 
         const kxClass_t *decomposes = kxIfcRelDecomposes_class();
-        EXPECT_EQ(elements(kx::baseobject_inverse_relation(building, decomposes, u"RelatingObject")),
+        EXPECT_EQ(elements(kx::modelmngr_inverse_relation_of(building, decomposes, u"RelatingObject")),
                   (List{nests, aggregates}));
-        EXPECT_EQ(elements(kx::baseobject_inverse_relation(building, kxIfcRelAggregates_class(), u"RelatingObject")),
+        EXPECT_EQ(elements(kx::modelmngr_inverse_relation_of(building, kxIfcRelAggregates_class(), u"RelatingObject")),
                   (List{aggregates}));
-        EXPECT_EQ(elements(kx::baseobject_inverse_relation(space, decomposes, u"RelatedObjects")),
+        EXPECT_EQ(elements(kx::modelmngr_inverse_relation_of(space, decomposes, u"RelatedObjects")),
                   (List{nests, other}));
-        EXPECT_EQ(elements(kx::baseobject_inverse_relation(storey, decomposes, u"RelatedObjects")),
+        EXPECT_EQ(elements(kx::modelmngr_inverse_relation_of(storey, decomposes, u"RelatedObjects")),
                   (List{aggregates}));
 
-        kxArrayST *none = kx::baseobject_inverse_relation(space, decomposes, u"RelatingObject");
+        kxArrayST *none = kx::modelmngr_inverse_relation_of(space, decomposes, u"RelatingObject");
         ASSERT_NE(none, nullptr);
         EXPECT_EQ(kxArrayST_dontuse_count(none), 0u);
         kxArrayST_dontuse_free(&none, nullptr);
-        none = kx::baseobject_inverse_relation(building, kxIfcRelContainedInSpatialStructure_class(),
-                                               u"RelatingStructure");
+        none = kx::modelmngr_inverse_relation_of(building, kxIfcRelContainedInSpatialStructure_class(),
+                                                 u"RelatingStructure");
         ASSERT_NE(none, nullptr);
         EXPECT_EQ(kxArrayST_dontuse_count(none), 0u);
         kxArrayST_dontuse_free(&none, nullptr);

@@ -9,7 +9,7 @@
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
 #include "schema/engines.h"
-#include "step/parseparlist.h"
+#include "support/parseparlist.h"
 #include "support/wstring.h"
 #include "model_fixture.h"
 #include "record_helpers.h"

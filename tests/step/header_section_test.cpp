@@ -9,7 +9,7 @@
 #include "kxifc_header.h"
 #include "model/header.h"
 #include "model/headerio.h"
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "support/valuearray.h"
 #include "support/wstring.h"
 #include "record_helpers.h"

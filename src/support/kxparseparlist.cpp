@@ -1,5 +1,5 @@
 #define KX_UNIT "kxparseparlist"
-#include "step/parseparlist.h"
+#include "support/parseparlist.h"
 
 #include "support/assert.h"
 #include "support/memory.h"

@@ -6,7 +6,7 @@
 
 #include "core/coretypes.h"
 #include "core/coretypes_io.h"
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "support/wstring.h"
 #include "test_support.h"
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "step/parseparlist.h"
+#include "support/parseparlist.h"
 #include "support/memory.h"
 #include "support/rbtree.h"
 #include "support/wstring.h"

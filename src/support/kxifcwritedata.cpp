@@ -1,5 +1,5 @@
 #define KX_UNIT "kxifcwritedata"
-#include "step/writedata.h"
+#include "support/writedata.h"
 
 #include <charconv>
 #include <cmath>

@@ -1,5 +1,5 @@
 #define KX_UNIT "kxparserparam"
-#include "step/parseparlist.h"
+#include "support/parseparlist.h"
 
 #include "support/assert.h"
 #include "support/memory.h"

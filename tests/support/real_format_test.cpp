@@ -7,7 +7,7 @@
 #include <limits>
 #include <string>
 
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "support/memory.h"
 #include "support/wstring.h"
 #include "test_support.h"

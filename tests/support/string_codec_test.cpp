@@ -2,7 +2,7 @@
 // decodes.
 #include <string>
 
-#include "step/writedata.h"
+#include "support/writedata.h"
 #include "support/wstring.h"
 #include "test_support.h"
 
