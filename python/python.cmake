@@ -51,4 +51,18 @@ if(KX_BUILD_TESTS AND NOT KX_SANITIZE)
              WORKING_DIRECTORY ${CMAKE_CURRENT_LIST_DIR}/tests)
     set_tests_properties(python_${test_name} PROPERTIES ENVIRONMENT "${KX_PYTHON_TEST_ENVIRONMENT}")
   endforeach()
+
+  # The Python examples: a house built through the relationship helpers,
+  # and the walls of each storey of the bundled sample with their properties
+  # (the same listing as the C++ example's).
+  add_test(NAME python_example_build_house
+           COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/examples/build_house.py ${CMAKE_BINARY_DIR}/examples)
+  add_test(NAME python_example_walls_per_storey
+           COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/examples/walls_per_storey.py)
+  set_tests_properties(python_example_build_house python_example_walls_per_storey PROPERTIES
+    ENVIRONMENT "${KX_PYTHON_TEST_ENVIRONMENT}")
+  set_tests_properties(python_example_build_house PROPERTIES PASS_REGULAR_EXPRESSION
+    "python_house.ifc: [0-9]+ instances, relations as built\n  Ground floor at 0 mm: Wall 1.1, Wall 1.2, Wall 1.3\n")
+  set_tests_properties(python_example_walls_per_storey PROPERTIES PASS_REGULAR_EXPRESSION
+    "storey #19 Ground floor\n    IfcWall #29 South wall\n      Pset_WallCommon.IsExternal = True [(]IfcBoolean[)]\n      Pset_WallCommon.Height = 3.0 [(]IfcLengthMeasure[)]")
 endif()

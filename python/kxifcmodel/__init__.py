@@ -11,9 +11,10 @@ library's path to use one from a build tree.
 from ._instances import Instance
 from ._model import Header, Model, Problem, ReadError, WriteError, new_guid, open
 from ._native import f as _f
+from ._services import merge
 from ._values import UNKNOWN, typed
 
-__all__ = ["Instance", "Header", "Model", "Problem", "ReadError", "WriteError", "UNKNOWN", "new_guid", "open",
+__all__ = ["Instance", "Header", "Model", "Problem", "ReadError", "WriteError", "UNKNOWN", "merge", "new_guid", "open",
            "typed", "library_version"]
 
 

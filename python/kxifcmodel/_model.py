@@ -7,6 +7,7 @@ from . import _native as native
 from ._instances import RELEASE_NAMES, instance_class
 from ._native import P, f, wide
 from ._schema import ENTITIES
+from ._services import Relationships, UnitConversion
 
 TEXT_MODE_SPEC, TEXT_MODE_LOSSLESS = 0, 1
 
@@ -68,7 +69,7 @@ def open(path, lossless=True):  # noqa: A001 - the package's entry point, as in 
     return model
 
 
-class Model:
+class Model(Relationships, UnitConversion):
     """An in-memory IFC model of one release. Model("IFC4") makes an empty
     one; open() reads one. The library's model is freed with the last
     reference to the model or to one of its instances."""
