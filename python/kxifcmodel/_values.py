@@ -347,8 +347,16 @@ def aggregate_reader(name):
         if not raw:
             return None
         info = aggregate_type(name)
-        get, read_element = info.get, info.read
-        return tuple([read_element(model, get(raw, i)) for i in range(info.count(raw))])
+        get, count = info.get, info.count(raw)
+        # The common lists (points, references) skip the per-element reader.
+        if info.kind == "REAL":
+            elements = [get(raw, i) for i in range(count)]
+            return tuple(elements if REAL_UNSET not in elements else map(read_real, elements))
+        if info.kind == "ENTITY":
+            wrap = model._wrap
+            return tuple([wrap(get(raw, i)) for i in range(count)])
+        read_element = info.read
+        return tuple([read_element(model, get(raw, i)) for i in range(count)])
     return read
 
 
