@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include <unistd.h>
+
 #include "kxifcmodel.hpp"
 
 namespace kxcli {
@@ -96,11 +98,56 @@ inline const char *release_text(kxIfcVersion_t version) {
     }
 }
 
+// A progress line on stderr ("kxifc copy: reading 45%") for long reads and
+// writes: shown only when stderr is a terminal and only once the work has
+// reported a step short of its end (short work stays silent); erased when
+// the work is done.
+class ProgressLine {
+public:
+    ProgressLine(const char *command, const char *action)
+        : command_(command), action_(action), terminal_(isatty(STDERR_FILENO) == 1) {}
+    ~ProgressLine() { erase(); }
+    ProgressLine(const ProgressLine &) = delete;
+    ProgressLine &operator=(const ProgressLine &) = delete;
+
+    // A kxProgressFn whose user data is the ProgressLine.
+    static void report(void *line, uint64_t done, uint64_t total) {
+        static_cast<ProgressLine *>(line)->show(done, total);
+    }
+
+private:
+    void show(uint64_t done, uint64_t total) {
+        if (!terminal_) return;
+        if (done >= total || done == 0) {
+            if (done >= total) erase();
+            return;
+        }
+        const int percent = static_cast<int>(done * 100 / total);
+        if (percent == percent_) return;
+        percent_ = percent;
+        std::fprintf(stderr, "\rkxifc %s: %s %d%%", command_, action_, percent);
+        std::fflush(stderr);
+    }
+    void erase() {
+        if (percent_ < 0) return;
+        std::fprintf(stderr, "\r\033[K");
+        std::fflush(stderr);
+        percent_ = -1;
+    }
+
+    const char *command_;
+    const char *action_;
+    bool terminal_;
+    int percent_ = -1;  // shown; -1 while nothing is on the line
+};
+
 // Reads a file, saying on stderr why it could not be read. A lossless model
 // writes back every real and string as it was.
 inline std::optional<kx::Model> read_model(const char *command, const char *path, bool lossless = false) {
     kx::ReadDiagnostics diagnostics;
-    std::optional<kx::Model> model = kx::Model::read(path, {lossless, 0}, &diagnostics);
+    ProgressLine progress(command, "reading");
+    std::optional<kx::Model> model =
+        kx::Model::read(path, {lossless, 0, ProgressLine::report, &progress}, &diagnostics);
     if (!model) {
         std::fprintf(stderr, "kxifc %s: \"%s\" is not a readable IFC file", command, path);
         if (!diagnostics.problems.empty()) std::fprintf(stderr, ": %s", diagnostics.problems[0].message.c_str());
@@ -114,7 +161,10 @@ inline std::optional<kx::Model> read_model(const char *command, const char *path
 
 // Writes a model, saying on stderr why it could not be written.
 inline bool write_model(const char *command, kx::Model &model, const char *path) {
+    ProgressLine progress(command, "writing");
+    model.set_write_progress(ProgressLine::report, &progress);
     const kxExportStatus status = model.write(std::string(path));
+    model.set_write_progress(nullptr, nullptr);
     if (status == KX_EXPORT_OK) return true;
     std::fprintf(stderr, "kxifc %s: could not write \"%s\": %s\n", command, path, kxExportStatus_message(status));
     return false;

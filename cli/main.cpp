@@ -180,11 +180,14 @@ constexpr size_t kTopClasses = 10;
 // scope.
 class ReadModel {
 public:
-    ReadModel(const char *path, bool *with_errors, kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS)
+    ReadModel(const char *command, const char *path, bool *with_errors, kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS)
         : report_(kxReadReport_new(0)) {
         kxWChar *file_name = kxWideString_new_from_utf8(path);
         kxBool errors = kxBFALSE;
+        kxcli::ProgressLine progress(command, "reading");
+        kxReadReport_set_progress(report_, kxcli::ProgressLine::report, &progress);
         model_ = kxIfcModel_read_with_report(file_name, 0, text_mode, report_, &errors);
+        kxReadReport_set_progress(report_, nullptr, nullptr);
         kxWideString_free(&file_name);
         *with_errors = errors != kxBFALSE;
     }
@@ -240,7 +243,7 @@ int run_check(int argc, char **argv) {
         return kExitUsage;
     }
     bool with_errors = false;
-    ReadModel read(argv[0], &with_errors);
+    ReadModel read("check", argv[0], &with_errors);
     print_problems(stdout, argv[0], read.report());
     const uint64_t kept = kxReadReport_count(read.report());
     const uint64_t total = kxReadReport_total(read.report(), 0);
@@ -283,7 +286,7 @@ int run_stats(int argc, char **argv) {
 
     bool with_errors = false;
     const auto start = std::chrono::steady_clock::now();
-    ReadModel read(path, &with_errors);
+    ReadModel read("stats", path, &with_errors);
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     if (read.get() == nullptr) {
         std::fprintf(stderr, "kxifc stats: \"%s\" is not a readable IFC file\n", path);
@@ -383,7 +386,7 @@ int run_copy(int argc, char **argv) {
     const std::filesystem::path written = directory / (base_name + ".ifc");
 
     bool with_errors = false;
-    ReadModel read(input, &with_errors, spec_text ? KX_TEXT_MODE_SPEC : KX_TEXT_MODE_LOSSLESS);
+    ReadModel read("copy", input, &with_errors, spec_text ? KX_TEXT_MODE_SPEC : KX_TEXT_MODE_LOSSLESS);
     if (read.get() == nullptr) {
         print_problems(stderr, input, read.report());
         std::fprintf(stderr, "kxifc copy: \"%s\" is not a readable IFC file\n", input);
@@ -399,6 +402,8 @@ int run_copy(int argc, char **argv) {
 
     kxWChar *file_name = kxWideString_new_from_utf8(base_name.c_str());
     kxWChar *folder = kxWideString_new_from_utf8(directory.string().c_str());
+    kxcli::ProgressLine progress("copy", "writing");
+    kxIfcModel_set_export_progress(read.get(), kxcli::ProgressLine::report, &progress);
     const kxExportStatus status = kxIfcModel_export_with_status(read.get(), file_name, folder);
     kxWideString_free(&file_name);
     kxWideString_free(&folder);

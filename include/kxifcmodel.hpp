@@ -226,6 +226,8 @@ inline ReadDiagnostics diagnostics_from(const kxReadReport *report, bool with_er
 struct ReadOptions {
     bool lossless = false;   // KX_TEXT_MODE_LOSSLESS instead of the fixed text form
     uint32_t read_mode = 0;  // 0 automatic, 1 one pass, 2 two passes
+    kxProgressFn progress = nullptr;  // told how far the read has got (bytes)
+    void *progress_data = nullptr;
 };
 
 /* Owns a kxIfcModel and frees it; move-only. */
@@ -265,6 +267,10 @@ public:
      * it); KX_EXPORT_OK or why it failed (kxExportStatus_message). */
     kxExportStatus write(std::string_view path) { return write_wide(std::u16string(WideText(path).get())); }
     kxExportStatus write(std::u16string_view path) { return write_wide(std::u16string(path)); }
+    /* Tells progress how far each later write has got (instances); NULL: none. */
+    void set_write_progress(kxProgressFn progress, void *user_data) {
+        kxIfcModel_set_export_progress(model_, progress, user_data);
+    }
 
     kxIfcModel *get() const { return model_; }
     explicit operator bool() const { return model_ != nullptr; }
@@ -295,15 +301,15 @@ public:
 
 private:
     static std::optional<Model> read_wide(const WideText &path, ReadOptions options, ReadDiagnostics *diagnostics) {
-        kxReadReport *report = diagnostics != nullptr ? kxReadReport_new(0) : nullptr;
+        kxReadReport *report =
+            diagnostics != nullptr || options.progress != nullptr ? kxReadReport_new(0) : nullptr;
+        if (options.progress != nullptr) kxReadReport_set_progress(report, options.progress, options.progress_data);
         kxBool with_errors = kxBFALSE;
         kxIfcModel *model = kxIfcModel_read_with_report(
             path, options.read_mode, options.lossless ? KX_TEXT_MODE_LOSSLESS : KX_TEXT_MODE_SPEC, report,
             &with_errors);
-        if (report != nullptr) {
-            *diagnostics = detail::diagnostics_from(report, with_errors != kxBFALSE);
-            kxReadReport_free(&report);
-        }
+        if (diagnostics != nullptr) *diagnostics = detail::diagnostics_from(report, with_errors != kxBFALSE);
+        if (report != nullptr) kxReadReport_free(&report);
         if (model == nullptr) return std::nullopt;
         return Model(model);
     }

@@ -700,7 +700,10 @@ KX_API kxBool kxIfcModelMerger_merge_models(kxIfcModelMerger *model_merger, cons
     for (uint32_t i = 0; i < count; i++) {
         const char16_t *file_name = wstrarray_get(model_merger->secondary_file_names, i);
         kxIfcModel *secondary = read_ifc4(file_name, &other_release);
-        if (secondary == nullptr || kxIfcModel_ifc_version(secondary) != kxIfcModel_ifc_version(main_model)) {
+        // A file whose instances would run the main model out of ids is not merged.
+        const bool ids_left = secondary != nullptr && ULONG_MAX32 - main_model->output_id_counter >
+                                                          kxIfcModel_count_objects(secondary);
+        if (!ids_left || kxIfcModel_ifc_version(secondary) != kxIfcModel_ifc_version(main_model)) {
             kxArrString_add(not_merged, file_name);
         } else {
             set_source_name(data, file_name);

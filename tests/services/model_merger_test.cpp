@@ -214,19 +214,26 @@ TEST_F(ModelMergerTest, MissingMainFileGivesFalseAndNoModel) {
     EXPECT_EQ(model, nullptr);
 }
 
-TEST_F(ModelMergerTest, Ifc2x3SecondaryIsListedAsNotMerged) {
+// A secondary file of the other release is not merged, nor one whose
+// instances would run the main model out of ids (its last id is near 2^32).
+TEST_F(ModelMergerTest, SecondaryOfOtherReleaseOrBeyondTheIdsLeftIsListedAsNotMerged) {
     const std::u16string main_file = write_file(dir_, "main", main_spec());
+    std::string text = kxtest::read_file(dir_.file("main.ifc"));
+    text.insert(text.rfind("ENDSEC;"), "#4294967290= IFCCARTESIANPOINT((0.,0.,0.));\n");
+    const std::u16string crowded_file = wide(dir_.write("crowded.ifc", text));
     FileSpec old_spec;
     old_spec.release = KXIFCVERSION_IFC_2X3;
     const std::u16string old_file = write_file(dir_, "old", old_spec);
-    kxArrString *not_merged = nullptr;
-    kxIfcModel *model = merge(main_file, {old_file}, nullptr, &not_merged);
-    ASSERT_NE(model, nullptr);
-    ASSERT_NE(not_merged, nullptr);
-    ASSERT_EQ(kxArrString_count(not_merged), 1u);
-    EXPECT_EQ(std::u16string(kxArrString_get(not_merged, 0)), old_file);
-    kxArrString_free(&not_merged);
-    kxIfcModel_free(&model);
+    for (const auto &[main, secondary] : {std::pair{main_file, old_file}, std::pair{crowded_file, main_file}}) {
+        kxArrString *not_merged = nullptr;
+        kxIfcModel *model = merge(main, {secondary}, nullptr, &not_merged);
+        ASSERT_NE(model, nullptr);
+        ASSERT_NE(not_merged, nullptr);
+        ASSERT_EQ(kxArrString_count(not_merged), 1u);
+        EXPECT_EQ(std::u16string(kxArrString_get(not_merged, 0)), secondary);
+        kxArrString_free(&not_merged);
+        kxIfcModel_free(&model);
+    }
 }
 
 TEST_F(ModelMergerTest, SameSecondaryNameAddedTwiceIsListedOnce) {

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "kxifcmodel.h"
 #include "test_support.h"
@@ -175,6 +177,57 @@ TEST_F(ReadReportTest, ABadValueOrARepeatedIdLosesNothingElse) {
         EXPECT_EQ(kxReadReport_code(report, 1 - bad), KX_READ_DUPLICATE_ID);
         EXPECT_EQ(kxReadReport_attribute_index(report, bad), 1u);
         EXPECT_STREQ(kxReadReport_attribute_name(report, bad), "GlobalId");
+        kxIfcModel_free(&model);
+        kxReadReport_free(&report);
+    }
+}
+
+// Progress reaches the caller in steps that never go back, ending with
+// done == total, in each pass of a read and in an export.
+TEST_F(ReadReportTest, ProgressIsReportedUpToTheEnd) {
+    struct Calls {
+        std::vector<std::pair<uint64_t, uint64_t>> seen;
+        static void note(void *calls, uint64_t done, uint64_t total) {
+            static_cast<Calls *>(calls)->seen.emplace_back(done, total);
+        }
+        // Steps per run (a run ends with done == total); checks the order.
+        std::vector<size_t> runs() const {
+            std::vector<size_t> steps{0};
+            for (size_t i = 0; i < seen.size(); i++) {
+                EXPECT_LE(seen[i].first, seen[i].second);
+                if (steps.back() > 0) {
+                    EXPECT_GE(seen[i].first, seen[i - 1].first);
+                }
+                steps.back()++;
+                if (seen[i].first == seen[i].second) steps.push_back(0);
+            }
+            steps.pop_back();
+            return steps;
+        }
+    };
+    std::string data;
+    for (int i = 1; i <= 200000; i++)
+        data.append("#").append(std::to_string(i)).append("= IFCCARTESIANPOINT((1.25,2.5,3.75));\n");
+    const std::string path = file(data);
+    for (uint32_t mode : {1u, 2u}) {
+        Calls read_calls;
+        kxReadReport *report = kxReadReport_new(0);
+        kxReadReport_set_progress(report, Calls::note, &read_calls);
+        kxIfcModel *model = read(path, mode, report);
+        ASSERT_NE(model, nullptr);
+        const std::vector<size_t> passes = read_calls.runs();
+        EXPECT_EQ(passes.size(), mode);
+        for (size_t steps : passes) EXPECT_GE(steps, 2u);  // the file is over 8 MiB
+
+        Calls export_calls;
+        kxIfcModel_set_export_progress(model, Calls::note, &export_calls);
+        kxWChar *name = kxWideString_new_from_utf8("progress");
+        kxWChar *folder = kxWideString_new_from_utf8(directory_.path().c_str());
+        EXPECT_EQ(kxIfcModel_export_with_status(model, name, folder), KX_EXPORT_OK);
+        kxWideString_free(&name);
+        kxWideString_free(&folder);
+        EXPECT_EQ(export_calls.runs(), std::vector<size_t>{5});  // 0, 65536, 131072, 196608, end
+        EXPECT_EQ(export_calls.seen.back().second, 200000u);
         kxIfcModel_free(&model);
         kxReadReport_free(&report);
     }
