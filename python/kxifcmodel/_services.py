@@ -52,6 +52,7 @@ def _relation_method(method, function_name, kinds):
             else:
                 raw.append(values.entity_writer(kind)(target, next(given)))
         native.declare(function_name, None, argument_types)(*raw)
+        self._by_id = None      # the helper may have made instances
         return self._wrap(made.value)
 
     call.__name__ = method

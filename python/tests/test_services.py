@@ -26,8 +26,10 @@ class ServicesTest(LibraryTestCase):
                 for wall in walls:
                     model.contain(storey, wall)
                     model.define_by_properties(properties, wall)
+                self.assertEqual(model.by_id(walls[0].id()), walls[0])
                 connection = model.connect(walls[0], walls[1], name="joint")
                 self.assertEqual(connection.RelatingElement, walls[0])
+                self.assertEqual(model.by_id(connection.id()), connection)
                 self.assertEqual(storey.Decomposes[0].RelatingObject, building)
                 (containment,) = storey.ContainsElements
                 self.assertEqual(set(containment.RelatedElements), set(walls))
