@@ -40,6 +40,11 @@ class Binding:
     def intern(table, entry):
         return table.setdefault(entry, len(table))
 
+    def aggregate_name(self, aggregate):
+        """The aggregate's runtime type without its kx prefix, as the tables
+        name it (kxArrReal -> ArrReal)."""
+        return self.generator.aggregate_type[aggregate.index][2:]
+
     def value_type(self, kind, type_text, release):
         """What a value of a slot is checked against and read through: the
         class, enumeration or aggregate type name; the declared type for
@@ -47,7 +52,7 @@ class Binding:
         if kind in ("ENTITY", "SELECT", "ENUM"):
             return self.model.resolve_named(type_text, release)
         if kind == "AGGREGATE":
-            return self.generator.aggregate_type[self.model.slot_aggregate(type_text, release).index][2:]
+            return self.aggregate_name(self.model.slot_aggregate(type_text, release))
         return type_text
 
     def attributes(self, name, release):
@@ -110,12 +115,12 @@ class Binding:
         for aggregate in generator.aggregates:
             kind = generator.element_kind(aggregate)
             if aggregate.inner is not None:
-                element = generator.aggregate_type[aggregate.inner.index][2:]
+                element = self.aggregate_name(aggregate.inner)
             elif kind in ("ENTITY", "SELECT", "ENUM", "AGGREGATE"):
                 element = aggregate.element
             else:
                 element = None
-            result[generator.aggregate_type[aggregate.index][2:]] = self._aggregate_entry(
+            result[self.aggregate_name(aggregate)] = self._aggregate_entry(
                 aggregate.containers[0], kind, element, kind in ELEMENT_ACCESSED)
         # Aggregate defined types (select members, elements of other
         # aggregates) carry their own accessors, always by element.

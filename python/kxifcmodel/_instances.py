@@ -136,6 +136,8 @@ def _attribute(entity, name, suffix, kind, type_name, derived):
         refused = _assert_count()
         setter[0](self._p, raw)
         if _assert_count() != refused:
+            if kind == "AGGREGATE" and raw:
+                values.aggregate_type(type_name).dispose(raw)   # refused, so not taken over
             raise ValueError("%s: the library refused the value %r (see the report on stderr)" % (label, value))
 
     return property(_getter(get, kind, type_name), set_value, doc="%s (%s)" % (label, type_name))
