@@ -199,6 +199,7 @@ class Model(Relationships, UnitConversion):
             for key, value in attributes.items():
                 setattr(instance, key, value)
         except Exception:
+            instance._p = None      # a wrapper kept by the traceback must not reach the freed instance
             holder = P(address)
             _free_object(self._h, ctypes.byref(holder))
             raise
