@@ -1,7 +1,7 @@
 # What `cmake --install` puts under the prefix: both libraries, the public
 # headers (hand-written and generated) in include/kxifcmodel, a pkg-config
-# file, a CMake package giving kxifcmodel::kxifcmodel, the kxifc tool and,
-# when the sources have it, the Python package.
+# file, a CMake package giving kxifcmodel::kxifcmodel and the kxifc tool
+# (the Python package: python/python.cmake).
 include(CMakePackageConfigHelpers)
 
 set(KX_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/kxifcmodel)
@@ -34,8 +34,3 @@ file(RELATIVE_PATH KX_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /pr
 string(REGEX REPLACE "/$" "" KX_PC_TO_PREFIX "${KX_PC_TO_PREFIX}")
 configure_file(${CMAKE_SOURCE_DIR}/cmake/kxifcmodel.pc.in ${CMAKE_BINARY_DIR}/kxifcmodel.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/kxifcmodel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-
-if(EXISTS ${CMAKE_SOURCE_DIR}/python/kxifcmodel)
-  install(DIRECTORY ${CMAKE_SOURCE_DIR}/python/kxifcmodel DESTINATION ${KX_PYTHON_INSTALL_DIR}
-          PATTERN "__pycache__" EXCLUDE)
-endif()
