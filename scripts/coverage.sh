@@ -18,8 +18,10 @@ fi
 
 cmake -S "$root" -B "$build" -G Ninja "${launcher[@]}" -DCMAKE_BUILD_TYPE=Debug -DKX_COVERAGE=ON \
     -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ > "$build.configure.log"
+# Counters add up across runs (and the test discovery after each link runs
+# the tests too): start from zero, before building.
+find "$build" -name '*.gcda' -delete 2> /dev/null || true
 cmake --build "$build" -j "$jobs"
-# Counters add up across runs: start from zero.
 find "$build" -name '*.gcda' -delete
 ctest --test-dir "$build" -j "$jobs" --output-on-failure > "$build/ctest.log" || {
     cat "$build/ctest.log"
