@@ -177,73 +177,6 @@ protected:
 
 // ---- the default conversion of the assignment's units ----
 
-TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEveryLengthBy1000) {
-    for (kxIfcVersion_t release : kReleases) {
-        model(release);
-        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
-        kxBaseObject *corner = point({1000.0, 2500.0, -500.0});
-        kxBaseObject *solid = extrusion(3000.0);
-        kxBaseObject *unset_depth = make(kxIfcExtrudedAreaSolid_class());
-        kxBaseObject *property = single_value(length_value(2500.0));
-        kxBaseObject *ratio = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcReal(ratio, 1000.0);
-        kxBaseObject *count = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcCountMeasure(count, 1000.0);
-        kxBaseObject *angle = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcPlaneAngleMeasure(angle, 90.0);
-
-        convert_by_default();
-
-        EXPECT_EQ(coordinates(corner), (std::vector<double>{1.0, 2.5, -0.5}));
-        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0);
-        EXPECT_EQ(kxIfcExtrudedAreaSolid_Depth_has_value(unset_depth), kxBFALSE) << "unset values stay unset";
-        EXPECT_DOUBLE_EQ(nominal_length(property), 2.5);
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcReal(ratio), 1000.0) << "a value without a unit";
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcCountMeasure(count), 1000.0);
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcPlaneAngleMeasure(angle), 90.0) << "no angle unit is assigned";
-        kxUnitsModelConversor_free(&conversor_);
-    }
-}
-
-TEST_F(UnitsModelConversorTest, ListsOfListsOfLengthsAreConvertedToo) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("LENGTHUNIT", "CENTI", "METRE")});
-    kxBaseObject *points = make(kxIfcCartesianPointList3D_class());
-    kxListListIfcLengthMeasure *rows = kxListListIfcLengthMeasure_new();
-    for (double base : {100.0, 200.0}) {
-        kxArrIfcLengthMeasure *row = kxArrIfcLengthMeasure_new();
-        for (double offset : {0.0, 10.0, 20.0}) kxArrIfcLengthMeasure_add(row, base + offset);
-        kxListListIfcLengthMeasure_append_element(rows, row);
-    }
-    kxIfcCartesianPointList3D_set_CoordList_v4(points, rows);
-    convert_by_default();
-    const kxListListIfcLengthMeasure *list = kxIfcCartesianPointList3D_get_CoordList_v4(points);
-    EXPECT_DOUBLE_EQ(kxArrIfcLengthMeasure_get(kxListListIfcLengthMeasure_get_element(list, 0), 2), 1.2);
-    EXPECT_DOUBLE_EQ(kxArrIfcLengthMeasure_get(kxListListIfcLengthMeasure_get_element(list, 1), 0), 2.0);
-}
-
-TEST_F(UnitsModelConversorTest, ListsOfPlainRealsAreNotMeasures) {
-    // A plain REAL list names no measure type: an absorbed dose unit (the
-    // first measure type of the tables) must not reach it.
-    model(KXIFCVERSION_IFC_2X3);
-    assign({si_unit("ABSORBEDDOSEUNIT", "MILLI", "GRAY"), si_unit("LENGTHUNIT", "MILLI", "METRE")});
-    kxBaseObject *direction = make(kxIfcDirection_class());
-    kxArrReal *ratios = kxArrReal_new();
-    kxArrReal_add(ratios, 0.0);
-    kxArrReal_add(ratios, 1000.0);
-    kxIfcDirection_set_DirectionRatios_v2x3(direction, ratios);
-    convert_by_default();
-    EXPECT_DOUBLE_EQ(kxArrReal_get(kxIfcDirection_get_DirectionRatios_v2x3(direction), 1), 1000.0);
-}
-
-TEST_F(UnitsModelConversorTest, WithoutHandlerOrDefaultNothingChanges) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
-    kxBaseObject *solid = extrusion(3000.0);
-    convert();
-    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3000.0);
-}
-
 TEST_F(UnitsModelConversorTest, ModelWithoutUnitAssignmentIsLeftUnchanged) {
     for (kxIfcVersion_t release : kReleases) {
         model(release);
@@ -267,55 +200,6 @@ TEST_F(UnitsModelConversorTest, AssignmentWithoutUnitsIsLeftUnchanged) {
 
 // ---- scales of SI units ----
 
-TEST_F(UnitsModelConversorTest, AreaVolumeAndMassUnitsScaleByTheirPrefixAndName) {
-    struct Case {
-        const char *type;
-        const char *prefix;
-        const char *name;
-        double factor;
-    };
-    const Case cases[] = {
-        {"AREAUNIT", "CENTI", "SQUARE_METRE", 1e-4}, {"VOLUMEUNIT", "MILLI", "CUBIC_METRE", 1e-9},
-        {"MASSUNIT", nullptr, "GRAM", 0.001},         {"MASSUNIT", "KILO", "GRAM", 1.0},
-        {"AREAUNIT", nullptr, "SQUARE_METRE", 1.0},   {"VOLUMEUNIT", "DECI", "CUBIC_METRE", 1e-3},
-    };
-    for (kxIfcVersion_t release : kReleases) {
-        for (const Case &c : cases) {
-            model(release);
-            assign({si_unit(c.type, c.prefix, c.name)});
-            kxBaseObject *area = make(kxIfcQuantityArea_class());
-            kxIfcQuantityArea_set_AreaValue(area, 1.0);
-            kxBaseObject *volume = make(kxIfcQuantityVolume_class());
-            kxIfcQuantityVolume_set_VolumeValue(volume, 1.0);
-            kxBaseObject *weight = make(kxIfcQuantityWeight_class());
-            kxIfcQuantityWeight_set_WeightValue(weight, 1.0);
-            convert_by_default();
-            const std::string type = c.type;
-            const double got = type == "AREAUNIT"   ? kxIfcQuantityArea_get_AreaValue(area)
-                               : type == "VOLUMEUNIT" ? kxIfcQuantityVolume_get_VolumeValue(volume)
-                                                      : kxIfcQuantityWeight_get_WeightValue(weight);
-            EXPECT_NEAR(got, c.factor, c.factor * 1e-12) << c.type << " " << (c.prefix ? c.prefix : "") << c.name;
-            kxUnitsModelConversor_free(&conversor_);
-        }
-    }
-}
-
-TEST_F(UnitsModelConversorTest, EveryPrefixHasItsPowerOfTen) {
-    const std::pair<const char *, double> prefixes[] = {
-        {"EXA", 1e18},  {"PETA", 1e15},  {"TERA", 1e12},   {"GIGA", 1e9},   {"MEGA", 1e6},   {"KILO", 1e3},
-        {"HECTO", 1e2}, {"DECA", 1e1},   {"DECI", 1e-1},   {"CENTI", 1e-2}, {"MILLI", 1e-3}, {"MICRO", 1e-6},
-        {"NANO", 1e-9}, {"PICO", 1e-12}, {"FEMTO", 1e-15}, {"ATTO", 1e-18},
-    };
-    for (const auto &[name, factor] : prefixes) {
-        model(KXIFCVERSION_IFC_4);
-        assign({si_unit("LENGTHUNIT", name, "METRE")});
-        kxBaseObject *solid = extrusion(1.0);
-        convert_by_default();
-        EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), factor, factor * 1e-12) << name;
-        kxUnitsModelConversor_free(&conversor_);
-    }
-}
-
 TEST_F(UnitsModelConversorTest, FirstUnitOfATypeWins) {
     model(KXIFCVERSION_IFC_4);
     assign({si_unit("LENGTHUNIT", "MILLI", "METRE"), si_unit("LENGTHUNIT", "CENTI", "METRE")});
@@ -325,42 +209,6 @@ TEST_F(UnitsModelConversorTest, FirstUnitOfATypeWins) {
 }
 
 // ---- handlers ----
-
-TEST_F(UnitsModelConversorTest, LengthHandlerOnAMetreModelMultipliesLengthsOnly) {
-    for (kxIfcVersion_t release : kReleases) {
-        model(release);
-        assign({si_unit("LENGTHUNIT", nullptr, "METRE"), si_unit("AREAUNIT", "CENTI", "SQUARE_METRE")});
-        kxBaseObject *solid = extrusion(2.5);
-        kxBaseObject *area = make(kxIfcQuantityArea_class());
-        kxIfcQuantityArea_set_AreaValue(area, 3.0);
-        kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
-        convert();
-        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 2500.0);
-        EXPECT_DOUBLE_EQ(kxIfcQuantityArea_get_AreaValue(area), 3.0) << "no handler, no default";
-        kxUnitsModelConversor_free(&conversor_);
-
-        // With the default on, the other units go to their basic unit.
-        model(release);
-        assign({si_unit("LENGTHUNIT", nullptr, "METRE"), si_unit("AREAUNIT", "CENTI", "SQUARE_METRE")});
-        solid = extrusion(2.5);
-        area = make(kxIfcQuantityArea_class());
-        kxIfcQuantityArea_set_AreaValue(area, 3.0);
-        kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
-        convert_by_default();
-        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 2500.0);
-        EXPECT_DOUBLE_EQ(kxIfcQuantityArea_get_AreaValue(area), 3e-4);
-        kxUnitsModelConversor_free(&conversor_);
-    }
-}
-
-TEST_F(UnitsModelConversorTest, HandlerReceivesTheValueInTheBasicUnit) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
-    kxBaseObject *solid = extrusion(2500.0);
-    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &plus_one);
-    convert();
-    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.5) << "2500 mm = 2.5 m, then the handler";
-}
 
 TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirName) {
     model(KXIFCVERSION_IFC_4);
@@ -405,32 +253,6 @@ TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
 
 // ---- conversion-based and derived units ----
 
-TEST_F(UnitsModelConversorTest, ConversionBasedUnitConvertsThroughItsFactorToMetres) {
-    for (kxIfcVersion_t release : kReleases) {
-        model(release);
-        kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
-        assign({foot});
-        kxBaseObject *solid = extrusion(10.0);
-        convert_by_default();
-        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.048);
-        // The factor describes the unit and keeps its number.
-        kxBaseObject *factor = kxIfcConversionBasedUnit_get_ConversionFactor(foot);
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcReal(kxIfcMeasureWithUnit_get_ValueComponent(factor)), 0.3048);
-        kxUnitsModelConversor_free(&conversor_);
-    }
-}
-
-TEST_F(UnitsModelConversorTest, ConversionBasedUnitsChainToTheirBaseUnits) {
-    model(KXIFCVERSION_IFC_2X3);
-    kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
-    kxBaseObject *inch = conversion_based("LENGTHUNIT", u"INCH", 1.0 / 12.0, foot);
-    assign({inch});
-    kxBaseObject *solid = extrusion(12.0);
-    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
-    convert();
-    EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), 304.8, 1e-9) << "12 in = 1 ft = 0.3048 m, in mm";
-}
-
 TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
     model(KXIFCVERSION_IFC_4);
     kxBaseObject *fahrenheit =
@@ -444,15 +266,6 @@ TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
     single_value(value);
     convert_by_default();
     EXPECT_NEAR(kxIfcValue_get_kxIfcThermodynamicTemperatureMeasure(value), 273.15, 1e-9);
-}
-
-TEST_F(UnitsModelConversorTest, CelsiusKeepsItsScaleWithoutAnOffset) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("THERMODYNAMICTEMPERATUREUNIT", nullptr, "DEGREE_CELSIUS")});
-    kxBaseObject *value = make(kxIfcValue_class());
-    kxIfcValue_set_kxIfcThermodynamicTemperatureMeasure(value, 20.0);
-    convert_by_default();
-    EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcThermodynamicTemperatureMeasure(value), 20.0);
 }
 
 TEST_F(UnitsModelConversorTest, UnitsThatDefineThemselvesStopAtTheRecursionLimit) {
@@ -531,15 +344,6 @@ TEST_F(UnitsModelConversorTest, PropertySingleValueConvertsUnderItsOwnUnit) {
         EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
         kxUnitsModelConversor_free(&conversor_);
     }
-}
-
-TEST_F(UnitsModelConversorTest, OwnUnitGoesThroughTheHandlerOfItsType) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("LENGTHUNIT", nullptr, "METRE")});
-    kxBaseObject *in_millimetres = single_value(length_value(2500.0), si_unit("LENGTHUNIT", "MILLI", "METRE"));
-    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
-    convert();
-    EXPECT_DOUBLE_EQ(nominal_length(in_millimetres), 2500.0) << "2500 mm = 2.5 m, handed back in mm";
 }
 
 TEST_F(UnitsModelConversorTest, EveryKindOfPropertyWithAUnitConvertsUnderIt) {
@@ -681,18 +485,6 @@ TEST_F(UnitsModelConversorTest, MonetaryValuesGoThroughTheMonetaryHandlerWithThe
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcMonetaryMeasure(price), 1250.0);
         kxUnitsModelConversor_free(&conversor_);
     }
-}
-
-// ---- visited marks ----
-
-TEST_F(UnitsModelConversorTest, VisitedMarksAreClearedBeforeAndAfter) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
-    kxBaseObject *solid = extrusion(3000.0);
-    kxBaseObject_dontuse_mark_as_visited(solid);
-    convert_by_default();
-    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0) << "a mark left before does not skip it";
-    EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
 }
 
 // ---- files ----
