@@ -158,25 +158,6 @@ TEST_F(StepLexerTest, SmallBuffersGiveTheSameTokens) {
     kx::steplexer_destroy(&lexer);
 }
 
-TEST_F(StepLexerTest, FilesLargerThanTheBuffer) {
-    std::string content = "ISO-10303-21;\nHEADER;\n";
-    for (int i = 0; i < 40000; i++) content += "/* padding comment number " + std::to_string(i) + " */\n";
-    content += "FILE_DESCRIPTION(('" + std::string(3 << 20, 'x') + "''y'),'2;1');\n";
-    content += "FILE_SCHEMA(('IFC2X3'));\nENDSEC;\n";
-    write_file(content);
-    kx::StepLexer *lexer = open_lexer();  // 1 MiB by default
-    ASSERT_TRUE(kx::steplexer_skip_to_word_and_read(lexer, FILE_DESCRIPTION));
-    kx::steplexer_read_token(lexer);
-    kx::steplexer_read_token(lexer);
-    const char16_t *literal = kx::steplexer_literal(lexer);
-    EXPECT_EQ(kx::wstr_length(literal), (3u << 20) + 2);
-    ASSERT_TRUE(kx::steplexer_skip_to_word_and_read(lexer, FILE_SCHEMA));
-    kx::steplexer_read_token(lexer);
-    kx::steplexer_read_token(lexer);
-    EXPECT_EQ(utf8(kx::steplexer_literal(lexer)), "IFC2X3");
-    kx::steplexer_destroy(&lexer);
-}
-
 TEST_F(StepLexerTest, UnterminatedLiteralAndComment) {
     write_file("FILE_NAME('never closed, it''s");
     kx::StepLexer *lexer = open_lexer(16);
