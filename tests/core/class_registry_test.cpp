@@ -11,6 +11,7 @@
 #include "core/typelibrary.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
+#include "model/model.h"
 #include "schema_digest.h"
 #include "test_support.h"
 
@@ -209,6 +210,19 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
             }
             kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
             EXPECT_EQ(instance != nullptr, expected) << name << " release " << release;
+            // The class itself makes an instance wherever it exists, abstract
+            // or not.
+            uint32_t counter = 0;
+            kxBaseObject *raw = kx::class_new_instance(klass, static_cast<kxIfcVersion_t>(release), &counter,
+                                                       model->model_manager);
+            EXPECT_EQ(raw != nullptr, kxClass_exists_in_version(klass, static_cast<kxIfcVersion_t>(release)) != 0)
+                << name;
+            if (raw != nullptr) {
+                EXPECT_EQ(raw->retain_count, 1u);
+                EXPECT_EQ(counter, 1u);
+                EXPECT_EQ(raw->object_class, klass);
+                kx::baseobject_release(&raw);
+            }
             if (instance == nullptr) continue;
             built++;
             EXPECT_EQ(instance->object_class, klass) << name;
