@@ -183,7 +183,35 @@ TEST_F(CoreTypesReadTest, StringIntoATargetThatHoldsOneIsReported) {
 // ---------------------------------------------------------------------------
 // The forms that take the next parameter
 
-TEST_F(CoreTypesReadTest, NextFormsWalkTheList) {
+// What the six forms that take the next parameter read, in one line
+// ("?" for the undefined value).
+std::string read_next_six(kxParseParList *list) {
+    char16_t *text = nullptr;
+    kxBoolean boolean = 5;
+    kxLogical logical = 5;
+    int32_t count = 5;
+    double thickness = 5.0;
+    kxBinary binary{nullptr, 3};
+    std::string read;
+    for (bool ok : {kx::coretype_read_next_string(list, u"Name", &text),
+                    kx::coretype_read_next_boolean(list, u"IsExternal", &boolean),
+                    kx::coretype_read_next_logical(list, u"Reversed", &logical),
+                    kx::coretype_read_next_integer(list, u"Count", &count),
+                    kx::coretype_read_next_real(list, u"Thickness", &thickness),
+                    kx::coretype_read_next_binary(list, u"RasterCode", &binary)})
+        read += ok ? "+" : "-";
+    read += " " + (text != nullptr ? kxtest::utf8(text) : "?") + " " +
+            (boolean != kx::kBooleanUndefined ? std::to_string(boolean) : "?") + " " +
+            (logical != kx::kLogicalUndefined ? std::to_string(logical) : "?") + " " +
+            (count != kx::kIntegerUndefined ? std::to_string(count) : "?") + " " +
+            (kx::real_is_undefined(thickness) ? "?" : std::to_string(thickness)) + " " +
+            (binary.num_bits != 0 ? bits_of(binary) : "?");
+    kxIfcCoreTypes_free_string(&text);
+    kxIfcCoreTypes_free_binary(&binary);
+    return read;
+}
+
+TEST_F(CoreTypesReadTest, NextFormsWalkTheListAndGiveUndefinedPastItsEnd) {
     char16_t *name = kx::wstr_copy(u"Slab");
     char16_t *flag = kx::wstr_copy(u".T.");
     char16_t *state = kx::wstr_copy(u".U.");
@@ -194,49 +222,9 @@ TEST_F(CoreTypesReadTest, NextFormsWalkTheList) {
     kxParseParList_append(list, kxParserParam_integer(4, 1, 16));
     kxParseParList_append(list, kxParserParam_real(0.5, 1, 18));
     kxParseParList_append(list, kxParserParam_literal(&bits, 1, 22));
-
-    char16_t *text = nullptr;
-    kxBoolean boolean = 0;
-    kxLogical logical = 0;
-    int32_t count = 0;
-    double thickness = 0.0;
-    kxBinary binary{nullptr, 0};
-    EXPECT_TRUE(kx::coretype_read_next_string(list, u"Name", &text));
-    EXPECT_TRUE(kx::coretype_read_next_boolean(list, u"IsExternal", &boolean));
-    EXPECT_TRUE(kx::coretype_read_next_logical(list, u"Reversed", &logical));
-    EXPECT_TRUE(kx::coretype_read_next_integer(list, u"Count", &count));
-    EXPECT_TRUE(kx::coretype_read_next_real(list, u"Thickness", &thickness));
-    EXPECT_TRUE(kx::coretype_read_next_binary(list, u"RasterCode", &binary));
-    EXPECT_EQ(text_of(text), u"Slab");
-    EXPECT_EQ(boolean, 1);
-    EXPECT_EQ(logical, -1);
-    EXPECT_EQ(count, 4);
-    EXPECT_EQ(thickness, 0.5);
-    EXPECT_EQ(bits_of(binary), "111");
+    EXPECT_EQ(read_next_six(list), "++++++ Slab 1 -1 4 0.500000 111");
     EXPECT_FALSE(kxParseParList_has_errors(list));
-    kxIfcCoreTypes_free_string(&text);
-    kxIfcCoreTypes_free_binary(&binary);
-}
-
-TEST_F(CoreTypesReadTest, NextFormsPastTheEndGiveUndefined) {
-    char16_t *text = nullptr;
-    kxBoolean boolean = 1;
-    kxLogical logical = 1;
-    int32_t count = 1;
-    double thickness = 1.0;
-    kxBinary binary{nullptr, 3};
-    EXPECT_FALSE(kx::coretype_read_next_string(list, u"Name", &text));
-    EXPECT_FALSE(kx::coretype_read_next_boolean(list, u"IsExternal", &boolean));
-    EXPECT_FALSE(kx::coretype_read_next_logical(list, u"Reversed", &logical));
-    EXPECT_FALSE(kx::coretype_read_next_integer(list, u"Count", &count));
-    EXPECT_FALSE(kx::coretype_read_next_real(list, u"Thickness", &thickness));
-    EXPECT_FALSE(kx::coretype_read_next_binary(list, u"RasterCode", &binary));
-    EXPECT_EQ(text, nullptr);
-    EXPECT_EQ(boolean, kx::kBooleanUndefined);
-    EXPECT_EQ(logical, kx::kLogicalUndefined);
-    EXPECT_EQ(count, kx::kIntegerUndefined);
-    EXPECT_TRUE(kx::real_is_undefined(thickness));
-    EXPECT_EQ(binary.num_bits, 0u);
+    EXPECT_EQ(read_next_six(list), "------ ? ? ? ? ? ?");
     EXPECT_TRUE(kxParseParList_has_errors(list));  // too few parameters
 }
 
