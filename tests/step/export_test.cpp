@@ -122,27 +122,6 @@ TEST_F(ExportTest, HeaderRecordKeepsTheTimeStampAndSchemaTextOfTheExport) {
     EXPECT_EQ(earlier, later);
 }
 
-TEST_F(ExportTest, SampleFileHeaderIsWrittenBack) {
-    KX_REQUIRE_SHARED("ifc/duplex.ifc");
-    EnvGuard stamp("VELMTEST", "1");
-    const std::u16string sample = wide(kxtest::shared_path("ifc/duplex.ifc"));
-    kxIfcHeader *header = kxIfcHeader_read_from_file(sample.c_str());
-    ASSERT_NE(header, nullptr);
-    kxIfcModel_set_header(model_, &header);
-    export_as("duplex");
-    EXPECT_EQ(read_file(directory_.file("duplex.ifc")),
-              "ISO-10303-21;\n"
-              "HEADER;\n"
-              "FILE_DESCRIPTION(('ViewDefinition [CoordinationView]'), '2;1');\n"
-              "FILE_NAME('0001', '', (''), (''), 'Orlith IFC Preprocessor 1.0', '20100326_1700', '');\n"
-              "FILE_SCHEMA(('IFC4'));\n"
-              "ENDSEC;\n"
-              "\n"
-              "DATA;\n"
-              "ENDSEC;\n"
-              "END-ISO-10303-21;\n");
-}
-
 // ---- files ----
 
 TEST_F(ExportTest, UnopenableTemporaryFileWritesNothing) {

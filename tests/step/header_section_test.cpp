@@ -287,16 +287,6 @@ TEST_F(HeaderSectionTest, EverySampleFileDeclaresItsRelease) {
     EXPECT_GT(files, 0);
 }
 
-TEST_F(HeaderSectionTest, SampleWithDollarAuthorizationAndEmptyLists) {
-    KX_REQUIRE_SHARED("ifc/Sample_entities.ifc");
-    const std::u16string path = wide(kxtest::shared_path("ifc/Sample_entities.ifc"));
-    ASSERT_TRUE(kx::header_read_section(path.c_str(), &header_));
-    EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
-    EXPECT_EQ(kxIfcHeader_organization_fields_count(header_), 0u);
-    ASSERT_EQ(kxIfcHeader_authorization_fields_count(header_), 1u);
-    EXPECT_EQ(narrow(kxIfcHeader_get_authorization_field(header_, 0)), "");
-}
-
 TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
     KX_REQUIRE_SHARED("ifc-malformed/concatenated_files.ifc");
     const std::u16string path = wide(kxtest::shared_path("ifc-malformed/concatenated_files.ifc"));
