@@ -41,9 +41,6 @@ protected:
         return model_;
     }
     kxBaseObject *make(const kxClass_t *klass) { return kxIfcModel_dontuse_new_object(model_, klass); }
-    std::vector<kxBaseObject *> by_class(const kxClass_t *klass) {
-        return elements(kxIfcModel_dontuse_get_objects_by_class(model_, klass));
-    }
     kxIfcModel *model_ = nullptr;
 };
 
@@ -179,6 +176,15 @@ TEST_F(ModelTest, ANullModelIsReported) {
     kxIfcModel *nothing = nullptr;
     kxIfcModel_free(&nothing);
     EXPECT_TRUE(asserts().saw("(*ifc_model) != NULL"));
+}
+
+TEST_F(ModelTest, MovingAModelIntoItselfIsReported) {
+    expect_reports();
+    new_model(KXIFCVERSION_IFC_4);
+    make(kxIfcWall_class());
+    kx::model_move_all_instances(model_, model_);
+    EXPECT_TRUE(asserts().saw("ifc_model1 != ifc_model2"));
+    EXPECT_EQ(kxIfcModel_count_objects(model_), 1u);
 }
 
 }  // namespace

@@ -27,16 +27,7 @@ std::vector<kxBaseObject *> take(kxArrayST *array) {
 
 using Found = std::vector<kxBaseObject *>;
 
-class InverseRelationsTest : public kxtest::ModelFixture {
-protected:
-    // A new set of the given instances, for a RelatedObjects-like attribute.
-    template <typename New, typename Append>
-    static kxAggregate *set_of(New new_set, Append append, std::initializer_list<kxBaseObject *> elements) {
-        kxAggregate *set = new_set();
-        for (kxBaseObject *element : elements) append(set, element);
-        return set;
-    }
-};
+using InverseRelationsTest = kxtest::ModelFixture;
 
 // Whether the attribute of the class is select-typed in the release.
 bool is_select_attribute(const kxClass_t *klass, uint32_t release, const std::string &name, uint8_t kind) {

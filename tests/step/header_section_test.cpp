@@ -59,12 +59,6 @@ protected:
     }
     bool read_body(const std::string &body) { return read(file_with_header(body)); }
 
-    // What the release test makes of a file with this FILE_SCHEMA name.
-    kxBool release_of(const std::string &schema, kxIfcVersion_t *version) {
-        const std::u16string path = make_file(file_with_header("FILE_SCHEMA(('" + schema + "'));\n"), "schema.ifc");
-        return kxIfcHeader_read_ifc_version(path.c_str(), version);
-    }
-
     static std::string written(kxIfcHeader *header, const char16_t *name, kxIfcVersion_t version) {
         return kxtest::written_text(
             [&](kxIfcWriteData *output) { kx::header_write_section(header, name, version, output); });

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "kxifcmodel.h"
 #include "support/memory.h"
 #include "support/wstring.h"
 #include "test_support.h"
@@ -205,6 +206,18 @@ TEST_F(WideStringTest, UnknownConversionIsReportedAndKept) {
     ASSERT_EQ(asserts().reports().size(), 2u);
     EXPECT_EQ(asserts().reports()[0].condition, "");
     EXPECT_EQ(asserts().reports()[0].source, "kxwstring (KXIFCMODEL.DLL)");
+}
+
+TEST_F(WideStringTest, TextApiAcceptsNullsEverywhere) {
+    EXPECT_EQ(kxWideString_new_from_utf8(nullptr), nullptr);
+    EXPECT_EQ(kxWideString_to_utf8(nullptr), nullptr);
+    EXPECT_EQ(kxWideString_length(nullptr), 0u);
+    kxWChar *no_wide = nullptr;
+    char *no_narrow = nullptr;
+    kxWideString_free(&no_wide);
+    kxUtf8String_free(&no_narrow);
+    kxWideString_free(nullptr);
+    kxUtf8String_free(nullptr);
 }
 
 }  // namespace
