@@ -22,12 +22,6 @@ std::u16string guid(const std::string &tag) {
     return wide(text);
 }
 
-int32_t enum_value(kxBool (*has_value)(int32_t), const kxWChar *(*to_string)(int32_t), const std::string &name) {
-    for (int32_t value = 1; has_value(value); value++)
-        if (narrow(to_string(value)) == name) return value;
-    return 0;
-}
-
 struct StoreySpec {
     std::string guid;
     std::string name;
@@ -97,8 +91,9 @@ public:
         kxBaseObject *project = rooted(kxIfcProject_class(), spec.project, "project");
         kxBaseObject *units = kxIfcModel_dontuse_new_object(model_, kxIfcUnitAssignment_class());
         kxBaseObject *unit = kxIfcModel_dontuse_new_object(model_, kxIfcSIUnit_class());
-        kxIfcSIUnit_set_UnitType(unit, enum_value(kxIfcUnitEnum_has_value, kxIfcUnitEnum_to_string, "LENGTHUNIT"));
-        kxIfcSIUnit_set_Name(unit, enum_value(kxIfcSIUnitName_has_value, kxIfcSIUnitName_to_string, "METRE"));
+        using kxtest::enum_member;
+        kxIfcSIUnit_set_UnitType(unit, enum_member(kxIfcUnitEnum_has_value, kxIfcUnitEnum_to_string, "LENGTHUNIT"));
+        kxIfcSIUnit_set_Name(unit, enum_member(kxIfcSIUnitName_has_value, kxIfcSIUnitName_to_string, "METRE"));
         kxBaseObject *unit_select = kxIfcModel_dontuse_new_object(model_, kxIfcUnit_class());
         kxIfcUnit_set_kxIfcNamedUnit(unit_select, unit);
         kxSetIfcUnit *unit_set = kxSetIfcUnit_new();

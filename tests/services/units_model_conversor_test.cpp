@@ -17,25 +17,17 @@ namespace {
 
 using kxtest::narrow;
 
-// The member of an enumeration whose name is given (0, and a failure, when
-// there is none).
-template <typename HasValue, typename ToString>
-int32_t member_named(HasValue has_value, ToString to_string, const std::string &name) {
-    for (int32_t value = 1; has_value(value) == kxBTRUE; value++)
-        if (narrow(to_string(value)) == name) return value;
-    ADD_FAILURE() << "no member " << name;
-    return 0;
-}
-
 int32_t unit_type(const std::string &name) {
-    return member_named(kxIfcUnitEnum_has_value, kxIfcUnitEnum_to_string, name);
+    return kxtest::enum_member(kxIfcUnitEnum_has_value, kxIfcUnitEnum_to_string, name);
 }
 int32_t derived_type(const std::string &name) {
-    return member_named(kxIfcDerivedUnitEnum_has_value, kxIfcDerivedUnitEnum_to_string, name);
+    return kxtest::enum_member(kxIfcDerivedUnitEnum_has_value, kxIfcDerivedUnitEnum_to_string, name);
 }
-int32_t prefix(const std::string &name) { return member_named(kxIfcSIPrefix_has_value, kxIfcSIPrefix_to_string, name); }
+int32_t prefix(const std::string &name) {
+    return kxtest::enum_member(kxIfcSIPrefix_has_value, kxIfcSIPrefix_to_string, name);
+}
 int32_t si_name(const std::string &name) {
-    return member_named(kxIfcSIUnitName_has_value, kxIfcSIUnitName_to_string, name);
+    return kxtest::enum_member(kxIfcSIUnitName_has_value, kxIfcSIUnitName_to_string, name);
 }
 
 double times_thousand(double value) { return value * 1000.0; }
@@ -471,7 +463,7 @@ TEST_F(UnitsModelConversorTest, MonetaryValuesGoThroughTheMonetaryHandlerWithThe
             kxIfcMonetaryUnit_set_Currency_v4(euro, u"EUR");
         else
             kxIfcMonetaryUnit_set_Currency_v2x3(
-                euro, member_named(kxIfcCurrencyEnum_has_value, kxIfcCurrencyEnum_to_string, "EUR"));
+                euro, kxtest::enum_member(kxIfcCurrencyEnum_has_value, kxIfcCurrencyEnum_to_string, "EUR"));
         assign({euro});
         kxBaseObject *price = make(kxIfcValue_class());
         kxIfcValue_set_kxIfcMonetaryMeasure(price, 12.5);
