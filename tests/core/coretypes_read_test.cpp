@@ -192,23 +192,27 @@ std::string read_next_six(kxParseParList *list) {
     int32_t count = 5;
     double thickness = 5.0;
     kxBinary binary{nullptr, 3};
-    std::string read;
+    std::ostringstream read;
     for (bool ok : {kx::coretype_read_next_string(list, u"Name", &text),
                     kx::coretype_read_next_boolean(list, u"IsExternal", &boolean),
                     kx::coretype_read_next_logical(list, u"Reversed", &logical),
                     kx::coretype_read_next_integer(list, u"Count", &count),
                     kx::coretype_read_next_real(list, u"Thickness", &thickness),
                     kx::coretype_read_next_binary(list, u"RasterCode", &binary)})
-        read += ok ? "+" : "-";
-    read += " " + (text != nullptr ? kxtest::utf8(text) : "?") + " " +
-            (boolean != kx::kBooleanUndefined ? std::to_string(boolean) : "?") + " " +
-            (logical != kx::kLogicalUndefined ? std::to_string(logical) : "?") + " " +
-            (count != kx::kIntegerUndefined ? std::to_string(count) : "?") + " " +
-            (kx::real_is_undefined(thickness) ? "?" : std::to_string(thickness)) + " " +
-            (binary.num_bits != 0 ? bits_of(binary) : "?");
+        read << (ok ? "+" : "-");
+    const auto number = [](int32_t value, int32_t undefined) {
+        return value != undefined ? std::to_string(value) : std::string("?");
+    };
+    read << " " << (text != nullptr ? kxtest::utf8(text) : "?") << " " << number(boolean, kx::kBooleanUndefined) << " "
+         << number(logical, kx::kLogicalUndefined) << " " << number(count, kx::kIntegerUndefined) << " ";
+    if (kx::real_is_undefined(thickness))
+        read << "?";
+    else
+        read << thickness;
+    read << " " << (binary.num_bits != 0 ? bits_of(binary) : "?");
     kxIfcCoreTypes_free_string(&text);
     kxIfcCoreTypes_free_binary(&binary);
-    return read;
+    return read.str();
 }
 
 TEST_F(CoreTypesReadTest, NextFormsWalkTheListAndGiveUndefinedPastItsEnd) {
@@ -222,7 +226,7 @@ TEST_F(CoreTypesReadTest, NextFormsWalkTheListAndGiveUndefinedPastItsEnd) {
     kxParseParList_append(list, kxParserParam_integer(4, 1, 16));
     kxParseParList_append(list, kxParserParam_real(0.5, 1, 18));
     kxParseParList_append(list, kxParserParam_literal(&bits, 1, 22));
-    EXPECT_EQ(read_next_six(list), "++++++ Slab 1 -1 4 0.500000 111");
+    EXPECT_EQ(read_next_six(list), "++++++ Slab 1 -1 4 0.5 111");
     EXPECT_FALSE(kxParseParList_has_errors(list));
     EXPECT_EQ(read_next_six(list), "------ ? ? ? ? ? ?");
     EXPECT_TRUE(kxParseParList_has_errors(list));  // too few parameters
