@@ -187,4 +187,19 @@ TEST_F(ModelTest, MovingAModelIntoItselfIsReported) {
     EXPECT_EQ(kxIfcModel_count_objects(model_), 1u);
 }
 
+TEST_F(ModelTest, AnInstanceRetainedElsewhereOutlivesItsModel) {
+    new_model(KXIFCVERSION_IFC_2X3);
+    kxBaseObject *building = make(kxIfcBuilding_class());
+    kxBaseObject *rel = make(kxIfcRelAggregates_class());
+    set_reference(rel, u"RelatingObject", building);
+    kx::baseobject_retain(rel);
+    kxIfcModel_free(&model_);
+    // The references between instances went first, then the model's own.
+    ASSERT_EQ(rel->validity_mask, i_VALIDITY_MASK_VALUE);
+    EXPECT_EQ(rel->retain_count, 1u);
+    EXPECT_EQ(slot_at<kxBaseObject *>(rel, *find_attribute(rel, u"RelatingObject")), nullptr);
+    kx::baseobject_release(&rel);
+    EXPECT_EQ(rel, nullptr);
+}
+
 }  // namespace

@@ -147,6 +147,12 @@ std::vector<kxBaseObject *> all_of(kxIfcModel *model, const kxClass_t *klass) {
     return elements(kxIfcModel_dontuse_get_objects_by_class(model, klass));
 }
 
+kxBaseObject *find_named(kxIfcModel *model, const kxClass_t *klass, const std::string &name) {
+    for (kxBaseObject *object : all_of(model, klass))
+        if (narrow(kxIfcRoot_get_Name(object)) == name) return object;
+    return nullptr;
+}
+
 class ModelMergerTest : public kxtest::LibraryTest {
 protected:
     kxtest::TempDirectory dir_{"kx_merger"};
@@ -250,6 +256,33 @@ TEST_F(ModelMergerTest, FreeWithNullHolderIsReported) {
     kxIfcModel *model = nullptr;
     EXPECT_EQ(kxIfcModelMerger_merge_models(nullptr, nullptr, &model, nullptr), kxBFALSE);
     EXPECT_TRUE(asserts().saw("(model_merger) != NULL"));
+}
+
+TEST_F(ModelMergerTest, CollidingGlobalIdIsReplacedTheSameWayWithTheSameTable) {
+    const std::u16string main_file = write_file(dir_, "main", main_spec());
+    FileSpec second;
+    second.storeys = {{"STB", "second storey", 3.0, "WALLA", "second wall"}};  // the main wall's GlobalId
+    const std::u16string second_file = write_file(dir_, "second", second);
+    const std::u16string table = wide(dir_.file("table.bin"));
+
+    std::u16string first_id;
+    for (int round = 0; round < 2; round++) {
+        kxIfcModel *model = merge(main_file, {second_file}, &table, nullptr);
+        ASSERT_NE(model, nullptr);
+        kxBaseObject *main_wall = find_named(model, kxIfcWall_class(), "main wall");
+        kxBaseObject *second_wall = find_named(model, kxIfcWall_class(), "second wall");
+        ASSERT_NE(main_wall, nullptr);
+        ASSERT_NE(second_wall, nullptr);
+        EXPECT_EQ(std::u16string(kxIfcRoot_get_GlobalId(main_wall)), guid("WALLA"));
+        const std::u16string id = kxIfcRoot_get_GlobalId(second_wall);
+        EXPECT_NE(id, guid("WALLA"));
+        EXPECT_EQ(id.size(), 22u);
+        if (round == 0)
+            first_id = id;
+        else
+            EXPECT_EQ(id, first_id);
+        kxIfcModel_free(&model);
+    }
 }
 
 }  // namespace

@@ -59,6 +59,12 @@ protected:
     }
     bool read_body(const std::string &body) { return read(file_with_header(body)); }
 
+    // What the release test makes of a file with this FILE_SCHEMA name.
+    kxBool release_of(const std::string &schema, kxIfcVersion_t *version) {
+        const std::u16string path = make_file(file_with_header("FILE_SCHEMA(('" + schema + "'));\n"), "schema.ifc");
+        return kxIfcHeader_read_ifc_version(path.c_str(), version);
+    }
+
     static std::string written(kxIfcHeader *header, const char16_t *name, kxIfcVersion_t version) {
         return kxtest::written_text(
             [&](kxIfcWriteData *output) { kx::header_write_section(header, name, version, output); });
@@ -291,6 +297,24 @@ TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
     }
     if (kx::header_read_section(path.c_str(), &header_)) {
         EXPECT_EQ(narrow(header_->file_name), "test.ifc");
+    }
+}
+
+TEST_F(HeaderSectionTest, ReleaseFromTheSchemaName) {
+    const std::map<std::string, kxIfcVersion_t> releases = {
+        {"IFC2X3", KXIFCVERSION_IFC_2X3}, {"IFC4", KXIFCVERSION_IFC_4},   {"IFC2X4", KXIFCVERSION_IFC_4},
+        {"ifc4", KXIFCVERSION_IFC_4},     {"Ifc2x3", KXIFCVERSION_IFC_2X3}, {"IFC2X", KXIFCVERSION_IFC_2X3},
+        {"IFC4X3_ADD2", KXIFCVERSION_IFC_4}, {"IFC2X2_FINAL", KXIFCVERSION_IFC_2X3},
+    };
+    for (const auto &[schema, release] : releases) {
+        kxIfcVersion_t version = ifc_version_not_defined;
+        EXPECT_EQ(release_of(schema, &version), kxBTRUE) << schema;
+        EXPECT_EQ(version, release) << schema;
+    }
+    for (const char *schema : {"CIS2", "IFC", "AP214", ""}) {
+        kxIfcVersion_t version = KXIFCVERSION_IFC_4;
+        EXPECT_EQ(release_of(schema, &version), kxBFALSE) << schema;
+        EXPECT_EQ(static_cast<uint32_t>(version), 0xFFFFu) << schema;
     }
 }
 
