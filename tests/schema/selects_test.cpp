@@ -1,6 +1,6 @@
-// Select values: member codes, the setters' ownership rules (including the
-// plain members that overwrite without clearing), reading a parameter that
-// fits no member, and typed values read and written.
+// Select values: member codes, plain members that overwrite without
+// clearing, typed values read (and names that fit no member) and written,
+// and every exported member setter.
 #include <string>
 #include <vector>
 
@@ -92,6 +92,28 @@ TEST_F(SelectsTest, MembersAreNumberedInSchemaOrderWithNestedSelectsExpanded) {
 }
 
 // ---- reading ----
+
+TEST_F(SelectsTest, PlainMemberOverwritesWithoutClearingWhatWasHeld) {
+    kxBaseObject *select = make(kxIfcValue_class());
+    kxIfcValue_set_kxIfcLabel(select, u"Wall");
+    char16_t *label = const_cast<char16_t *>(kxIfcValue_get_kxIfcLabel(select));
+    const int64_t with_label = live_blocks();
+
+    kxIfcValue_set_kxIfcLengthMeasure(select, 2.5);
+    EXPECT_EQ(kxIfcValue_get_type(select), 13u);
+    EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(select), 2.5);
+    EXPECT_EQ(live_blocks(), with_label) << "the label is left allocated: plain members do not clear";
+    EXPECT_EQ(narrow(label), "Wall");
+
+    // Nobody holds the label now: give it back ourselves.
+    kx::wstr_destroy(&label);
+    EXPECT_EQ(live_blocks(), with_label - 1);
+
+    // Plain members over plain members just store.
+    kxIfcValue_set_kxIfcInteger(select, 7);
+    EXPECT_EQ(kxIfcValue_get_type(select), 23u);
+    EXPECT_EQ(kxIfcValue_get_kxIfcInteger(select), 7);
+}
 
 TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {
     kxBaseObject *label = make(kxIfcPropertySingleValue_class());

@@ -169,6 +169,48 @@ protected:
 
 // ---- the default conversion of the assignment's units ----
 
+TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEveryLengthBy1000) {
+    for (kxIfcVersion_t release : kReleases) {
+        model(release);
+        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+        kxBaseObject *corner = point({1000.0, 2500.0, -500.0});
+        kxBaseObject *solid = extrusion(3000.0);
+        kxBaseObject *unset_depth = make(kxIfcExtrudedAreaSolid_class());
+        kxBaseObject *property = single_value(length_value(2500.0));
+        kxBaseObject *ratio = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcReal(ratio, 1000.0);
+        kxBaseObject *count = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcCountMeasure(count, 1000.0);
+        kxBaseObject *angle = make(kxIfcValue_class());
+        kxIfcValue_set_kxIfcPlaneAngleMeasure(angle, 90.0);
+
+        convert_by_default();
+
+        EXPECT_EQ(coordinates(corner), (std::vector<double>{1.0, 2.5, -0.5}));
+        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0);
+        EXPECT_EQ(kxIfcExtrudedAreaSolid_Depth_has_value(unset_depth), kxBFALSE) << "unset values stay unset";
+        EXPECT_DOUBLE_EQ(nominal_length(property), 2.5);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcReal(ratio), 1000.0) << "a value without a unit";
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcCountMeasure(count), 1000.0);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcPlaneAngleMeasure(angle), 90.0) << "no angle unit is assigned";
+        kxUnitsModelConversor_free(&conversor_);
+    }
+}
+
+TEST_F(UnitsModelConversorTest, ListsOfPlainRealsAreNotMeasures) {
+    // A plain REAL list names no measure type: an absorbed dose unit (the
+    // first measure type of the tables) must not reach it.
+    model(KXIFCVERSION_IFC_2X3);
+    assign({si_unit("ABSORBEDDOSEUNIT", "MILLI", "GRAY"), si_unit("LENGTHUNIT", "MILLI", "METRE")});
+    kxBaseObject *direction = make(kxIfcDirection_class());
+    kxArrReal *ratios = kxArrReal_new();
+    kxArrReal_add(ratios, 0.0);
+    kxArrReal_add(ratios, 1000.0);
+    kxIfcDirection_set_DirectionRatios_v2x3(direction, ratios);
+    convert_by_default();
+    EXPECT_DOUBLE_EQ(kxArrReal_get(kxIfcDirection_get_DirectionRatios_v2x3(direction), 1), 1000.0);
+}
+
 TEST_F(UnitsModelConversorTest, ModelWithoutUnitAssignmentIsLeftUnchanged) {
     for (kxIfcVersion_t release : kReleases) {
         model(release);
@@ -191,6 +233,51 @@ TEST_F(UnitsModelConversorTest, AssignmentWithoutUnitsIsLeftUnchanged) {
 }
 
 // ---- scales of SI units ----
+
+// Every SI prefix has its power of ten; area, volume and mass units scale
+// by their prefix and name.
+TEST_F(UnitsModelConversorTest, SIUnitsScaleByTheirPrefixAndName) {
+    struct Case {
+        const char *type;
+        const char *prefix;
+        const char *name;
+        double factor;
+    };
+    const Case cases[] = {
+        {"AREAUNIT", "CENTI", "SQUARE_METRE", 1e-4}, {"VOLUMEUNIT", "MILLI", "CUBIC_METRE", 1e-9},
+        {"MASSUNIT", nullptr, "GRAM", 0.001},         {"MASSUNIT", "KILO", "GRAM", 1.0},
+        {"AREAUNIT", nullptr, "SQUARE_METRE", 1.0},   {"VOLUMEUNIT", "DECI", "CUBIC_METRE", 1e-3},
+        {"LENGTHUNIT", "EXA", "METRE", 1e18},         {"LENGTHUNIT", "PETA", "METRE", 1e15},
+        {"LENGTHUNIT", "TERA", "METRE", 1e12},        {"LENGTHUNIT", "GIGA", "METRE", 1e9},
+        {"LENGTHUNIT", "MEGA", "METRE", 1e6},         {"LENGTHUNIT", "KILO", "METRE", 1e3},
+        {"LENGTHUNIT", "HECTO", "METRE", 1e2},        {"LENGTHUNIT", "DECA", "METRE", 1e1},
+        {"LENGTHUNIT", "DECI", "METRE", 1e-1},        {"LENGTHUNIT", "CENTI", "METRE", 1e-2},
+        {"LENGTHUNIT", "MILLI", "METRE", 1e-3},       {"LENGTHUNIT", "MICRO", "METRE", 1e-6},
+        {"LENGTHUNIT", "NANO", "METRE", 1e-9},        {"LENGTHUNIT", "PICO", "METRE", 1e-12},
+        {"LENGTHUNIT", "FEMTO", "METRE", 1e-15},      {"LENGTHUNIT", "ATTO", "METRE", 1e-18},
+    };
+    for (kxIfcVersion_t release : kReleases) {
+        for (const Case &c : cases) {
+            model(release);
+            assign({si_unit(c.type, c.prefix, c.name)});
+            kxBaseObject *area = make(kxIfcQuantityArea_class());
+            kxIfcQuantityArea_set_AreaValue(area, 1.0);
+            kxBaseObject *volume = make(kxIfcQuantityVolume_class());
+            kxIfcQuantityVolume_set_VolumeValue(volume, 1.0);
+            kxBaseObject *weight = make(kxIfcQuantityWeight_class());
+            kxIfcQuantityWeight_set_WeightValue(weight, 1.0);
+            kxBaseObject *solid = extrusion(1.0);
+            convert_by_default();
+            const std::string type = c.type;
+            const double got = type == "AREAUNIT"     ? kxIfcQuantityArea_get_AreaValue(area)
+                               : type == "VOLUMEUNIT" ? kxIfcQuantityVolume_get_VolumeValue(volume)
+                               : type == "MASSUNIT"   ? kxIfcQuantityWeight_get_WeightValue(weight)
+                                                      : kxIfcExtrudedAreaSolid_get_Depth(solid);
+            EXPECT_NEAR(got, c.factor, c.factor * 1e-12) << c.type << " " << (c.prefix ? c.prefix : "") << c.name;
+            kxUnitsModelConversor_free(&conversor_);
+        }
+    }
+}
 
 TEST_F(UnitsModelConversorTest, FirstUnitOfATypeWins) {
     model(KXIFCVERSION_IFC_4);
@@ -244,6 +331,17 @@ TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
 }
 
 // ---- conversion-based and derived units ----
+
+TEST_F(UnitsModelConversorTest, ConversionBasedUnitsChainToTheirBaseUnits) {
+    model(KXIFCVERSION_IFC_2X3);
+    kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
+    kxBaseObject *inch = conversion_based("LENGTHUNIT", u"INCH", 1.0 / 12.0, foot);
+    assign({inch});
+    kxBaseObject *solid = extrusion(12.0);
+    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
+    convert();
+    EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), 304.8, 1e-9) << "12 in = 1 ft = 0.3048 m, in mm";
+}
 
 TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
     model(KXIFCVERSION_IFC_4);
@@ -553,104 +651,6 @@ TEST_F(UnitsModelConversorTest, MeasurableTypesAreTheMeasuresWithAUnit) {
         EXPECT_TRUE(type.kind == kx::SLOT_REAL || type.kind == kx::SLOT_INTEGER) << narrow(type.name);
     }
     EXPECT_EQ(measurable, kx::KXMEASURABLETYPE_NUM_VALUES);
-}
-
-TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEveryLengthBy1000) {
-    for (kxIfcVersion_t release : kReleases) {
-        model(release);
-        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
-        kxBaseObject *corner = point({1000.0, 2500.0, -500.0});
-        kxBaseObject *solid = extrusion(3000.0);
-        kxBaseObject *unset_depth = make(kxIfcExtrudedAreaSolid_class());
-        kxBaseObject *property = single_value(length_value(2500.0));
-        kxBaseObject *ratio = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcReal(ratio, 1000.0);
-        kxBaseObject *count = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcCountMeasure(count, 1000.0);
-        kxBaseObject *angle = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcPlaneAngleMeasure(angle, 90.0);
-
-        convert_by_default();
-
-        EXPECT_EQ(coordinates(corner), (std::vector<double>{1.0, 2.5, -0.5}));
-        EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0);
-        EXPECT_EQ(kxIfcExtrudedAreaSolid_Depth_has_value(unset_depth), kxBFALSE) << "unset values stay unset";
-        EXPECT_DOUBLE_EQ(nominal_length(property), 2.5);
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcReal(ratio), 1000.0) << "a value without a unit";
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcCountMeasure(count), 1000.0);
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcPlaneAngleMeasure(angle), 90.0) << "no angle unit is assigned";
-        kxUnitsModelConversor_free(&conversor_);
-    }
-}
-
-TEST_F(UnitsModelConversorTest, ListsOfPlainRealsAreNotMeasures) {
-    // A plain REAL list names no measure type: an absorbed dose unit (the
-    // first measure type of the tables) must not reach it.
-    model(KXIFCVERSION_IFC_2X3);
-    assign({si_unit("ABSORBEDDOSEUNIT", "MILLI", "GRAY"), si_unit("LENGTHUNIT", "MILLI", "METRE")});
-    kxBaseObject *direction = make(kxIfcDirection_class());
-    kxArrReal *ratios = kxArrReal_new();
-    kxArrReal_add(ratios, 0.0);
-    kxArrReal_add(ratios, 1000.0);
-    kxIfcDirection_set_DirectionRatios_v2x3(direction, ratios);
-    convert_by_default();
-    EXPECT_DOUBLE_EQ(kxArrReal_get(kxIfcDirection_get_DirectionRatios_v2x3(direction), 1), 1000.0);
-}
-
-TEST_F(UnitsModelConversorTest, ConversionBasedUnitsChainToTheirBaseUnits) {
-    model(KXIFCVERSION_IFC_2X3);
-    kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
-    kxBaseObject *inch = conversion_based("LENGTHUNIT", u"INCH", 1.0 / 12.0, foot);
-    assign({inch});
-    kxBaseObject *solid = extrusion(12.0);
-    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
-    convert();
-    EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), 304.8, 1e-9) << "12 in = 1 ft = 0.3048 m, in mm";
-}
-
-// Every SI prefix has its power of ten; area, volume and mass units scale
-// by their prefix and name.
-TEST_F(UnitsModelConversorTest, SIUnitsScaleByTheirPrefixAndName) {
-    struct Case {
-        const char *type;
-        const char *prefix;
-        const char *name;
-        double factor;
-    };
-    const Case cases[] = {
-        {"AREAUNIT", "CENTI", "SQUARE_METRE", 1e-4}, {"VOLUMEUNIT", "MILLI", "CUBIC_METRE", 1e-9},
-        {"MASSUNIT", nullptr, "GRAM", 0.001},         {"MASSUNIT", "KILO", "GRAM", 1.0},
-        {"AREAUNIT", nullptr, "SQUARE_METRE", 1.0},   {"VOLUMEUNIT", "DECI", "CUBIC_METRE", 1e-3},
-        {"LENGTHUNIT", "EXA", "METRE", 1e18},         {"LENGTHUNIT", "PETA", "METRE", 1e15},
-        {"LENGTHUNIT", "TERA", "METRE", 1e12},        {"LENGTHUNIT", "GIGA", "METRE", 1e9},
-        {"LENGTHUNIT", "MEGA", "METRE", 1e6},         {"LENGTHUNIT", "KILO", "METRE", 1e3},
-        {"LENGTHUNIT", "HECTO", "METRE", 1e2},        {"LENGTHUNIT", "DECA", "METRE", 1e1},
-        {"LENGTHUNIT", "DECI", "METRE", 1e-1},        {"LENGTHUNIT", "CENTI", "METRE", 1e-2},
-        {"LENGTHUNIT", "MILLI", "METRE", 1e-3},       {"LENGTHUNIT", "MICRO", "METRE", 1e-6},
-        {"LENGTHUNIT", "NANO", "METRE", 1e-9},        {"LENGTHUNIT", "PICO", "METRE", 1e-12},
-        {"LENGTHUNIT", "FEMTO", "METRE", 1e-15},      {"LENGTHUNIT", "ATTO", "METRE", 1e-18},
-    };
-    for (kxIfcVersion_t release : kReleases) {
-        for (const Case &c : cases) {
-            model(release);
-            assign({si_unit(c.type, c.prefix, c.name)});
-            kxBaseObject *area = make(kxIfcQuantityArea_class());
-            kxIfcQuantityArea_set_AreaValue(area, 1.0);
-            kxBaseObject *volume = make(kxIfcQuantityVolume_class());
-            kxIfcQuantityVolume_set_VolumeValue(volume, 1.0);
-            kxBaseObject *weight = make(kxIfcQuantityWeight_class());
-            kxIfcQuantityWeight_set_WeightValue(weight, 1.0);
-            kxBaseObject *solid = extrusion(1.0);
-            convert_by_default();
-            const std::string type = c.type;
-            const double got = type == "AREAUNIT"     ? kxIfcQuantityArea_get_AreaValue(area)
-                               : type == "VOLUMEUNIT" ? kxIfcQuantityVolume_get_VolumeValue(volume)
-                               : type == "MASSUNIT"   ? kxIfcQuantityWeight_get_WeightValue(weight)
-                                                      : kxIfcExtrudedAreaSolid_get_Depth(solid);
-            EXPECT_NEAR(got, c.factor, c.factor * 1e-12) << c.type << " " << (c.prefix ? c.prefix : "") << c.name;
-            kxUnitsModelConversor_free(&conversor_);
-        }
-    }
 }
 
 }  // namespace

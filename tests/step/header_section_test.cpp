@@ -1,7 +1,7 @@
-// The HEADER section: written from a record (lists, encodings, time stamp,
-// schema text), read back from files (each entity optional, string lists in
-// all their forms, the implementation level, malformed and truncated
-// sections), and the release a file declares, also for the sample files.
+// The HEADER section: written from a record (lists, encodings), read back
+// from files (each entity optional, string lists in all their forms, the
+// implementation level, malformed and truncated sections), and the release
+// a file declares, also for the sample files.
 #include <filesystem>
 #include <map>
 #include <string>
@@ -151,6 +151,45 @@ TEST_F(HeaderSectionTest, AuthorizationAsOneStringIsAOneItemList) {
     EXPECT_EQ(item(header_->authorization_data, 0), "");
 }
 
+TEST_F(HeaderSectionTest, KeywordsIgnoreCaseAndCommentsAreSkipped) {
+    ASSERT_TRUE(read("ISO-10303-21;\n/* a comment; HEADER; */ header;\r\n/* produced by */\r\n"
+                     "file_description(('d'),'2;1');\r\nfile_schema(('ifc4'));\r\nendsec;\r\n"));
+    EXPECT_EQ(narrow(header_->file_schema), "ifc4");
+}
+
+TEST_F(HeaderSectionTest, EachEntityIsOptional) {
+    ASSERT_TRUE(read_body(""));
+    EXPECT_EQ(header_->description_data, nullptr);
+    EXPECT_EQ(header_->file_name, nullptr);
+    EXPECT_EQ(header_->time_stamp, nullptr);
+    EXPECT_EQ(header_->author_data, nullptr);
+    EXPECT_EQ(header_->organization_data, nullptr);
+    EXPECT_EQ(header_->originating_system, nullptr);
+    EXPECT_EQ(header_->authorization_data, nullptr);
+    EXPECT_EQ(header_->file_schema, nullptr);
+
+    // Without FILE_DESCRIPTION: no implementation level, nothing to refuse.
+    ASSERT_TRUE(read_body("FILE_NAME('n','t',(''),(''),'p','s','');\nFILE_SCHEMA(('IFC4'));\n"));
+    EXPECT_EQ(header_->description_data, nullptr);
+    EXPECT_EQ(narrow(header_->file_name), "n");
+    EXPECT_EQ(narrow(header_->file_schema), "IFC4");
+
+    ASSERT_TRUE(read_body("FILE_DESCRIPTION(('d'),'2;1');\nFILE_SCHEMA(('IFC4'));\n"));
+    EXPECT_EQ(header_->file_name, nullptr);
+    EXPECT_EQ(header_->author_data, nullptr);
+    EXPECT_EQ(header_->authorization_data, nullptr);
+    ASSERT_EQ(kx::wstrarray_count(header_->description_data), 1u);
+
+    ASSERT_TRUE(read_body("FILE_DESCRIPTION(('d'),'2;1');\nFILE_NAME('n','t',(''),(''),'p','s','');\n"));
+    EXPECT_EQ(header_->file_schema, nullptr);
+    EXPECT_EQ(narrow(header_->file_name), "n");
+
+    // The public getters give NULL for what is absent.
+    ASSERT_TRUE(read_body(""));
+    EXPECT_EQ(kxIfcHeader_get_file_name(header_), nullptr);
+    EXPECT_EQ(kxIfcHeader_get_file_schema(header_), nullptr);
+}
+
 TEST_F(HeaderSectionTest, ImplementationLevelMustBeTwoSemicolonOne) {
     EnvGuard ignore("KXIFCHEADER_IGNORE_ERRORS", nullptr);
     const std::string body = "FILE_DESCRIPTION(('d'),'2;2');\nFILE_SCHEMA(('IFC4'));\n";
@@ -230,6 +269,24 @@ TEST_F(HeaderSectionTest, LongListsAreReportedPastOneThousandItemsAndStillRead) 
 
 // ---- the declared release ----
 
+TEST_F(HeaderSectionTest, ReleaseFromTheSchemaName) {
+    const std::map<std::string, kxIfcVersion_t> releases = {
+        {"IFC2X3", KXIFCVERSION_IFC_2X3}, {"IFC4", KXIFCVERSION_IFC_4},   {"IFC2X4", KXIFCVERSION_IFC_4},
+        {"ifc4", KXIFCVERSION_IFC_4},     {"Ifc2x3", KXIFCVERSION_IFC_2X3}, {"IFC2X", KXIFCVERSION_IFC_2X3},
+        {"IFC4X3_ADD2", KXIFCVERSION_IFC_4}, {"IFC2X2_FINAL", KXIFCVERSION_IFC_2X3},
+    };
+    for (const auto &[schema, release] : releases) {
+        kxIfcVersion_t version = ifc_version_not_defined;
+        EXPECT_EQ(release_of(schema, &version), kxBTRUE) << schema;
+        EXPECT_EQ(version, release) << schema;
+    }
+    for (const char *schema : {"CIS2", "IFC", "AP214", ""}) {
+        kxIfcVersion_t version = KXIFCVERSION_IFC_4;
+        EXPECT_EQ(release_of(schema, &version), kxBFALSE) << schema;
+        EXPECT_EQ(static_cast<uint32_t>(version), 0xFFFFu) << schema;
+    }
+}
+
 TEST_F(HeaderSectionTest, ReleaseOfAFileWithoutSchemaOrUnreadable) {
     kxIfcVersion_t version = KXIFCVERSION_IFC_4;
     const std::u16string no_schema = make_file(file_with_header("FILE_DESCRIPTION(('d'),'2;1');\n"), "a.ifc");
@@ -297,24 +354,6 @@ TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
     }
     if (kx::header_read_section(path.c_str(), &header_)) {
         EXPECT_EQ(narrow(header_->file_name), "test.ifc");
-    }
-}
-
-TEST_F(HeaderSectionTest, ReleaseFromTheSchemaName) {
-    const std::map<std::string, kxIfcVersion_t> releases = {
-        {"IFC2X3", KXIFCVERSION_IFC_2X3}, {"IFC4", KXIFCVERSION_IFC_4},   {"IFC2X4", KXIFCVERSION_IFC_4},
-        {"ifc4", KXIFCVERSION_IFC_4},     {"Ifc2x3", KXIFCVERSION_IFC_2X3}, {"IFC2X", KXIFCVERSION_IFC_2X3},
-        {"IFC4X3_ADD2", KXIFCVERSION_IFC_4}, {"IFC2X2_FINAL", KXIFCVERSION_IFC_2X3},
-    };
-    for (const auto &[schema, release] : releases) {
-        kxIfcVersion_t version = ifc_version_not_defined;
-        EXPECT_EQ(release_of(schema, &version), kxBTRUE) << schema;
-        EXPECT_EQ(version, release) << schema;
-    }
-    for (const char *schema : {"CIS2", "IFC", "AP214", ""}) {
-        kxIfcVersion_t version = KXIFCVERSION_IFC_4;
-        EXPECT_EQ(release_of(schema, &version), kxBFALSE) << schema;
-        EXPECT_EQ(static_cast<uint32_t>(version), 0xFFFFu) << schema;
     }
 }
 

@@ -1,5 +1,5 @@
-// The header lexer with small buffers that split tokens, large files, and
-// broken input (the header reader tests read real header text through it).
+// The header lexer with small buffers that split tokens, and broken input
+// (the header reader tests read real header text through it).
 #include <random>
 #include <string>
 #include <vector>
