@@ -107,6 +107,17 @@ std::string read_file(const std::string &path) {
     return text.str();
 }
 
+std::string first_difference(const std::string &a, const std::string &b) {
+    std::istringstream in_a(a), in_b(b);
+    std::string line_a, line_b;
+    while (true) {
+        const bool more_a = static_cast<bool>(std::getline(in_a, line_a));
+        const bool more_b = static_cast<bool>(std::getline(in_b, line_b));
+        if (!more_a && !more_b) return "";
+        if (more_a != more_b || line_a != line_b) return line_a + "  <>  " + line_b;
+    }
+}
+
 TempDirectory::TempDirectory(const std::string &prefix) {
     std::string pattern = "/tmp/" + prefix + "_XXXXXX";
     if (mkdtemp(pattern.data()) != nullptr) path_ = pattern;

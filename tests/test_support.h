@@ -1,8 +1,8 @@
 // Shared test helpers: a fixture that captures assertion reports and checks
 // that tracked memory is back where it started, access to the shared sample
-// files and the generated accessor manifest, library text as ASCII, a
-// temporary directory, whole files as strings and environment variables set
-// for a while.
+// files and the generated accessor manifest, library text as ASCII,
+// enumeration members by name, a temporary directory, whole files as strings
+// and environment variables set for a while.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -79,6 +79,16 @@ inline std::string narrow(const char16_t *text) {
     return result;
 }
 
+// The member of an enumeration with that name, through its exported
+// has-value and to-string functions (0, and a failure, when there is none).
+template <typename HasValue, typename ToString>
+int32_t enum_member(HasValue has_value, ToString to_string, const std::string &name) {
+    for (int32_t value = 1; has_value(value); value++)
+        if (narrow(to_string(value)) == name) return value;
+    ADD_FAILURE() << "no member " << name;
+    return 0;
+}
+
 // ASCII text as a library string.
 inline std::u16string wide(const std::string &text) { return std::u16string(text.begin(), text.end()); }
 
@@ -95,6 +105,10 @@ bool is_time_stamp(const std::string &text);
 
 // The whole file ("" when it cannot be read).
 std::string read_file(const std::string &path);
+
+// The first line that differs between two texts, as "a  <>  b" ("" when
+// they are equal).
+std::string first_difference(const std::string &a, const std::string &b);
 
 // A new directory /tmp/<prefix>_XXXXXX. When it goes, everything created in
 // it goes with it.

@@ -11,6 +11,7 @@
 #include "core/typelibrary.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
+#include "model/model.h"
 #include "schema_digest.h"
 #include "test_support.h"
 
@@ -104,84 +105,59 @@ TEST_F(ClassRegistryTest, EntitiesAndSelectsAreExactlyTheSchemasOnes) {
     EXPECT_EQ(selects, digest_selects);
 }
 
-TEST_F(ClassRegistryTest, AbstractFlagsPerReleaseFollowTheSchema) {
+TEST_F(ClassRegistryTest, ExistenceAbstractFlagsAndAncestorsPerReleaseFollowTheSchema) {
     const auto &digest = committed_digest();
     int abstract_somewhere = 0;
+    size_t chains = 0;
     for (const auto &[name, entity] : digest.entities) {
         const kxClass_t *klass = find(name);
         ASSERT_NE(klass, nullptr) << name;
         for (int release = 0; release < kxtest::kReleases; release++) {
-            const bool expected = entity.exists[release] && entity.abstract[release];
-            EXPECT_EQ(klass->is_abstract[release] != 0, expected) << name << " release " << release;
-            EXPECT_EQ(kxClass_is_abstract(klass, static_cast<kxIfcVersion_t>(release)) != 0, expected) << name;
+            SCOPED_TRACE(name + (release == 0 ? " in IFC2X3" : " in IFC4"));
+            const kxIfcVersion_t version = static_cast<kxIfcVersion_t>(release);
+            const kx::ClassRelease *data = klass->releases[release];
+            EXPECT_EQ(data != nullptr, entity.exists[release]);
+            EXPECT_EQ(kxClass_exists_in_version(klass, version) != 0, entity.exists[release]);
+            const bool abstract = entity.exists[release] && entity.abstract[release];
+            EXPECT_EQ(klass->is_abstract[release] != 0, abstract);
+            EXPECT_EQ(kxClass_is_abstract(klass, version) != 0, abstract);
+            if (data == nullptr) continue;
+            EXPECT_EQ(data->version, static_cast<uint32_t>(release));
+            // The ancestors are the supertype chain, root first.
+            std::vector<std::string> ancestors;
+            for (uint32_t i = 0; i < data->num_ancestors; i++) {
+                ASSERT_LT(data->ancestors[i], kx::g_num_classes);
+                ancestors.push_back(narrow(kx::g_classes[data->ancestors[i]]->ifc_name));
+            }
+            EXPECT_EQ(ancestors, digest.chain(name, release));
+            chains++;
         }
         for (uint32_t unused = kxtest::kReleases; unused < kx::KXCLASS_MAX_IFC_VERSIONS; unused++)
             EXPECT_EQ(klass->is_abstract[unused], 0) << name << " entry " << unused;
         if (entity.abstract[0] || entity.abstract[1]) abstract_somewhere++;
     }
-    for (const auto &entry : digest.selects) {
-        const kxClass_t *klass = find(entry.first);
-        ASSERT_NE(klass, nullptr) << entry.first;
-        EXPECT_EQ(klass->is_abstract[0], 0) << entry.first;
-        EXPECT_EQ(klass->is_abstract[1], 0) << entry.first;
+    for (const auto &[name, members] : digest.selects) {
+        const kxClass_t *klass = find(name);
+        ASSERT_NE(klass, nullptr) << name;
+        for (int release = 0; release < kxtest::kReleases; release++) {
+            EXPECT_EQ(klass->releases[release] != nullptr, members[release].has_value()) << name;
+            EXPECT_EQ(kxClass_exists_in_version(klass, static_cast<kxIfcVersion_t>(release)) != 0,
+                      members[release].has_value())
+                << name;
+            EXPECT_EQ(klass->is_abstract[release], 0) << name;
+        }
     }
     EXPECT_EQ(abstract_somewhere, 131);
+    EXPECT_EQ(chains, 1429u);  // entities of IFC2X3 plus entities of IFC4
 
     struct Row { const char *name; bool in_2x3, in_4; };
     for (const Row &row : {Row{"IfcAddress", true, true}, Row{"IfcBoundedCurve", true, true},
                            Row{"IfcAppliedValue", true, false}, Row{"IfcAnnotationOccurrence", true, false},
                            Row{"IfcRoot", true, true}, Row{"IfcWall", false, false},
                            Row{"IfcTessellatedFaceSet", false, true}}) {
-        const kxClass_t *klass = find(row.name);
-        ASSERT_NE(klass, nullptr) << row.name;
-        EXPECT_EQ(kxClass_is_abstract(klass, KXIFCVERSION_IFC_2X3) != 0, row.in_2x3) << row.name;
-        EXPECT_EQ(kxClass_is_abstract(klass, KXIFCVERSION_IFC_4) != 0, row.in_4) << row.name;
+        EXPECT_EQ(kxClass_is_abstract(find(row.name), KXIFCVERSION_IFC_2X3) != 0, row.in_2x3) << row.name;
+        EXPECT_EQ(kxClass_is_abstract(find(row.name), KXIFCVERSION_IFC_4) != 0, row.in_4) << row.name;
     }
-}
-
-TEST_F(ClassRegistryTest, ExistencePerReleaseFollowsTheSchema) {
-    const auto &digest = committed_digest();
-    auto check = [&](const std::string &name, const bool exists[kxtest::kReleases]) {
-        const kxClass_t *klass = find(name);
-        ASSERT_NE(klass, nullptr) << name;
-        for (int release = 0; release < kxtest::kReleases; release++) {
-            EXPECT_EQ(klass->releases[release] != nullptr, exists[release]) << name << " release " << release;
-            EXPECT_EQ(kxClass_exists_in_version(klass, static_cast<kxIfcVersion_t>(release)) != 0, exists[release])
-                << name;
-            if (klass->releases[release] != nullptr) {
-                EXPECT_EQ(klass->releases[release]->version, static_cast<uint32_t>(release)) << name;
-            }
-        }
-    };
-    for (const auto &[name, entity] : digest.entities) check(name, entity.exists);
-    for (const auto &[name, members] : digest.selects) {
-        const bool exists[kxtest::kReleases] = {members[0].has_value(), members[1].has_value()};
-        check(name, exists);
-    }
-}
-
-TEST_F(ClassRegistryTest, AncestorsPerReleaseAreTheSupertypeChainRootFirst) {
-    const auto &digest = committed_digest();
-    size_t checked = 0, expected = 0;
-    for (const auto &[name, entity] : digest.entities) {
-        expected += entity.exists[0] + entity.exists[1];
-        const kxClass_t *klass = find(name);
-        ASSERT_NE(klass, nullptr) << name;
-        for (int release = 0; release < kxtest::kReleases; release++) {
-            const kx::ClassRelease *data = klass->releases[release];
-            EXPECT_EQ(data != nullptr, entity.exists[release]) << name;
-            if (data == nullptr) continue;
-            std::vector<std::string> ancestors;
-            for (uint32_t i = 0; i < data->num_ancestors; i++) {
-                ASSERT_LT(data->ancestors[i], kx::g_num_classes) << name;
-                ancestors.push_back(narrow(kx::g_classes[data->ancestors[i]]->ifc_name));
-            }
-            EXPECT_EQ(ancestors, digest.chain(name, release)) << name << " release " << release;
-            checked++;
-        }
-    }
-    EXPECT_EQ(checked, expected);
-    EXPECT_EQ(expected, 1429u);  // entities of IFC2X3 plus entities of IFC4
     // A class whose chain differs between releases.
     EXPECT_EQ(digest.chain("Ifc2DCompositeCurve", 0),
               (std::vector<std::string>{"IfcRepresentationItem", "IfcGeometricRepresentationItem", "IfcCurve",
@@ -209,6 +185,19 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
             }
             kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
             EXPECT_EQ(instance != nullptr, expected) << name << " release " << release;
+            // The class itself makes an instance wherever it exists, abstract
+            // or not.
+            uint32_t counter = 0;
+            kxBaseObject *raw = kx::class_new_instance(klass, static_cast<kxIfcVersion_t>(release), &counter,
+                                                       model->model_manager);
+            EXPECT_EQ(raw != nullptr, kxClass_exists_in_version(klass, static_cast<kxIfcVersion_t>(release)) != 0)
+                << name;
+            if (raw != nullptr) {
+                EXPECT_EQ(raw->retain_count, 1u);
+                EXPECT_EQ(counter, 1u);
+                EXPECT_EQ(raw->object_class, klass);
+                kx::baseobject_release(&raw);
+            }
             if (instance == nullptr) continue;
             built++;
             EXPECT_EQ(instance->object_class, klass) << name;

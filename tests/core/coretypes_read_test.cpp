@@ -2,6 +2,7 @@
 // mismatches reported with the expected type's name, "$" and "*" giving the
 // undefined value quietly, and the binary encodings.
 #include <cstring>
+#include <sstream>
 #include <string>
 
 #include "core/coretypes.h"
@@ -49,124 +50,120 @@ protected:
     }
 };
 
-// ---------------------------------------------------------------------------
-// BOOLEAN and LOGICAL
+// The parameter a case reads, and the base type it reads it as.
+enum class Param { LITERAL, STRING, INTEGER, REAL, NUL, DERIVED };
+enum class Type { BOOLEAN, LOGICAL, INTEGER, REAL, STRING, BINARY };
 
-TEST_F(CoreTypesReadTest, BooleanTextsInAnyCase) {
-    kxBoolean value = 5;
-    EXPECT_TRUE(kx::coretype_read_boolean(list, literal(u".t."), u"IsExternal", &value));
-    EXPECT_EQ(value, 1);
-    EXPECT_TRUE(kx::coretype_read_boolean(list, literal(u".TRUE."), u"IsExternal", &value));
-    EXPECT_EQ(value, 1);
-    EXPECT_TRUE(kx::coretype_read_boolean(list, literal(u".F."), u"IsExternal", &value));
-    EXPECT_EQ(value, 0);
-    EXPECT_TRUE(kx::coretype_read_boolean(list, literal(u".False."), u"IsExternal", &value));
-    EXPECT_EQ(value, 0);
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-}
+struct ReadCase {
+    Type type;
+    Param param;
+    const char16_t *text;  // of a literal or string
+    double number;         // of an integer or real
+    bool read;
+    const char *value;        // what was read, as text; "?" for the undefined value
+    const char16_t *mismatch;  // the expected type a mismatch names, or ""
+};
 
-TEST_F(CoreTypesReadTest, UnknownIntoBooleanIsAMismatch) {
-    kxBoolean value = 1;
-    EXPECT_FALSE(kx::coretype_read_boolean(list, literal(u".U."), u"IsExternal", &value));
-    EXPECT_EQ(value, kx::kBooleanUndefined);
-    EXPECT_EQ(mark(), u"kxBoolean: IsExternal");
-    EXPECT_TRUE(kxParseParList_has_errors(list));
+constexpr Type kBool = Type::BOOLEAN, kLogic = Type::LOGICAL, kInt = Type::INTEGER, kReal = Type::REAL,
+               kStr = Type::STRING, kBin = Type::BINARY;
+constexpr Param pLit = Param::LITERAL, pStr = Param::STRING, pInt = Param::INTEGER, pReal = Param::REAL,
+                pNull = Param::NUL, pDerived = Param::DERIVED;
 
-    EXPECT_FALSE(kx::coretype_read_boolean(list, literal(u".UNKNOWN."), u"IsExternal", &value));
-    EXPECT_EQ(mark(), u"kxBoolean: IsExternal");
-    EXPECT_FALSE(kx::coretype_read_boolean(list, literal(u".ELEMENT."), u"IsExternal", &value));
-    EXPECT_EQ(mark(), u"kxBoolean: IsExternal");
-}
+const ReadCase kReadCases[] = {
+    // BOOLEAN in any case; unknown is a mismatch, another kind fails quietly.
+    {kBool, pLit, u".t.", 0, true, "1", u""}, {kBool, pLit, u".TRUE.", 0, true, "1", u""},
+    {kBool, pLit, u".F.", 0, true, "0", u""}, {kBool, pLit, u".False.", 0, true, "0", u""},
+    {kBool, pLit, u".U.", 0, false, "?", u"kxBoolean"}, {kBool, pLit, u".UNKNOWN.", 0, false, "?", u"kxBoolean"},
+    {kBool, pLit, u".ELEMENT.", 0, false, "?", u"kxBoolean"}, {kBool, pInt, nullptr, 1, false, "?", u""},
+    {kBool, pStr, u".T.", 0, false, "?", u""}, {kBool, pNull, nullptr, 0, false, "?", u""},
+    // LOGICAL takes unknown too.
+    {kLogic, pLit, u".UNKNOWN.", 0, true, "-1", u""}, {kLogic, pLit, u".u.", 0, true, "-1", u""},
+    {kLogic, pLit, u".T.", 0, true, "1", u""}, {kLogic, pLit, u".false.", 0, true, "0", u""},
+    {kLogic, pLit, u".MAYBE.", 0, false, "?", u"kxLogical"}, {kLogic, pDerived, nullptr, 0, false, "?", u""},
+    // INTEGER only from integers; REAL from integers too.
+    {kInt, pInt, nullptr, -2147483648.0, true, "-2147483648", u""}, {kInt, pReal, nullptr, 3.0, false, "?", u"long"},
+    {kInt, pNull, nullptr, 0, false, "?", u""}, {kReal, pInt, nullptr, 3, true, "3", u""},
+    {kReal, pReal, nullptr, -0.25, true, "-0.25", u""}, {kReal, pStr, u"3.0", 0, false, "?", u"double"},
+    {kReal, pDerived, nullptr, 0, false, "?", u""},
+    // STRING; empty is a value.
+    {kStr, pStr, u"Wall \u00e9", 0, true, "Wall \xc3\xa9", u""}, {kStr, pStr, u"", 0, true, "", u""},
+    {kStr, pLit, u".T.", 0, false, "?", u"wchar_t"}, {kStr, pNull, nullptr, 0, false, "?", u""},
+    // BINARY from the quoted hex form, whose leading digit counts the unused
+    // high bits of the first hex digit, or from its bits. No digits: the
+    // empty binary, which is the undefined value.
+    {kBin, pLit, u"\"0F\"", 0, true, "1111", u""}, {kBin, pLit, u"\"2A5\"", 0, true, "100101", u""},
+    {kBin, pLit, u"\"3fe\"", 0, true, "11110", u""}, {kBin, pLit, u"\"0C30\"", 0, true, "110000110000", u""},
+    {kBin, pLit, u"\"0\"", 0, true, "?", u""}, {kBin, pLit, u"0110001", 0, true, "0110001", u""},
+    {kBin, pLit, u"\"4F\"", 0, false, "?", u""}, {kBin, pLit, u"\"1\"", 0, false, "?", u""},
+    {kBin, pLit, u"\"0G\"", 0, false, "?", u""}, {kBin, pLit, u"\"0F", 0, false, "?", u""},
+    {kBin, pLit, u"\"\"", 0, false, "?", u""}, {kBin, pLit, u"01x1", 0, false, "?", u""},
+    {kBin, pLit, u"", 0, false, "?", u""}, {kBin, pLit, u"\"0F\"x", 0, false, "?", u""},
+    {kBin, pStr, u"0F", 0, false, "?", u"kxBinary"}, {kBin, pNull, nullptr, 0, false, "?", u""},
+};
 
-TEST_F(CoreTypesReadTest, BooleanFromAnotherKindFailsQuietly) {
-    kxBoolean value = 1;
-    EXPECT_FALSE(kx::coretype_read_boolean(list, integer(1), u"IsExternal", &value));
-    EXPECT_EQ(value, kx::kBooleanUndefined);
-    EXPECT_FALSE(kx::coretype_read_boolean(list, string(u".T."), u"IsExternal", &value));
-    EXPECT_FALSE(kx::coretype_read_boolean(list, null(), u"IsExternal", &value));
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-    EXPECT_EQ(mark(), u"");
-}
-
-TEST_F(CoreTypesReadTest, LogicalTakesUnknownToo) {
-    kxLogical value = 7;
-    EXPECT_TRUE(kx::coretype_read_logical(list, literal(u".UNKNOWN."), u"Reversed", &value));
-    EXPECT_EQ(value, -1);
-    value = 7;
-    EXPECT_TRUE(kx::coretype_read_logical(list, literal(u".u."), u"Reversed", &value));
-    EXPECT_EQ(value, -1);
-    EXPECT_TRUE(kx::coretype_read_logical(list, literal(u".T."), u"Reversed", &value));
-    EXPECT_EQ(value, 1);
-    EXPECT_TRUE(kx::coretype_read_logical(list, literal(u".false."), u"Reversed", &value));
-    EXPECT_EQ(value, 0);
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-
-    EXPECT_FALSE(kx::coretype_read_logical(list, literal(u".MAYBE."), u"Reversed", &value));
-    EXPECT_EQ(value, kx::kLogicalUndefined);
-    EXPECT_EQ(mark(), u"kxLogical: Reversed");
-
-    EXPECT_FALSE(kx::coretype_read_logical(list, derived(), u"Reversed", &value));
-    EXPECT_EQ(value, kx::kLogicalUndefined);
-    EXPECT_EQ(mark(), u"");
-}
-
-// ---------------------------------------------------------------------------
-// INTEGER and REAL
-
-TEST_F(CoreTypesReadTest, IntegerOnlyFromIntegers) {
-    int32_t value = 0;
-    EXPECT_TRUE(kx::coretype_read_integer(list, integer(-2147483647 - 1), u"Level", &value));
-    EXPECT_EQ(value, INT32_MIN);
-
-    EXPECT_FALSE(kx::coretype_read_integer(list, real(3.0), u"Level", &value));
-    EXPECT_EQ(value, kx::kIntegerUndefined);
-    EXPECT_EQ(mark(), u"long: Level");
-
-    EXPECT_FALSE(kx::coretype_read_integer(list, null(), u"Level", &value));
-    EXPECT_EQ(value, kx::kIntegerUndefined);
-    EXPECT_EQ(mark(), u"");
-}
-
-TEST_F(CoreTypesReadTest, RealAlsoFromIntegers) {
-    double value = 0.0;
-    EXPECT_TRUE(kx::coretype_read_real(list, integer(3), u"Radius", &value));
-    EXPECT_EQ(value, 3.0);
-    EXPECT_TRUE(kx::coretype_read_real(list, real(-0.25), u"Radius", &value));
-    EXPECT_EQ(value, -0.25);
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-
-    EXPECT_FALSE(kx::coretype_read_real(list, string(u"3.0"), u"Radius", &value));
-    EXPECT_TRUE(kx::real_is_undefined(value));
-    EXPECT_EQ(mark(), u"double: Radius");
-
-    value = 1.0;
-    EXPECT_FALSE(kx::coretype_read_real(list, derived(), u"Radius", &value));
-    EXPECT_TRUE(kx::real_is_undefined(value));
-    EXPECT_EQ(mark(), u"");
-}
-
-// ---------------------------------------------------------------------------
-// STRING
-
-TEST_F(CoreTypesReadTest, StringIsCopied) {
-    char16_t *value = nullptr;
-    kxParserParam *parameter = string(u"Wall \u00e9");
-    EXPECT_TRUE(kx::coretype_read_string(list, parameter, u"Name", &value));
-    EXPECT_EQ(text_of(value), u"Wall \u00e9");
-    EXPECT_NE(value, kxParserParam_get_string(parameter));
-    kxIfcCoreTypes_free_string(&value);
-
-    EXPECT_TRUE(kx::coretype_read_string(list, string(u""), u"Name", &value));
-    EXPECT_EQ(text_of(value), u"");  // empty is a value
-    kxIfcCoreTypes_free_string(&value);
-
-    EXPECT_FALSE(kx::coretype_read_string(list, literal(u".T."), u"Name", &value));
-    EXPECT_EQ(value, nullptr);
-    EXPECT_EQ(mark(), u"wchar_t: Name");
-
-    EXPECT_FALSE(kx::coretype_read_string(list, null(), u"Name", &value));
-    EXPECT_EQ(value, nullptr);
-    EXPECT_EQ(mark(), u"");
+// Every target starts out holding a value, so that a failed read must set
+// the undefined value.
+TEST_F(CoreTypesReadTest, EachBaseTypeFromEachKindOfParameter) {
+    for (const ReadCase &c : kReadCases) {
+        kxParserParam *parameter = c.param == Param::LITERAL   ? literal(c.text)
+                                   : c.param == Param::STRING  ? string(c.text)
+                                   : c.param == Param::INTEGER ? integer(static_cast<int32_t>(c.number))
+                                   : c.param == Param::REAL    ? real(c.number)
+                                   : c.param == Param::NUL     ? null()
+                                                               : derived();
+        bool read = false;
+        std::string value = "?";
+        const char16_t *attribute = nullptr;
+        switch (c.type) {
+        case Type::BOOLEAN: {
+            kxBoolean target = 5;
+            read = kx::coretype_read_boolean(list, parameter, attribute = u"IsExternal", &target);
+            if (target != kx::kBooleanUndefined) value = std::to_string(target);
+            break;
+        }
+        case Type::LOGICAL: {
+            kxLogical target = 7;
+            read = kx::coretype_read_logical(list, parameter, attribute = u"Reversed", &target);
+            if (target != kx::kLogicalUndefined) value = std::to_string(target);
+            break;
+        }
+        case Type::INTEGER: {
+            int32_t target = 0;
+            read = kx::coretype_read_integer(list, parameter, attribute = u"Level", &target);
+            if (target != kx::kIntegerUndefined || read) value = std::to_string(target);
+            break;
+        }
+        case Type::REAL: {
+            double target = 1.0;
+            read = kx::coretype_read_real(list, parameter, attribute = u"Radius", &target);
+            if (!kx::real_is_undefined(target)) value = (std::ostringstream() << target).str();
+            break;
+        }
+        case Type::STRING: {
+            char16_t *target = nullptr;
+            read = kx::coretype_read_string(list, parameter, attribute = u"Name", &target);
+            if (target != nullptr) value = kxtest::utf8(target);
+            if (target != nullptr) {
+                EXPECT_NE(target, kxParserParam_get_string(parameter)) << "a copy";
+            }
+            kxIfcCoreTypes_free_string(&target);
+            break;
+        }
+        case Type::BINARY: {
+            kxBinary target{nullptr, 3};
+            read = kx::coretype_read_binary(list, parameter, attribute = u"RasterCode", &target);
+            if (target.contents != nullptr) value = bits_of(target);
+            EXPECT_EQ(target.num_bits, target.contents == nullptr ? 0u : value.size());
+            kxIfcCoreTypes_free_binary(&target);
+            break;
+        }
+        }
+        const std::string where = std::to_string(&c - kReadCases);
+        EXPECT_EQ(read, c.read) << "case " << where;
+        EXPECT_EQ(value, c.value) << "case " << where;
+        EXPECT_EQ(mark(), *c.mismatch == 0 ? u"" : std::u16string(c.mismatch) + u": " + attribute) << "case " << where;
+        EXPECT_EQ(kxParseParList_has_errors(list), *c.mismatch != 0) << "case " << where;
+    }
 }
 
 TEST_F(CoreTypesReadTest, StringIntoATargetThatHoldsOneIsReported) {
@@ -184,67 +181,41 @@ TEST_F(CoreTypesReadTest, StringIntoATargetThatHoldsOneIsReported) {
 }
 
 // ---------------------------------------------------------------------------
-// BINARY
-
-TEST_F(CoreTypesReadTest, BinaryFromTheQuotedHexForm) {
-    kxBinary value{nullptr, 0};
-    EXPECT_TRUE(kx::coretype_read_binary(list, literal(u"\"0F\""), u"RasterCode", &value));
-    EXPECT_EQ(value.num_bits, 4u);
-    EXPECT_EQ(bits_of(value), "1111");
-    kxIfcCoreTypes_free_binary(&value);
-
-    // The leading digit counts the unused high bits of the first hex digit.
-    EXPECT_TRUE(kx::coretype_read_binary(list, literal(u"\"2A5\""), u"RasterCode", &value));
-    EXPECT_EQ(bits_of(value), "100101");
-    kxIfcCoreTypes_free_binary(&value);
-    EXPECT_TRUE(kx::coretype_read_binary(list, literal(u"\"3fe\""), u"RasterCode", &value));
-    EXPECT_EQ(bits_of(value), "11110");
-    kxIfcCoreTypes_free_binary(&value);
-    EXPECT_TRUE(kx::coretype_read_binary(list, literal(u"\"0C30\""), u"RasterCode", &value));
-    EXPECT_EQ(bits_of(value), "110000110000");
-    kxIfcCoreTypes_free_binary(&value);
-
-    // No digits: the empty binary, which is the undefined value.
-    EXPECT_TRUE(kx::coretype_read_binary(list, literal(u"\"0\""), u"RasterCode", &value));
-    EXPECT_EQ(value.contents, nullptr);
-    EXPECT_EQ(value.num_bits, 0u);
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-}
-
-TEST_F(CoreTypesReadTest, BinaryFromItsBits) {
-    kxBinary value{nullptr, 0};
-    EXPECT_TRUE(kx::coretype_read_binary(list, literal(u"0110001"), u"RasterCode", &value));
-    EXPECT_EQ(value.num_bits, 7u);
-    EXPECT_EQ(bits_of(value), "0110001");
-    kxIfcCoreTypes_free_binary(&value);
-}
-
-TEST_F(CoreTypesReadTest, MalformedBinaryFailsQuietly) {
-    const char16_t *malformed[] = {u"\"4F\"", u"\"1\"", u"\"0G\"", u"\"0F", u"\"\"", u"01x1", u"", u"\"0F\"x"};
-    for (const char16_t *text : malformed) {
-        kxBinary value{nullptr, 0};
-        EXPECT_FALSE(kx::coretype_read_binary(list, literal(text), u"RasterCode", &value))
-            << std::string(text, text + kx::wstr_length(text));
-        EXPECT_EQ(value.contents, nullptr);
-        EXPECT_EQ(value.num_bits, 0u);
-        EXPECT_EQ(mark(), u"");
-    }
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-}
-
-TEST_F(CoreTypesReadTest, BinaryFromAnotherKindIsAMismatch) {
-    kxBinary value{nullptr, 0};
-    EXPECT_FALSE(kx::coretype_read_binary(list, string(u"0F"), u"RasterCode", &value));
-    EXPECT_EQ(value.num_bits, 0u);
-    EXPECT_EQ(mark(), u"kxBinary: RasterCode");
-    EXPECT_FALSE(kx::coretype_read_binary(list, null(), u"RasterCode", &value));
-    EXPECT_EQ(mark(), u"");
-}
-
-// ---------------------------------------------------------------------------
 // The forms that take the next parameter
 
-TEST_F(CoreTypesReadTest, NextFormsWalkTheList) {
+// What the six forms that take the next parameter read, in one line
+// ("?" for the undefined value).
+std::string read_next_six(kxParseParList *list) {
+    char16_t *text = nullptr;
+    kxBoolean boolean = 5;
+    kxLogical logical = 5;
+    int32_t count = 5;
+    double thickness = 5.0;
+    kxBinary binary{nullptr, 3};
+    std::ostringstream read;
+    for (bool ok : {kx::coretype_read_next_string(list, u"Name", &text),
+                    kx::coretype_read_next_boolean(list, u"IsExternal", &boolean),
+                    kx::coretype_read_next_logical(list, u"Reversed", &logical),
+                    kx::coretype_read_next_integer(list, u"Count", &count),
+                    kx::coretype_read_next_real(list, u"Thickness", &thickness),
+                    kx::coretype_read_next_binary(list, u"RasterCode", &binary)})
+        read << (ok ? "+" : "-");
+    const auto number = [](int32_t value, int32_t undefined) {
+        return value != undefined ? std::to_string(value) : std::string("?");
+    };
+    read << " " << (text != nullptr ? kxtest::utf8(text) : "?") << " " << number(boolean, kx::kBooleanUndefined) << " "
+         << number(logical, kx::kLogicalUndefined) << " " << number(count, kx::kIntegerUndefined) << " ";
+    if (kx::real_is_undefined(thickness))
+        read << "?";
+    else
+        read << thickness;
+    read << " " << (binary.num_bits != 0 ? bits_of(binary) : "?");
+    kxIfcCoreTypes_free_string(&text);
+    kxIfcCoreTypes_free_binary(&binary);
+    return read.str();
+}
+
+TEST_F(CoreTypesReadTest, NextFormsWalkTheListAndGiveUndefinedPastItsEnd) {
     char16_t *name = kx::wstr_copy(u"Slab");
     char16_t *flag = kx::wstr_copy(u".T.");
     char16_t *state = kx::wstr_copy(u".U.");
@@ -255,49 +226,9 @@ TEST_F(CoreTypesReadTest, NextFormsWalkTheList) {
     kxParseParList_append(list, kxParserParam_integer(4, 1, 16));
     kxParseParList_append(list, kxParserParam_real(0.5, 1, 18));
     kxParseParList_append(list, kxParserParam_literal(&bits, 1, 22));
-
-    char16_t *text = nullptr;
-    kxBoolean boolean = 0;
-    kxLogical logical = 0;
-    int32_t count = 0;
-    double thickness = 0.0;
-    kxBinary binary{nullptr, 0};
-    EXPECT_TRUE(kx::coretype_read_next_string(list, u"Name", &text));
-    EXPECT_TRUE(kx::coretype_read_next_boolean(list, u"IsExternal", &boolean));
-    EXPECT_TRUE(kx::coretype_read_next_logical(list, u"Reversed", &logical));
-    EXPECT_TRUE(kx::coretype_read_next_integer(list, u"Count", &count));
-    EXPECT_TRUE(kx::coretype_read_next_real(list, u"Thickness", &thickness));
-    EXPECT_TRUE(kx::coretype_read_next_binary(list, u"RasterCode", &binary));
-    EXPECT_EQ(text_of(text), u"Slab");
-    EXPECT_EQ(boolean, 1);
-    EXPECT_EQ(logical, -1);
-    EXPECT_EQ(count, 4);
-    EXPECT_EQ(thickness, 0.5);
-    EXPECT_EQ(bits_of(binary), "111");
+    EXPECT_EQ(read_next_six(list), "++++++ Slab 1 -1 4 0.5 111");
     EXPECT_FALSE(kxParseParList_has_errors(list));
-    kxIfcCoreTypes_free_string(&text);
-    kxIfcCoreTypes_free_binary(&binary);
-}
-
-TEST_F(CoreTypesReadTest, NextFormsPastTheEndGiveUndefined) {
-    char16_t *text = nullptr;
-    kxBoolean boolean = 1;
-    kxLogical logical = 1;
-    int32_t count = 1;
-    double thickness = 1.0;
-    kxBinary binary{nullptr, 3};
-    EXPECT_FALSE(kx::coretype_read_next_string(list, u"Name", &text));
-    EXPECT_FALSE(kx::coretype_read_next_boolean(list, u"IsExternal", &boolean));
-    EXPECT_FALSE(kx::coretype_read_next_logical(list, u"Reversed", &logical));
-    EXPECT_FALSE(kx::coretype_read_next_integer(list, u"Count", &count));
-    EXPECT_FALSE(kx::coretype_read_next_real(list, u"Thickness", &thickness));
-    EXPECT_FALSE(kx::coretype_read_next_binary(list, u"RasterCode", &binary));
-    EXPECT_EQ(text, nullptr);
-    EXPECT_EQ(boolean, kx::kBooleanUndefined);
-    EXPECT_EQ(logical, kx::kLogicalUndefined);
-    EXPECT_EQ(count, kx::kIntegerUndefined);
-    EXPECT_TRUE(kx::real_is_undefined(thickness));
-    EXPECT_EQ(binary.num_bits, 0u);
+    EXPECT_EQ(read_next_six(list), "------ ? ? ? ? ? ?");
     EXPECT_TRUE(kxParseParList_has_errors(list));  // too few parameters
 }
 

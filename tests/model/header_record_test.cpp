@@ -19,18 +19,6 @@ protected:
     kxIfcHeader *header_ = nullptr;
 };
 
-TEST_F(HeaderRecordTest, EmptyHeaderHasNoItemsAndEmptyStrings) {
-    header_ = kxIfcHeader_new_empty_header();
-    EXPECT_EQ(kxIfcHeader_description_fields_count(header_), 0u);
-    EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
-    EXPECT_EQ(kxIfcHeader_organization_fields_count(header_), 0u);
-    EXPECT_EQ(kxIfcHeader_authorization_fields_count(header_), 0u);
-    EXPECT_EQ(text(kxIfcHeader_get_file_name(header_)), u"");
-    EXPECT_EQ(text(kxIfcHeader_get_timestamp(header_)), u"");
-    EXPECT_EQ(text(kxIfcHeader_get_originating_system(header_)), u"");
-    EXPECT_EQ(text(kxIfcHeader_get_file_schema(header_)), u"");
-}
-
 TEST_F(HeaderRecordTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString) {
     header_ = kxIfcHeader_new_empty_header();
     const kxWChar *empty = kxIfcHeader_get_author_field(header_, 0);
@@ -54,37 +42,6 @@ TEST_F(HeaderRecordTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString
     EXPECT_EQ(kxIfcHeader_get_organization_field(header_, 1), empty);
     EXPECT_EQ(kxIfcHeader_get_authorization_field(header_, UINT32_MAX), empty);
     EXPECT_EQ(kxIfcHeader_get_description_field(header_, 1), empty);
-}
-
-TEST_F(HeaderRecordTest, DescriptionDataGetterReadsTheAuthorList) {
-    header_ = kxIfcHeader_new_empty_header();
-    kxIfcHeader_add_to_author(header_, u"Ann");
-    EXPECT_EQ(text(kxIfcHeader_get_description_data(header_, 0)), u"Ann");
-    kxIfcHeader_add_to_description(header_, u"desc");
-    EXPECT_EQ(text(kxIfcHeader_get_description_data(header_, 0)), u"Ann");
-    EXPECT_EQ(text(kxIfcHeader_get_description_data(header_, 1)), u"");
-}
-
-TEST_F(HeaderRecordTest, SettersReplaceAndFreeTheOldString) {
-    header_ = kxIfcHeader_new_empty_header();
-    const int64_t blocks = kx::mem_usage().live_blocks;
-    kxIfcHeader_set_file_name(header_, u"first.ifc");
-    kxIfcHeader_set_file_name(header_, u"second.ifc");
-    kxIfcHeader_set_file_name(header_, kxIfcHeader_get_file_name(header_));  // its own string
-    kxIfcHeader_set_originating_system(header_, u"Tool");
-    kxIfcHeader_set_time_stamp(header_, u"2024-01-02T03:04:05");
-    kxIfcHeader_set_file_schema(header_, u"IFC4");
-    kx::WideString schema = kx::wstr_copy(u"FILE_SCHEMA(('IFC4'))");
-    kx::header_set_file_schema(header_, &schema);
-    kx::WideString stamp = kx::wstr_copy(u"");
-    kx::header_set_time_stamp(header_, &stamp);
-    EXPECT_EQ(schema, nullptr);
-    EXPECT_EQ(stamp, nullptr);
-    EXPECT_EQ(kx::mem_usage().live_blocks, blocks);
-    EXPECT_EQ(text(kxIfcHeader_get_file_name(header_)), u"second.ifc");
-    EXPECT_EQ(text(kxIfcHeader_get_originating_system(header_)), u"Tool");
-    EXPECT_EQ(text(kxIfcHeader_get_file_schema(header_)), u"FILE_SCHEMA(('IFC4'))");
-    EXPECT_EQ(text(kxIfcHeader_get_timestamp(header_)), u"");
 }
 
 TEST_F(HeaderRecordTest, BuiltRecordTakesValuesOverAndMayLackMembers) {

@@ -19,12 +19,6 @@ namespace {
 using kxtest::committed_digest;
 using kxtest::narrow;
 
-uint64_t bits_of(double value) {
-    uint64_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 // The storage kind of a type text in a release, following defined types
 // down to an EXPRESS base type or an aggregate.
 uint8_t expected_kind(const kxtest::Digest &digest, std::string type_text, int release) {
@@ -54,22 +48,6 @@ const kx::DefinedTypeInfo *find_defined_type(const std::string &name) {
 }
 
 class DefinedTypesTest : public kxtest::LibraryTest {};
-
-TEST_F(DefinedTypesTest, MeasuresAreSetForEveryValueButTheUndefinedOne) {
-    EXPECT_FALSE(kxIfcLengthMeasure_has_value(DBL_MAX));
-    EXPECT_EQ(bits_of(kxIfcLengthMeasure_undefined_value()), 0x7FEFFFFFFFFFFFFFull);
-    EXPECT_TRUE(kxIfcLengthMeasure_has_value(0.0));
-    EXPECT_TRUE(kxIfcLengthMeasure_has_value(-0.0));
-    EXPECT_TRUE(kxIfcLengthMeasure_has_value(-1.5));
-    EXPECT_TRUE(kxIfcLengthMeasure_has_value(-DBL_MAX));
-    EXPECT_TRUE(kxIfcLengthMeasure_has_value(std::nextafter(DBL_MAX, 0.0)));
-    // Domain rules of the schema are not checked.
-    EXPECT_TRUE(kxIfcPositiveLengthMeasure_has_value(-2.0));
-    EXPECT_TRUE(kxIfcPositiveLengthMeasure_has_value(0.0));
-    EXPECT_FALSE(kxIfcPositiveLengthMeasure_has_value(kxIfcPositiveLengthMeasure_undefined_value()));
-    EXPECT_TRUE(kxIfcNonNegativeLengthMeasure_has_value(-2.0));
-    EXPECT_TRUE(kxIfcNormalisedRatioMeasure_has_value(7.0));
-}
 
 TEST_F(DefinedTypesTest, EachStorageKindUsesItsBaseTypesTest) {
     // STRING

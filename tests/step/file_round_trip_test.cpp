@@ -2,7 +2,6 @@
 // written, read again and written again; the two written files must be
 // identical, and the second read must find nothing wrong.
 #include <algorithm>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -10,18 +9,6 @@
 #include "test_support.h"
 
 namespace {
-
-// The first line that differs between two texts ("" when they are equal).
-std::string first_difference(const std::string &a, const std::string &b) {
-    std::istringstream in_a(a), in_b(b);
-    std::string line_a, line_b;
-    while (true) {
-        const bool more_a = static_cast<bool>(std::getline(in_a, line_a));
-        const bool more_b = static_cast<bool>(std::getline(in_b, line_b));
-        if (!more_a && !more_b) return "";
-        if (more_a != more_b || line_a != line_b) return line_a + "  <>  " + line_b;
-    }
-}
 
 class FileRoundTripTest : public kxtest::LibraryTest {
 protected:
@@ -85,7 +72,7 @@ TEST_F(FileRoundTripTest, EverySampleFileSurvivesWritingAndReading) {
         EXPECT_FALSE(first_text.empty());
         const size_t data = texts[1].find("\nDATA;\n");
         ASSERT_NE(data, std::string::npos);
-        EXPECT_EQ(first_difference(texts[1].substr(data), texts[2].substr(texts[2].find("\nDATA;\n"))), "");
+        EXPECT_EQ(kxtest::first_difference(texts[1].substr(data), texts[2].substr(texts[2].find("\nDATA;\n"))), "");
         EXPECT_EQ(std::count(texts[0].begin(), texts[0].end(), '#'), std::count(texts[1].begin(), texts[1].end(), '#'));
         for (char c : first_text) ASSERT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F)) << "not 7-bit text";
     }

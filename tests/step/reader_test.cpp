@@ -98,31 +98,6 @@ TEST_F(ReaderTest, ConcatenatedFilesAreReportedNotCrashed) {
     EXPECT_EQ(single.entities, two_passes.entities);
 }
 
-TEST_F(ReaderTest, ForwardReferencesAndValues) {
-    const std::string path = write_file(std::string(kMinimalHeader) +
-                                        "#1=IFCPOLYLINE((#3,#2));\n"
-                                        "#2=IFCCARTESIANPOINT((1.,2.,3.));\n"
-                                        "#3 = IFCCARTESIANPOINT ( ( 0 , -.5 , 1.E2 ) ) ;\n" + kClosing);
-    kxWChar *name = kxWideString_new_from_utf8(path.c_str());
-    for (uint32_t mode : {1u, 2u}) {
-        kxBool errors = kxBTRUE;
-        kxIfcModel *model = kxIfcModel_read_from_step_file(name, mode, &errors);
-        ASSERT_NE(model, nullptr);
-        EXPECT_EQ(errors, kxBFALSE);
-        kxBaseObject *polyline = kxIfcModel_dontuse_get_first_occurrence_of_class(model, kxIfcPolyline_class());
-        kxListIfcCartesianPoint *points = kxIfcPolyline_get_Points(polyline);
-        ASSERT_EQ(kxListIfcCartesianPoint_count(points), 2u);
-        kxBaseObject *last = kxListIfcCartesianPoint_get_element(points, 0);
-        EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(last), 3u);
-        kxArrIfcLengthMeasure *coordinates = kxIfcCartesianPoint_get_Coordinates(last);
-        EXPECT_EQ(kxArrIfcLengthMeasure_get(coordinates, 0), 0.0);
-        EXPECT_EQ(kxArrIfcLengthMeasure_get(coordinates, 1), -0.5);
-        EXPECT_EQ(kxArrIfcLengthMeasure_get(coordinates, 2), 100.0);
-        kxIfcModel_free(&model);
-    }
-    kxWideString_free(&name);
-}
-
 TEST_F(ReaderTest, DataThatDoesNotFitIsReadAndReported) {
     struct Case {
         const char *lines;

@@ -94,11 +94,4 @@ TEST_F(RbTreeTest, EmptyTreeAndMisuse) {
     EXPECT_TRUE(asserts().saw("(*tree) != NULL"));
 }
 
-TEST_F(RbTreeTest, UnsignedLongComparison) {
-    const uint32_t small = 1, large = 4294967295u;
-    EXPECT_LT(kx::ulong_compare(&small, &large), 0);
-    EXPECT_GT(kx::ulong_compare(&large, &small), 0);
-    EXPECT_EQ(kx::ulong_compare(&large, &large), 0);
-}
-
 }  // namespace

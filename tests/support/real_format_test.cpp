@@ -3,9 +3,9 @@
 // outside it, and always a decimal point.
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "support/writedata.h"
 #include "support/memory.h"
@@ -25,67 +25,38 @@ std::string format(double value) {
     return result;
 }
 
-TEST_F(RealFormatTest, TinyValuesAndNegativeZeroAreZero) {
-    EXPECT_EQ(format(0.0), "0.");
-    EXPECT_EQ(format(-0.0), "0.");
-    EXPECT_EQ(format(1e-9), "0.");
-    EXPECT_EQ(format(-1e-9), "0.");
-    EXPECT_EQ(format(9.9e-9), "0.");
-    // 1e-08 itself is not below the limit.
-    EXPECT_EQ(format(1e-8), "1.E-08");
-}
+const std::pair<double, const char *> kFormats[] = {
+    // Tiny values and negative zero are zero; 1e-08 itself is not below the
+    // limit.
+    {0.0, "0."}, {-0.0, "0."}, {1e-9, "0."}, {-1e-9, "0."}, {9.9e-9, "0."}, {1e-8, "1.E-08"},
+    // Whole numbers inside the 32-bit range (or within 1e-08 of one) end
+    // with a dot.
+    {2.0, "2."}, {-120.0, "-120."}, {2500.0, "2500."}, {3.000000000001, "3."}, {-2.999999999999, "-3."},
+    {2147483647.0, "2147483647."}, {-2147483648.0, "-2147483648."},
+    // Fractions inside the range take ten digits, then the point is added;
+    // glibc prints two exponent digits.
+    {-0.5, "-0.5"}, {2.5, "2.5"}, {0.1, "0.1"}, {1.0 / 3.0, "0.3333333333"}, {123456789.123, "123456789.1"},
+    {3.00000002, "3.00000002"}, {2147483646.7, "2147483647."}, {1.23456789e-7, "1.23456789E-07"},
+    {1e-5, "1.E-05"}, {-2.5e-7, "-2.5E-07"},
+    // Outside the range: "%.1f" within 0.10001 of a whole number (every
+    // double that large is whole), else twelve digits; when those drop the
+    // half, %G leaves no point and one goes before the exponent.
+    {1.0e20, "100000000000000000000.0"}, {-1.5e20, "-150000000000000000000.0"}, {4294967296.0, "4294967296.0"},
+    {2147483648.0, "2147483648.0"}, {-2147483649.0, "-2147483649.0"}, {3000000000.04, "3000000000.0"},
+    {3000000000.1, "3000000000.1"}, {3000000000.5, "3000000000.5"}, {-3000000000.25, "-3000000000.25"},
+    {1e15 + 0.5, "1.E+15"}, {1234567890123.5, "1.23456789012E+12"},
+    {std::numeric_limits<double>::infinity(), "INF."}, {-std::numeric_limits<double>::infinity(), "-INF."},
+};
 
-TEST_F(RealFormatTest, WholeNumbersInsideTheLongRangeEndWithADot) {
-    EXPECT_EQ(format(2.0), "2.");
-    EXPECT_EQ(format(-120.0), "-120.");
-    EXPECT_EQ(format(2500.0), "2500.");
-    EXPECT_EQ(format(3.000000000001), "3.");  // within 1e-08 of 3
-    EXPECT_EQ(format(-2.999999999999), "-3.");
-    EXPECT_EQ(format(2147483647.0), "2147483647.");
-    EXPECT_EQ(format(-2147483648.0), "-2147483648.");
-}
-
-TEST_F(RealFormatTest, FractionsInsideTheLongRangeTakeTenDigits) {
-    EXPECT_EQ(format(-0.5), "-0.5");
-    EXPECT_EQ(format(2.5), "2.5");
-    EXPECT_EQ(format(0.1), "0.1");
-    EXPECT_EQ(format(1.0 / 3.0), "0.3333333333");
-    EXPECT_EQ(format(123456789.123), "123456789.1");
-    EXPECT_EQ(format(3.00000002), "3.00000002");
-    EXPECT_EQ(format(2147483646.7), "2147483647.");  // ten digits, then the point added
-    EXPECT_EQ(format(1.23456789e-7), "1.23456789E-07");
-    // glibc prints two exponent digits (the spelled-out form on a runtime
-    // with three would be "1.E-005").
-    EXPECT_EQ(format(1e-5), "1.E-05");
-    EXPECT_EQ(format(-2.5e-7), "-2.5E-07");
-}
-
-TEST_F(RealFormatTest, ValuesOutsideTheLongRange) {
-    EXPECT_EQ(format(1.0e20), "100000000000000000000.0");  // every double that large is whole
-    EXPECT_EQ(format(-1.5e20), "-150000000000000000000.0");
-    EXPECT_EQ(format(4294967296.0), "4294967296.0");
-    EXPECT_EQ(format(2147483648.0), "2147483648.0");
-    EXPECT_EQ(format(-2147483649.0), "-2147483649.0");
-    EXPECT_EQ(format(3000000000.04), "3000000000.0");  // within 0.10001 of a whole number
-    EXPECT_EQ(format(3000000000.1), "3000000000.1");
-    EXPECT_EQ(format(3000000000.5), "3000000000.5");    // twelve digits
-    EXPECT_EQ(format(-3000000000.25), "-3000000000.25");
-    // Twelve significant digits drop the half; %G then leaves no point and
-    // the completion puts one before the exponent.
-    EXPECT_EQ(format(1e15 + 0.5), "1.E+15");
-    EXPECT_EQ(format(1234567890123.5), "1.23456789012E+12");
-}
-
-TEST_F(RealFormatTest, HugeAndInfiniteValues) {
-    const std::string text = format(1e300);
-    ASSERT_EQ(text.size(), 303u);
-    EXPECT_EQ(text.substr(0, 4), "1000");
-    EXPECT_EQ(text.substr(text.size() - 2), ".0");
+TEST_F(RealFormatTest, EachRangeHasItsForm) {
+    for (const auto &[value, text] : kFormats) EXPECT_EQ(format(value), text) << value;
+    const std::string huge = format(1e300);
+    ASSERT_EQ(huge.size(), 303u);
+    EXPECT_EQ(huge.substr(0, 4), "1000");
+    EXPECT_EQ(huge.substr(huge.size() - 2), ".0");
     const std::string largest = format(std::numeric_limits<double>::max());
     EXPECT_EQ(largest.size(), 311u);
     EXPECT_EQ(largest.substr(0, 6), "179769");
-    EXPECT_EQ(format(std::numeric_limits<double>::infinity()), "INF.");
-    EXPECT_EQ(format(-std::numeric_limits<double>::infinity()), "-INF.");
 }
 
 // The ten- and twelve-digit forms are those of printf's %.10G / %.12G in

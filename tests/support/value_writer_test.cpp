@@ -53,68 +53,6 @@ void write_label(kxIfcWriteData *writer, const char16_t *text) {
 
 // ---- separators and groups ----
 
-TEST_F(ValueWriterTest, UnsetParametersHaveNoBlanks) {
-    kxIfcWriteData_begin_parameters(writer_);
-    for (int i = 0; i < 8; i++) kxIfcWriteData_write_unset(writer_);
-    EXPECT_EQ(line(u"IfcOwnerHistory", 7), "#7= IFCOWNERHISTORY($,$,$,$,$,$,$,$);\n");
-}
-
-TEST_F(ValueWriterTest, LinesOfTheFileFormat) {
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    for (int i = 0; i < 3; i++) kxIfcWriteData_write_real(writer_, 0.0);
-    kxIfcWriteData_end_list(writer_);
-    EXPECT_EQ(line(u"IfcCartesianPoint", 12), "#12= IFCCARTESIANPOINT((0.,0.,0.));\n");
-
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_string(writer_, u"2O2Fr$t4X7Zf8NOew3FLOH");
-    kxIfcWriteData_write_reference(writer_, 5);
-    kxIfcWriteData_write_string(writer_, u"Wall \u00e9");
-    kxIfcWriteData_write_unset(writer_);
-    kxIfcWriteData_write_unset(writer_);
-    kxIfcWriteData_write_reference(writer_, 40);
-    kxIfcWriteData_write_reference(writer_, 44);
-    kxIfcWriteData_write_unset(writer_);
-    kxIfcWriteData_write_text(writer_, u".NOTDEFINED.");
-    EXPECT_EQ(line(u"IfcWall", 45),
-              "#45= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',#5,'Wall \\X2\\00E9\\X0\\',$,$,#40,#44,$,"
-              ".NOTDEFINED.);\n");
-
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_string(writer_, u"Height");
-    kxIfcWriteData_write_unset(writer_);
-    kxIfcWriteData_begin_typed_value(writer_);
-    kxIfcWriteData_write_real(writer_, 2500.0);
-    kxIfcWriteData_end_typed_value(writer_, u"IFCLENGTHMEASURE");
-    kxIfcWriteData_write_unset(writer_);
-    EXPECT_EQ(line(u"IfcPropertySingleValue", 60),
-              "#60= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n");
-}
-
-TEST_F(ValueWriterTest, NestedListsAndTypedValues) {
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_begin_typed_value(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    for (uint32_t id = 1; id <= 3; id++) kxIfcWriteData_write_reference(writer_, id);
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_end_typed_value(writer_, u"NAME");
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    write_label(writer_, u"a");
-    write_label(writer_, u"b");
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_integer(writer_, -1);
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_write_derived(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING(NAME((#1,#2,#3)),(),(IFCLABEL('a'),IFCLABEL('b')),((-1),()),*);\n");
-}
-
 TEST_F(ValueWriterTest, GroupClosedAsTheOtherKind) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_begin_typed_value(writer_);
@@ -191,13 +129,6 @@ TEST_F(ValueWriterTest, InstanceWrittenWhileAnotherIsCollectedIsReferenced) {
     kxIfcWriteData_write_entity_line(writer_, u"IfcOuter", 9, nullptr);
     EXPECT_FALSE(kxIfcWriteData_is_writing_nested(writer_));
     EXPECT_EQ(output(), "#1= IFCINNER('inner',IFCLABEL('label'));\n#9= IFCOUTER(5,#1,$);\n");
-}
-
-TEST_F(ValueWriterTest, FileFrameLines) {
-    kxIfcWriteData_write_line(writer_, u"ISO-10303-21");
-    kxIfcWriteData_write_newline(writer_);
-    kxIfcWriteData_write_line(writer_, u"DATA");
-    EXPECT_EQ(output(), "ISO-10303-21;\n\nDATA;\n");
 }
 
 // ---- wrapping at 120 columns ----
