@@ -1,14 +1,14 @@
 #define KX_UNIT "kxifcparser"
-// Reading an exchange file into a model. The file is mapped into memory and
-// its data section scanned line by line: each instance line creates its
-// instance through its class descriptor, its parameters become a parameter
-// list, and the class's init function takes its attributes from the list.
+// Reading an exchange file into a model. The file is read through a moving
+// window and its data section scanned line by line: each instance line
+// creates its instance through its class descriptor, its parameters become a
+// parameter list, and the class's init function takes its attributes from the
+// list.
 // References are resolved through an index from file id to instance; a line
 // that refers forward is kept and initialised once every instance exists
 // (or, in the two-pass read, a first pass creates every instance).
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +34,7 @@
 #include "support/parseparlist.h"
 #include "step/readreport.h"
 #include "step/scanner.h"
+#include "step/textwindow.h"
 #include "support/steptext.h"
 #include "support/writedata.h"
 #include "support/assert.h"
@@ -136,76 +137,6 @@ constexpr uint64_t kSinglePassLimit = 104857600;  // bytes; longer files are rea
 
 enum ParseMode : uint32_t { CREATE_ONLY = 0, PARSE_CREATED = 1, SINGLE_PASS = 2, SINGLE_PASS_SELECTED = 3 };
 
-// The text of a whole file, read into memory of its own (not mapped from
-// the file, so another process cutting the file short while it is read
-// makes the read fail instead of faulting). Pages the scanner has left
-// behind go back to the system as the read goes on.
-class FileText {
-public:
-    explicit FileText(const char16_t *path) {
-        char *name = wstr_to_utf8(path);
-        descriptor_ = name != nullptr ? ::open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
-        mem_free(name);
-        struct stat info;
-        if (descriptor_ < 0 || ::fstat(descriptor_, &info) != 0) {
-            problem_ = "the file cannot be opened";
-        } else if (!S_ISREG(info.st_mode)) {
-            problem_ = "not a regular file";
-        } else if (info.st_size <= 0) {
-            problem_ = "the file is empty";
-        } else {
-            size_ = static_cast<size_t>(info.st_size);
-            void *data = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-            data_ = data != MAP_FAILED ? static_cast<char *>(data) : nullptr;
-            if (data_ == nullptr) {
-                problem_ = "no memory for the file's text";
-            } else {
-                ::madvise(data_, size_, MADV_HUGEPAGE);  // far fewer page faults while it fills
-                load();
-            }
-        }
-    }
-    ~FileText() {
-        if (data_ != nullptr) ::munmap(data_, size_);
-        if (descriptor_ >= 0) ::close(descriptor_);
-    }
-    FileText(const FileText &) = delete;
-    FileText &operator=(const FileText &) = delete;
-
-    // Reads the whole file (again, for a second pass); false when it could
-    // not be read whole, for instance because it was cut short meanwhile.
-    bool load() {
-        size_t done = 0;
-        while (done < size_) {
-            const ssize_t got = ::pread(descriptor_, data_ + done, size_ - done, static_cast<off_t>(done));
-            if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) {
-                problem_ = "the file changed while it was read";
-                return false;
-            }
-            done += static_cast<size_t>(got);
-        }
-        return true;
-    }
-    // Gives the whole pages of [from, to) back; they read as zeros after.
-    void release(const char *from, const char *to) const {
-        const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-        const uintptr_t first = (reinterpret_cast<uintptr_t>(from) + page - 1) & ~(page - 1);
-        const uintptr_t last = reinterpret_cast<uintptr_t>(to) & ~(page - 1);
-        if (last > first) ::madvise(reinterpret_cast<void *>(first), last - first, MADV_DONTNEED);
-    }
-    bool ok() const { return problem_ == nullptr; }
-    const char *problem() const { return problem_; }
-    const char *data() const { return data_; }
-    size_t size() const { return size_; }
-
-private:
-    int descriptor_ = -1;
-    char *data_ = nullptr;
-    size_t size_ = 0;
-    const char *problem_ = nullptr;
-};
-
 // Upper-case entity names of one release -> class: an open-addressing hash
 // table over the names' bytes, hashed and compared without case on the fly.
 class NameTable {
@@ -250,8 +181,8 @@ private:
 };
 
 // A line that referred forward, read once every instance exists: a copy of
-// its text from the start of its first physical line (the file's own text
-// is given back as the read goes on), and where it stood.
+// its text from the start of its first physical line (the file's text is
+// read through a window that moves on), and where it stood.
 struct DeferredLine {
     kxBaseObject *instance;
     size_t text_offset;        // in the parser's deferred text
@@ -288,11 +219,12 @@ struct Parser {
     FastReader fast;
     TrackedVector<DeferredLine> deferred;
     TrackedVector<char> deferred_text;
-    const FileText *file = nullptr;
+    TextWindow *file = nullptr;
     TrackedVector<ParameterProblem> parameter_problems;  // of the line being read
-    // Lines the first of two passes created no instance for, so the second
-    // pass never reads them into the instance of another line with their id.
-    TrackedVector<const char *> skipped_lines;
+    // Lines (by file offset) the first of two passes created no instance
+    // for, so the second pass never reads them into the instance of another
+    // line with their id.
+    TrackedVector<uint64_t> skipped_lines;
     size_t next_skipped_line = 0;
     bool with_errors = false;
     bool syntax_error = false;
@@ -668,9 +600,9 @@ kxBaseObject *create_line_instance(Parser *parser, const Token &id_token, const 
 
 // The instance of a line in the second of two passes: the one the first
 // pass made for this very line, or NULL when it made none.
-kxBaseObject *created_line_instance(Parser *parser, const Token &id_token) {
-    TrackedVector<const char *> &skipped = parser->skipped_lines;
-    if (parser->next_skipped_line < skipped.size() && skipped[parser->next_skipped_line] == id_token.text) {
+kxBaseObject *created_line_instance(Parser *parser, const Token &id_token, uint64_t line_offset) {
+    TrackedVector<uint64_t> &skipped = parser->skipped_lines;
+    if (parser->next_skipped_line < skipped.size() && skipped[parser->next_skipped_line] == line_offset) {
         parser->next_skipped_line++;
         return nullptr;
     }
@@ -735,6 +667,7 @@ bool read_directly(Parser *parser, Scanner *scanner, kxBaseObject *instance, con
 // One instance line, after its "#id". False on a syntax error.
 bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, ParseMode mode) {
     if (!expect(parser, scanner, TOKEN_EQUAL)) return false;
+    const uint64_t line_offset = scanner_offset(*scanner, id_token.text);
     const Token name = scanner_next(scanner);
     if (name.kind == TOKEN_BEGIN_PAR) {
         // A complex instance "#n=(A(...)B(...))": not part of IFC; skipped.
@@ -745,9 +678,9 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
                 problem.file_id = id_token.id;
                 problem.message = "complex instances are not part of IFC; line skipped";
             });
-            if (mode == CREATE_ONLY) parser->skipped_lines.push_back(id_token.text);
+            if (mode == CREATE_ONLY) parser->skipped_lines.push_back(line_offset);
         } else {
-            created_line_instance(parser, id_token);
+            created_line_instance(parser, id_token, line_offset);
         }
         return skip_parameters(parser, scanner) && expect(parser, scanner, TOKEN_DOTCOMA);
     }
@@ -755,9 +688,9 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
     const uint32_t file_id = id_token.id;
     if (file_id != 0xFFFFFFFFu && file_id > parser->max_file_id) parser->max_file_id = file_id;
 
-    kxBaseObject *instance = mode == PARSE_CREATED ? created_line_instance(parser, id_token)
+    kxBaseObject *instance = mode == PARSE_CREATED ? created_line_instance(parser, id_token, line_offset)
                                                    : create_line_instance(parser, id_token, name, mode);
-    if (instance == nullptr && mode == CREATE_ONLY) parser->skipped_lines.push_back(id_token.text);
+    if (instance == nullptr && mode == CREATE_ONLY) parser->skipped_lines.push_back(line_offset);
     const char *parameters_start = scanner->cursor;
     const uint32_t parameters_line = scanner->line;
     if (instance == nullptr || mode == CREATE_ONLY)
@@ -777,28 +710,32 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
     return true;
 }
 
-// Gives the pages of the file's text that the scanner has left well behind
-// back to the system, so a large file does not stay resident while its
-// model grows. Called between lines: nothing before the scanner is read again.
-void release_read_pages(const FileText *file, const Scanner *scanner, const char **released) {
-    constexpr size_t kStep = 32u << 20;
-    if (scanner->cursor - *released < static_cast<ptrdiff_t>(2 * kStep)) return;
-    file->release(*released, scanner->cursor - kStep);
-    *released = scanner->cursor - kStep;
+void report_unreadable(kxReadReport *report, std::string message) {
+    ReadProblem problem;
+    problem.code = KX_READ_UNREADABLE_FILE;
+    problem.message = std::move(message);
+    report_add(report, std::move(problem));
+}
+
+// The file could not be read on (it changed meanwhile): reported, and the
+// read fails.
+bool unreadable(Parser *parser) {
+    report_unreadable(parser->report, parser->file->problem());
+    return false;
 }
 
 // Reads the data section from the scanner's position (just after "DATA;")
 // up to "ENDSEC;". False on a syntax error.
 bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
-    constexpr ptrdiff_t kProgressStep = 4 << 20;
-    const char *released = scanner->begin;
-    const char *next_progress = scanner->cursor + kProgressStep;
-    const uint64_t size = static_cast<uint64_t>(scanner->end - scanner->begin);
+    constexpr uint64_t kProgressStep = 4 << 20;
+    const uint64_t size = parser->file->size();
+    uint64_t next_progress = kProgressStep;
     for (;;) {
-        if (scanner->cursor >= next_progress) {
-            release_read_pages(parser->file, scanner, &released);
-            report_progress(parser->report, static_cast<uint64_t>(scanner->cursor - scanner->begin), size);
-            next_progress = scanner->cursor + kProgressStep;
+        if (!parser->file->ensure(scanner)) return unreadable(parser);
+        const uint64_t done = scanner_offset(*scanner, scanner->cursor);
+        if (done >= next_progress) {
+            report_progress(parser->report, done, size);
+            next_progress = done + kProgressStep;
         }
         const Token token = scanner_next(scanner);
         if (token.kind == TOKEN_ENDSECTION) {
@@ -829,41 +766,25 @@ void parse_deferred_lines(Parser *parser) {
     parser->deferred_text.clear();
 }
 
-void report_unreadable(kxReadReport *report, std::string message) {
-    ReadProblem problem;
-    problem.code = KX_READ_UNREADABLE_FILE;
-    problem.message = std::move(message);
-    report_add(report, std::move(problem));
-}
-
 // Positions the scanner just after the "DATA;" that follows the header.
 bool seek_data_section(Parser *parser, Scanner *scanner) {
     for (;;) {
+        if (!parser->file->ensure(scanner)) return unreadable(parser);
         const Token token = scanner_next(scanner);
         if (token.kind == TOKEN_END) return fail_syntax(parser, token, TOKEN_DATA);
         if (token.kind == TOKEN_DATA && expect(parser, scanner, TOKEN_DOTCOMA)) return true;
     }
 }
 
-// The file's text without a UTF-8 byte-order mark.
-void scanner_over_file(Scanner *scanner, const FileText &file) {
-    const char *text = file.data();
-    size_t size = file.size();
-    if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) text += 3, size -= 3;
-    scanner_init(scanner, text, size);
-}
-
-bool run_pass(Parser *parser, FileText &file, ParseMode mode) {
-    if (mode == PARSE_CREATED && !file.load()) {
-        report_unreadable(parser->report, file.problem());
-        return false;
-    }
+bool run_pass(Parser *parser, ParseMode mode) {
     Scanner scanner;
-    scanner_over_file(&scanner, file);
+    if (!parser->file->start(&scanner)) return unreadable(parser);
     if (!seek_data_section(parser, &scanner) || !parse_data_section(parser, &scanner, mode)) return false;
     // Anything but the closing keyword and the end of the file (a second
     // section, another file pasted after this one) is read past and reported.
+    if (!parser->file->ensure(&scanner)) return unreadable(parser);
     const Token closing = scanner_next(&scanner);
+    if (!parser->file->ensure(&scanner)) return unreadable(parser);
     const Token after = closing.kind == TOKEN_END_ISO ? scanner_next(&scanner) : closing;
     if (after.kind != TOKEN_END || after.length != 0) {
         const bool reported = mode != PARSE_CREATED;  // once per read
@@ -941,7 +862,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
         header_destroy(&header);
         return nullptr;
     }
-    FileText file(path);
+    TextWindow file(path);
     if (!file.ok()) {
         report_unreadable(report, file.problem());
         header_destroy(&header);
@@ -957,11 +878,11 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
 
     bool ok;
     if (selection != nullptr) {
-        ok = run_pass(&parser, file, SINGLE_PASS_SELECTED);
+        ok = run_pass(&parser, SINGLE_PASS_SELECTED);
     } else {
         const bool two_passes = read_mode == 2 || (read_mode == 0 && file.size() > kSinglePassLimit);
-        ok = two_passes ? run_pass(&parser, file, CREATE_ONLY) && run_pass(&parser, file, PARSE_CREATED)
-                        : run_pass(&parser, file, SINGLE_PASS);
+        ok = two_passes ? run_pass(&parser, CREATE_ONLY) && run_pass(&parser, PARSE_CREATED)
+                        : run_pass(&parser, SINGLE_PASS);
     }
     kxParseParList_free(&parser.parameters);
     kxIfcModel *model = nullptr;

@@ -169,6 +169,7 @@ void scanner_init(Scanner *scanner, const char *text, size_t length) {
     scanner->end = text + length;
     scanner->line = 1;
     scanner->line_start = text;
+    scanner->origin = 0;
 }
 
 void scanner_seek(Scanner *scanner, const char *position, uint32_t line) {

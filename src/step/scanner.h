@@ -53,7 +53,13 @@ struct Scanner {
     const char *end;
     uint32_t line;
     const char *line_start;
+    uint64_t origin;   // offset of `begin` in the whole text (the scanner may see a window of it)
 };
+
+// The offset of a position of the scanner's text in the whole text.
+inline uint64_t scanner_offset(const Scanner &scanner, const char *position) {
+    return scanner.origin + static_cast<uint64_t>(position - scanner.begin);
+}
 
 void scanner_init(Scanner *scanner, const char *text, size_t length);
 // Moves the scanner to a position it has passed before, with its line.

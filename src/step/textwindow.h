@@ -1,0 +1,58 @@
+// A sliding window over an exchange file: the scanner reads the file's text
+// from a buffer of a few MiB that is refilled as it goes, instead of from a
+// copy of the whole file. The buffer always holds whole statements (text up
+// to a ';' outside strings and comments), so a statement is scanned without
+// ever meeting the window's edge; a statement longer than the buffer makes it
+// grow. The file is read, not mapped: another process cutting it short while
+// it is read makes the read fail instead of faulting.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "step/scanner.h"
+
+namespace kx {
+
+class TextWindow {
+public:
+    // `capacity`: the buffer's first size (it grows for longer statements).
+    explicit TextWindow(const char16_t *path, size_t capacity = 8u << 20);
+    ~TextWindow();
+    TextWindow(const TextWindow &) = delete;
+    TextWindow &operator=(const TextWindow &) = delete;
+
+    // Whether the file could be opened; problem() says why not.
+    bool ok() const { return problem_ == nullptr; }
+    const char *problem() const { return problem_; }
+    uint64_t size() const { return size_; }
+
+    // Fills the window from the start of the file (again, for another pass)
+    // and sets the scanner over it, past a UTF-8 byte-order mark.
+    bool start(Scanner *scanner);
+    // Makes sure the statement at the scanner's position is whole in the
+    // window, sliding it on when the scanner has passed every whole
+    // statement. False when the file could not be read (problem() says why).
+    bool ensure(Scanner *scanner) { return scanner->cursor < complete_ || at_end() || slide(scanner); }
+
+private:
+    enum class Boundary : uint8_t { OUTSIDE, STRING, COMMENT };
+
+    bool at_end() const { return loaded_ == size_; }
+    bool slide(Scanner *scanner);
+    bool fill();
+    void find_statement_ends();
+
+    int descriptor_ = -1;
+    uint64_t size_ = 0;
+    const char *problem_ = nullptr;
+    char *buffer_ = nullptr;
+    size_t capacity_ = 0;
+    size_t used_ = 0;            // bytes of the buffer holding text
+    uint64_t loaded_ = 0;        // file offset just past the buffer's text
+    const char *complete_ = nullptr;  // just past the last whole statement in the buffer
+    size_t boundary_at_ = 0;     // buffer offset where the statement search goes on
+    Boundary boundary_ = Boundary::OUTSIDE;
+};
+
+}  // namespace kx
