@@ -664,6 +664,21 @@ bool read_directly(Parser *parser, Scanner *scanner, kxBaseObject *instance, con
     return true;
 }
 
+// The first of two passes only creates instances: it moves from a line's
+// "(" straight to its closing ';' when that lies on the same physical line
+// (the window found it by the scanner's rules for strings and comments).
+// What stands between is read, and any fault in it reported, by the
+// second pass.
+bool jump_over_parameters(Parser *parser, Scanner *scanner) {
+    const char *p = scanner->cursor;
+    while (p < scanner->end && *p == ' ') p++;
+    if (p == scanner->end || *p != '(') return false;
+    const char *end = parser->file->statement_end_on_line(*scanner);
+    if (end == nullptr) return false;
+    scanner->cursor = end - 1;
+    return true;
+}
+
 // One instance line, after its "#id". False on a syntax error.
 bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, ParseMode mode) {
     if (!expect(parser, scanner, TOKEN_EQUAL)) return false;
@@ -693,6 +708,7 @@ bool parse_entity_line(Parser *parser, Scanner *scanner, const Token &id_token, 
     if (instance == nullptr && mode == CREATE_ONLY) parser->skipped_lines.push_back(line_offset);
     const char *parameters_start = scanner->cursor;
     const uint32_t parameters_line = scanner->line;
+    if (mode == CREATE_ONLY && jump_over_parameters(parser, scanner)) return expect(parser, scanner, TOKEN_DOTCOMA);
     if (instance == nullptr || mode == CREATE_ONLY)
         return skip_parameters(parser, scanner) && expect(parser, scanner, TOKEN_DOTCOMA);
 

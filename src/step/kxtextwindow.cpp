@@ -70,6 +70,8 @@ bool TextWindow::start(Scanner *scanner) {
     boundary_at_ = 0;
     boundary_ = Boundary::OUTSIDE;
     complete_ = buffer_;
+    ends_.clear();
+    next_end_ = 0;
     if (!fill()) return false;
     find_statement_ends();
     const size_t skipped = starts_with_bom(buffer_, used_) ? 3 : 0;
@@ -112,6 +114,7 @@ void TextWindow::find_statement_ends() {
             if (i >= limit) break;
             if (text[i] == ';') {
                 last_end = ++i;
+                ends_.push_back(i);
             } else if (text[i] == '\'') {
                 state = Boundary::STRING;
                 i++;
@@ -165,7 +168,10 @@ bool TextWindow::slide(Scanner *scanner) {
             capacity_ *= 2;
             buffer_ = static_cast<char *>(mem_realloc(buffer_, capacity_));
         }
+        // Every statement end found so far is behind the scanner.
         complete_ = buffer_;
+        ends_.clear();
+        next_end_ = 0;
         if (!fill()) return false;
         find_statement_ends();
         scanner->begin = buffer_;
@@ -175,6 +181,14 @@ bool TextWindow::slide(Scanner *scanner) {
         scanner->origin = origin;
     }
     return true;
+}
+
+const char *TextWindow::statement_end_on_line(const Scanner &scanner) {
+    const size_t from = static_cast<size_t>(scanner.cursor - buffer_);
+    while (next_end_ < ends_.size() && ends_[next_end_] <= from) next_end_++;
+    if (next_end_ == ends_.size()) return nullptr;
+    const size_t end = ends_[next_end_];
+    return find_first_of(buffer_, from, end, '\n', '\r', '\r') == end ? buffer_ + end : nullptr;
 }
 
 }  // namespace kx

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "step/idindex.h"
 #include "step/scanner.h"
 
 namespace kx {
@@ -34,6 +35,10 @@ public:
     // window, sliding it on when the scanner has passed every whole
     // statement. False when the file could not be read (problem() says why).
     bool ensure(Scanner *scanner) { return scanner->cursor < complete_ || at_end() || slide(scanner); }
+    // Where the statement at the scanner's position ends (just past its
+    // ';'), or NULL when that is not known, or when the statement runs on
+    // over a line end (the scanner counts lines as it goes).
+    const char *statement_end_on_line(const Scanner &scanner);
 
 private:
     enum class Boundary : uint8_t { OUTSIDE, STRING, COMMENT };
@@ -53,6 +58,8 @@ private:
     const char *complete_ = nullptr;  // just past the last whole statement in the buffer
     size_t boundary_at_ = 0;     // buffer offset where the statement search goes on
     Boundary boundary_ = Boundary::OUTSIDE;
+    TrackedVector<size_t> ends_;     // buffer offsets just past each statement's ';', in order
+    size_t next_end_ = 0;            // the first of them not behind the scanner
 };
 
 }  // namespace kx
