@@ -141,25 +141,27 @@ enum ParseMode : uint32_t { CREATE_ONLY = 0, PARSE_CREATED = 1, SINGLE_PASS = 2,
 // table over the names' bytes, hashed and compared without case on the fly.
 class NameTable {
 public:
-    explicit NameTable(kxIfcVersion_t version) : entries_(kSize, Entry{nullptr, 0}) {
+    explicit NameTable(kxIfcVersion_t version) : entries_(kSize, Entry{nullptr, 0, 0}) {
         for (uint32_t id = 0; id < g_num_classes; id++) {
             const kxClass_t *klass = g_classes[id];
             if (!klass->is_entity || class_release(klass, version) == nullptr) continue;
-            const char16_t *name = klass->upper_name;
-            const size_t length = wstr_length(name);
-            char text[128];
-            for (size_t i = 0; i < length && i < sizeof text; i++) text[i] = static_cast<char>(name[i]);
-            size_t slot = hash(text, length) & kMask;
+            const size_t offset = names_.size();
+            for (const char16_t *c = klass->upper_name; *c != 0; c++) names_.push_back(static_cast<char>(*c));
+            const size_t length = names_.size() - offset;
+            size_t slot = hash(names_.data() + offset, length) & kMask;
             while (entries_[slot].klass != nullptr) slot = (slot + 1) & kMask;
-            entries_[slot] = {klass, static_cast<uint32_t>(length)};
+            entries_[slot] = {klass, static_cast<uint32_t>(length), static_cast<uint32_t>(offset)};
         }
     }
-    // The class of an entity name as written in a file (any case).
+    // The class of an entity name as written in a file (any case; upper
+    // case, as exporters write it, is compared byte for byte).
     const kxClass_t *find(const char *text, size_t length) const {
         for (size_t slot = hash(text, length) & kMask;; slot = (slot + 1) & kMask) {
             const Entry &entry = entries_[slot];
             if (entry.klass == nullptr) return nullptr;
-            if (entry.length == length && token_spells(entry.klass->upper_name, text, length)) return entry.klass;
+            if (entry.length == length && (std::memcmp(names_.data() + entry.offset, text, length) == 0 ||
+                                           token_spells(entry.klass->upper_name, text, length)))
+                return entry.klass;
         }
     }
 
@@ -169,15 +171,28 @@ private:
     struct Entry {
         const kxClass_t *klass;
         uint32_t length;
+        uint32_t offset;  // of its upper-case name in names_
     };
 
+    // Eight characters a step; "| 0x20" folds letters to one case and
+    // leaves digits and '_' apart.
     static size_t hash(const char *text, size_t length) {
-        uint64_t value = 14695981039346656037ull;
-        // "| 0x20" folds letters to one case and leaves digits and '_' apart.
-        for (size_t i = 0; i < length; i++) value = (value ^ static_cast<unsigned char>(text[i] | 0x20)) * 1099511628211ull;
+        constexpr uint64_t kFold = 0x2020202020202020ull;
+        constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15ull;
+        uint64_t value = length * kMultiplier;
+        size_t i = 0;
+        for (; i + 8 <= length; i += 8) {
+            uint64_t word;
+            std::memcpy(&word, text + i, 8);
+            value = ((value ^ (word | kFold)) * kMultiplier) ^ (value >> 32);
+        }
+        uint64_t tail = 0;
+        std::memcpy(&tail, text + i, length - i);
+        value = (value ^ (tail | kFold)) * kMultiplier;
         return static_cast<size_t>(value ^ (value >> 29));
     }
     TrackedVector<Entry> entries_;
+    TrackedVector<char> names_;
 };
 
 // A line that referred forward, read once every instance exists: a copy of

@@ -2,6 +2,7 @@
 #include "step/scanner.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -9,10 +10,24 @@
 namespace kx {
 namespace {
 
-inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
-inline bool is_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-inline bool is_word_char(char c) { return is_letter(c) || is_digit(c) || c == '_'; }
-inline bool is_hex_digit(char c) { return is_digit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
+// Character classes, one table look-up each.
+enum : uint8_t { DIGIT = 1, LETTER = 2, WORD = 4, HEX = 8 };
+
+constexpr std::array<uint8_t, 256> make_classes() {
+    std::array<uint8_t, 256> classes{};
+    for (int c = '0'; c <= '9'; c++) classes[c] = DIGIT | WORD | HEX;
+    for (int c = 'A'; c <= 'Z'; c++) classes[c] = LETTER | WORD | (c <= 'F' ? HEX : 0);
+    for (int c = 'a'; c <= 'z'; c++) classes[c] = LETTER | WORD | (c <= 'f' ? HEX : 0);
+    classes['_'] = WORD;
+    return classes;
+}
+constexpr std::array<uint8_t, 256> kClasses = make_classes();
+
+inline bool is(char c, uint8_t wanted) { return (kClasses[static_cast<unsigned char>(c)] & wanted) != 0; }
+inline bool is_digit(char c) { return is(c, DIGIT); }
+inline bool is_letter(char c) { return is(c, LETTER); }
+inline bool is_word_char(char c) { return is(c, WORD); }
+inline bool is_hex_digit(char c) { return is(c, HEX); }
 inline char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
 
 bool equal_nocase(const char *text, size_t length, const char *word) {
@@ -199,12 +214,9 @@ Token scanner_next_token(Scanner *scanner) {
     case '#': {
         if (q >= end || !is_digit(*q)) break;  // a lone '#'
         uint64_t id = 0;
-        while (q < end && is_digit(*q)) {
-            id = id * 10 + static_cast<uint64_t>(*q - '0');
-            if (id > 0xFFFFFFFFull) id = 0xFFFFFFFFull;
-            q++;
-        }
-        token.id = static_cast<uint32_t>(id);
+        for (; q < end && is_digit(*q); q++)
+            if (id <= 0xFFFFFFFFull) id = id * 10 + static_cast<uint64_t>(*q - '0');
+        token.id = id > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<uint32_t>(id);  // saturated
         const char *r = q;
         while (r < end && (*r == ' ' || *r == '\t')) r++;
         token.kind = r < end && *r == '=' ? TOKEN_ENTITY_ID : TOKEN_ENTITY_REFERENCE;

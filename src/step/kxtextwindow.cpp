@@ -188,7 +188,10 @@ const char *TextWindow::statement_end_on_line(const Scanner &scanner) {
     while (next_end_ < ends_.size() && ends_[next_end_] <= from) next_end_++;
     if (next_end_ == ends_.size()) return nullptr;
     const size_t end = ends_[next_end_];
-    return find_first_of(buffer_, from, end, '\n', '\r', '\r') == end ? buffer_ + end : nullptr;
+    const char *text = buffer_ + from;
+    const size_t length = end - from;
+    return std::memchr(text, '\n', length) == nullptr && std::memchr(text, '\r', length) == nullptr ? buffer_ + end
+                                                                                                    : nullptr;
 }
 
 }  // namespace kx
