@@ -109,6 +109,11 @@ KX_API const char *kxReadSeverity_name(kxReadSeverity severity);
 typedef void (*kxProgressFn)(void *user_data, uint64_t done, uint64_t total);
 /* Reports the progress of every read the report is passed to (NULL: none). */
 KX_API void kxReadReport_set_progress(kxReadReport *report, kxProgressFn progress, void *user_data);
+/* How many threads a read with this report may use: 1 (the default) reads on
+ * the calling thread only; 0 uses every core. A two-pass read of a large
+ * file reads the parts of its second pass in parallel; the model and the
+ * report come out identical whatever the count. */
+KX_API void kxReadReport_set_threads(kxReadReport *report, uint32_t threads);
 
 /* kxIfcModel_read_from_step_file with a text mode and a report: the report
  * (when not NULL) receives every problem of the read, also of a read that

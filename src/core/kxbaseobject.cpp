@@ -5,6 +5,7 @@
 
 #include "kxifc_model.h"
 #include "support/assert.h"
+#include "support/threads.h"
 #include "support/memory.h"
 #include "support/wstring.h"
 
@@ -45,7 +46,7 @@ void baseobject_set_class_data(kxBaseObject *base_object, const kxClass_t *klass
 void baseobject_retain(kxBaseObject *base_object) {
     if (base_object == nullptr) return;
     if (!baseobject_check(base_object)) return;
-    base_object->retain_count++;
+    shared_count_add(&base_object->retain_count);
 }
 
 void baseobject_release(kxBaseObject **base_object) {

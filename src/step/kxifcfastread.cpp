@@ -10,6 +10,7 @@
 #include "schema/engines.h"
 #include "schema/select.h"
 #include "step/readreport.h"
+#include "support/threads.h"
 #include "step/scanner.h"
 #include "support/steptext.h"
 #include "support/memory.h"
@@ -131,7 +132,7 @@ public:
             kxSelectObject *object = reinterpret_cast<kxSelectObject *>(select);
             object->value = pending.value;
             object->type = pending.code;
-            select->retain_count++;  // the holder's reference; the list of instances keeps its own
+            shared_count_add(&select->retain_count);  // the holder's reference; the list of instances keeps its own
             store_at(instance_, pending.aggregate, pending.place, select);
         }
         pending_.clear();
@@ -246,7 +247,7 @@ private:
             }
             pending.code = instance_member(info, target, release_bit_);
             if (pending.code == 0) return false;
-            target->retain_count++;
+            shared_count_add(&target->retain_count);
             pending.value.object = target;
         } else if (token.kind == TOKEN_TYPE_NAME) {
             pending.code = typed_member(info, token, release_bit_);
@@ -322,7 +323,7 @@ private:
             return true;
         }
         if (!class_is_kind_of(target->object_class, g_classes[class_id], target->ifc_version)) return false;
-        target->retain_count++;
+        shared_count_add(&target->retain_count);
         *address = target;
         return true;
     }
@@ -493,13 +494,13 @@ bool fastread_resolve(FastReader *reader, bool report_lost) {
             if (code != 0) {
                 value = reader->create_value(reader->create_context, expected);
                 kxSelectObject *select = reinterpret_cast<kxSelectObject *>(value);
-                target->retain_count++;
+                shared_count_add(&target->retain_count);
                 select->value.object = target;
                 select->type = code;
-                value->retain_count++;  // the holder's reference
+                shared_count_add(&value->retain_count);  // the holder's reference
             }
         } else if (target != nullptr && class_is_kind_of(target->object_class, expected, target->ifc_version)) {
-            target->retain_count++;
+            shared_count_add(&target->retain_count);
             value = target;
         }
         if (value == nullptr) {

@@ -20,6 +20,9 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+#include <memory>
+#include <mutex>
+#include <thread>
 
 #include "core/baseobject.h"
 #include "core/class.h"
@@ -40,6 +43,7 @@
 #include "support/assert.h"
 #include "support/files.h"
 #include "support/memory.h"
+#include "support/threads.h"
 #include "support/wstring.h"
 
 namespace kx {
@@ -217,6 +221,16 @@ struct ParameterProblem {
 
 kxBaseObject *create_value_object(void *context, const kxClass_t *klass);
 
+// Where a part of the data section starts: a line at the start of a
+// physical line, found by the first of two passes, from which the second
+// pass reads that part on a thread of its own.
+struct PartStart {
+    uint64_t offset;
+    uint32_t line;
+};
+
+constexpr uint64_t kNoStop = UINT64_MAX;
+
 struct Parser {
     kxIfcVersion_t version;
     const TrackedVector<bool> *selection;  // SINGLE_PASS_SELECTED: class ids to read
@@ -228,7 +242,8 @@ struct Parser {
     PtrArray *value_objects = nullptr;  // select values made while reading (also in objects)
     PtrArray *object_tables = nullptr;
     kxIfcModelMngr_t *model_manager = nullptr;
-    IdIndex ids;
+    IdIndex own_ids;
+    IdIndex *ids;  // the reader's own, or shared with the other parts of a parallel pass
     NameTable names;
     kxParseParList *parameters = nullptr;
     FastReader fast;
@@ -243,10 +258,19 @@ struct Parser {
     size_t next_skipped_line = 0;
     bool with_errors = false;
     bool syntax_error = false;
+    // Reading the parts of a pass in parallel: the parts after the first,
+    // where this parser's part ends, and the lock around making instances.
+    uint32_t parts_wanted = 1;
+    TrackedVector<PartStart> part_starts;
+    uint64_t stop_at = kNoStop;
+    std::mutex *create_lock = nullptr;
+    const char16_t *path = nullptr;
 
-    Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected, kxReadReport *read_report, bool full_text)
-        : version(release), selection(selected), report(read_report), lossless(full_text), names(release) {
-        fastread_init(&fast, &ids, release, &create_value_object, this, full_text, read_report);
+    Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected, kxReadReport *read_report, bool full_text,
+           IdIndex *shared_ids = nullptr)
+        : version(release), selection(selected), report(read_report), lossless(full_text),
+          ids(shared_ids != nullptr ? shared_ids : &own_ids), names(release) {
+        fastread_init(&fast, ids, release, &create_value_object, this, full_text, read_report);
     }
 };
 
@@ -312,11 +336,15 @@ bool expect(Parser *parser, Scanner *scanner, TokenKind kind) {
 // ---- instances ----
 
 kxBaseObject *create_instance(Parser *parser, const kxClass_t *klass) {
+    std::unique_lock<std::mutex> lock;
+    if (parser->create_lock != nullptr) lock = std::unique_lock<std::mutex>(*parser->create_lock);
     kxBaseObject *instance =
         class_new_instance(klass, parser->version, &parser->object_id_counter, parser->model_manager);
+    if (lock.owns_lock()) lock.unlock();
     if (instance == nullptr) return nullptr;
     ptrarray_append(parser->objects, instance);
-    objtables_add_instance(parser->object_tables, instance);
+    // The later parts of a parallel pass list theirs once they are joined.
+    if (parser->object_tables != nullptr) objtables_add_instance(parser->object_tables, instance);
     return instance;
 }
 
@@ -386,7 +414,7 @@ bool collect_parameters(Parser *parser, Scanner *scanner, bool *unresolved) {
         case TOKEN_COMMA:
             break;
         case TOKEN_ENTITY_REFERENCE: {
-            kxBaseObject *instance = parser->ids.find(token.id);
+            kxBaseObject *instance = parser->ids->find(token.id);
             if (instance == nullptr) *unresolved = true;
             kxParseParList_append(list, kxParserParam_reference(token.id, instance, line, column));
             break;
@@ -445,7 +473,7 @@ bool skip_parameters(Parser *parser, Scanner *scanner) {
 // The problem a marked parameter stands for.
 kxReadCode marked_problem_code(const Parser *parser, const kxParserParam &parameter) {
     if (parameter.kind == i_TYPE_REFERENCE && parameter.value.reference.instance == nullptr &&
-        parser->ids.find(parameter.value.reference.file_id) == nullptr)
+        parser->ids->find(parameter.value.reference.file_id) == nullptr)
         return KX_READ_UNDEFINED_REFERENCE;
     return KX_READ_WRONG_TYPE;
 }
@@ -596,7 +624,7 @@ kxBaseObject *create_line_instance(Parser *parser, const Token &id_token, const 
         return nullptr;
     }
     if (mode == SINGLE_PASS_SELECTED && !(*parser->selection)[klass->unique_class_id]) return nullptr;
-    if (parser->ids.find(file_id) != nullptr) {
+    if (parser->ids->find(file_id) != nullptr) {
         note_problem(parser, KX_READ_DUPLICATE_ID, [&](ReadProblem &problem) {
             place_at(problem, id_token);
             problem.file_id = file_id;
@@ -608,7 +636,7 @@ kxBaseObject *create_line_instance(Parser *parser, const Token &id_token, const 
     kxBaseObject *instance = create_instance(parser, klass);
     if (instance != nullptr) {
         instance->output_file_id = file_id;
-        parser->ids.insert(file_id, instance);
+        parser->ids->insert(file_id, instance);
     }
     return instance;
 }
@@ -621,7 +649,7 @@ kxBaseObject *created_line_instance(Parser *parser, const Token &id_token, uint6
         parser->next_skipped_line++;
         return nullptr;
     }
-    return parser->ids.find(id_token.id);
+    return parser->ids->find(id_token.id);
 }
 
 void defer_line(Parser *parser, kxBaseObject *instance, const Token &id_token, const char *parameters,
@@ -757,10 +785,20 @@ bool unreadable(Parser *parser) {
 
 // Reads the data section from the scanner's position (just after "DATA;")
 // up to "ENDSEC;". False on a syntax error.
+// Notes where a line could start a part of the second pass: one part for
+// each share of the file, at the first line beginning a physical line.
+void note_part_start(Parser *parser, const Scanner &scanner, const Token &token) {
+    const uint64_t share = parser->file->size() / parser->parts_wanted;
+    const uint64_t offset = scanner_offset(scanner, token.text);
+    if (token.column == 1 && offset >= share * (parser->part_starts.size() + 1))
+        parser->part_starts.push_back({offset, token.line});
+}
+
 bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
     constexpr uint64_t kProgressStep = 4 << 20;
     const uint64_t size = parser->file->size();
     uint64_t next_progress = kProgressStep;
+    const bool find_parts = mode == CREATE_ONLY && parser->parts_wanted > 1;
     for (;;) {
         if (!parser->file->ensure(scanner)) return unreadable(parser);
         const uint64_t done = scanner_offset(*scanner, scanner->cursor);
@@ -769,6 +807,11 @@ bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
             next_progress = done + kProgressStep;
         }
         const Token token = scanner_next(scanner);
+        if (token.kind == TOKEN_ENTITY_ID) {
+            if (scanner_offset(*scanner, token.text) >= parser->stop_at) return true;  // the next part's
+            if (find_parts && parser->part_starts.size() + 1 < parser->parts_wanted)
+                note_part_start(parser, *scanner, token);
+        }
         if (token.kind == TOKEN_ENDSECTION) {
             report_progress(parser->report, size, size);
             return expect(parser, scanner, TOKEN_DOTCOMA);
@@ -807,10 +850,19 @@ bool seek_data_section(Parser *parser, Scanner *scanner) {
     }
 }
 
-bool run_pass(Parser *parser, ParseMode mode) {
+// Reads the data section, or the part of it from `start` (NULL: the first)
+// up to the parser's stop, and what follows the data section when the part
+// reaches it.
+bool read_part(Parser *parser, ParseMode mode, const PartStart *start) {
     Scanner scanner;
-    if (!parser->file->start(&scanner)) return unreadable(parser);
-    if (!seek_data_section(parser, &scanner) || !parse_data_section(parser, &scanner, mode)) return false;
+    if (start == nullptr) {
+        if (!parser->file->start(&scanner)) return unreadable(parser);
+        if (!seek_data_section(parser, &scanner)) return false;
+    } else if (!parser->file->start_at(&scanner, start->offset, start->line)) {
+        return unreadable(parser);
+    }
+    if (!parse_data_section(parser, &scanner, mode)) return false;
+    if (parser->stop_at != kNoStop) return true;
     // Anything but the closing keyword and the end of the file (a second
     // section, another file pasted after this one) is read past and reported.
     if (!parser->file->ensure(&scanner)) return unreadable(parser);
@@ -829,6 +881,14 @@ bool run_pass(Parser *parser, ParseMode mode) {
         }
         parser->with_errors = true;
     }
+    return true;
+}
+
+bool run_parts_in_parallel(Parser *parser);
+
+bool run_pass(Parser *parser, ParseMode mode) {
+    if (mode == PARSE_CREATED && !parser->part_starts.empty()) return run_parts_in_parallel(parser);
+    if (!read_part(parser, mode, nullptr)) return false;
     if (mode == SINGLE_PASS || mode == SINGLE_PASS_SELECTED) {
         kxParseParList_set_allow_unresolved(parser->parameters, mode == SINGLE_PASS_SELECTED ? CIERTO : FALSO);
         parse_deferred_lines(parser);
@@ -837,6 +897,112 @@ bool run_pass(Parser *parser, ParseMode mode) {
     // classes are read; otherwise they are errors of the file.
     if (!fastread_resolve(&parser->fast, mode != SINGLE_PASS_SELECTED) && mode != SINGLE_PASS_SELECTED)
         parser->with_errors = true;
+    return true;
+}
+
+// One later part of a parallel pass: a parser of its own over the shared id
+// index, with its own window on the file and its own report; the select
+// values it makes are listed, numbered and filed once it is joined.
+struct PartReader {
+    Parser parser;
+    TextWindow window;
+    PartStart start;
+    bool ok = false;
+
+    PartReader(Parser *main, size_t index)
+        : parser(main->version, nullptr, report_new_like(main->report), main->lossless, main->ids),
+          window(main->path), start(main->part_starts[index]) {
+        parser.path = main->path;
+        parser.file = &window;
+        parser.objects = ptrarray_create(0);
+        parser.value_objects = ptrarray_create(0);
+        parser.model_manager = main->model_manager;
+        parser.parameters = kxParseParList_new(main->version, &create_value_object, &parser);
+        parser.create_lock = main->create_lock;
+        parser.skipped_lines = main->skipped_lines;
+        const auto first = std::lower_bound(parser.skipped_lines.begin(), parser.skipped_lines.end(), start.offset);
+        parser.next_skipped_line = static_cast<size_t>(first - parser.skipped_lines.begin());
+        parser.stop_at = index + 1 < main->part_starts.size() ? main->part_starts[index + 1].offset : kNoStop;
+    }
+    ~PartReader() {
+        kxParseParList_free(&parser.parameters);
+        ptrarray_destroy_const(&parser.objects);
+        ptrarray_destroy_const(&parser.value_objects);
+        kxReadReport *report = parser.report;
+        kxReadReport_free(&report);
+    }
+    PartReader(const PartReader &) = delete;
+    PartReader &operator=(const PartReader &) = delete;
+
+    void run() {
+        MemTallyScope tally;
+        ok = window.ok() ? read_part(&parser, PARSE_CREATED, &start) : unreadable(&parser);
+    }
+};
+
+// Takes what a joined part made and found into the main parser, as if the
+// main parser had read the part itself: its select values (numbered and
+// filed in the order made), its problems (unless an earlier part failed, where
+// a one-thread read would have stopped) and its references to ids no line
+// defines.
+void join_part(Parser *parser, PartReader &part, bool earlier_ok) {
+    Parser &read = part.parser;
+    for (uint32_t i = 0; i < ptrarray_count(read.objects); i++) {
+        kxBaseObject *value = static_cast<kxBaseObject *>(read.objects->items[i]);
+        baseobject_renew_object_id(value, &parser->object_id_counter);
+        ptrarray_append(parser->objects, value);
+        objtables_add_instance(parser->object_tables, value);
+    }
+    for (uint32_t i = 0; i < ptrarray_count(read.value_objects); i++)
+        ptrarray_append(parser->value_objects, read.value_objects->items[i]);
+    if (!earlier_ok) return;
+    report_merge(parser->report, &read.report);
+    read.fast.report = nullptr;
+    parser->with_errors = parser->with_errors || read.with_errors;
+    parser->syntax_error = parser->syntax_error || read.syntax_error;
+    parser->max_file_id = std::max(parser->max_file_id, read.max_file_id);
+    parser->fast.forward.insert(parser->fast.forward.end(), read.fast.forward.begin(), read.fast.forward.end());
+}
+
+// The second of two passes with its parts read on threads of their own,
+// the first part on the calling thread. Every instance exists already, so a
+// part only fills in its own lines' instances; what parts share (retain
+// counts, the record pool, memory tallies) takes atomic or locked updates.
+bool run_parts_in_parallel(Parser *parser) {
+    std::mutex create_lock;
+    parser->create_lock = &create_lock;
+    parser->stop_at = parser->part_starts.front().offset;
+    TrackedVector<std::unique_ptr<PartReader>> parts;
+    bool ok = true;
+    {
+        ParallelSection section;
+        for (size_t i = 0; i < parser->part_starts.size(); i++) parts.push_back(std::make_unique<PartReader>(parser, i));
+        std::vector<std::thread> threads;
+        std::vector<PartReader *> inline_parts;  // when no thread could be started for them
+        for (auto &part : parts) {
+            try {
+                threads.emplace_back([&part] { part->run(); });
+            } catch (...) {
+                inline_parts.push_back(part.get());
+            }
+        }
+        {
+            MemTallyScope tally;
+            ok = read_part(parser, PARSE_CREATED, nullptr);
+        }
+        for (std::thread &thread : threads) thread.join();
+        for (PartReader *part : inline_parts) part->run();
+    }
+    parser->create_lock = nullptr;
+    parser->stop_at = kNoStop;
+    for (auto &part : parts) {
+        join_part(parser, *part, ok);
+        ok = ok && part->ok;
+    }
+    parts.clear();
+    if (!ok) return false;
+    report_progress(parser->report, parser->file->size(), parser->file->size());
+    if (!fastread_resolve(&parser->fast, true)) parser->with_errors = true;
     return true;
 }
 
@@ -901,6 +1067,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
     }
     Parser parser(version, selection, report, text_mode == KX_TEXT_MODE_LOSSLESS);
     parser.file = &file;
+    parser.path = path;
     parser.objects = ptrarray_create_with_capacity(0, 0x10000);
     parser.value_objects = ptrarray_create(0);
     parser.object_tables = objtables_new();
@@ -912,6 +1079,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
         ok = run_pass(&parser, SINGLE_PASS_SELECTED);
     } else {
         const bool two_passes = read_mode == 2 || (read_mode == 0 && file.size() > kSinglePassLimit);
+        if (two_passes) parser.parts_wanted = report_threads(report);
         ok = two_passes ? run_pass(&parser, CREATE_ONLY) && run_pass(&parser, PARSE_CREATED)
                         : run_pass(&parser, SINGLE_PASS);
     }

@@ -8,6 +8,7 @@
 
 #include "support/assert.h"
 #include "support/memory.h"
+#include "support/threads.h"
 #include "support/wstring.h"
 
 struct kxReadReport {
@@ -16,6 +17,7 @@ struct kxReadReport {
     std::array<uint64_t, KX_READ_CODE_COUNT> totals{};
     kxProgressFn progress = nullptr;
     void *progress_data = nullptr;
+    uint32_t threads = 1;
 };
 
 namespace kx {
@@ -109,6 +111,27 @@ void report_add(kxReadReport *report, ReadProblem &&problem) {
     if (report_note(report, problem.code)) report_keep(report, std::move(problem));
 }
 
+uint32_t report_threads(const kxReadReport *report) {
+    if (report == nullptr) return 1;
+    return report->threads == 0 ? threads_available() : report->threads;
+}
+
+kxReadReport *report_new_like(const kxReadReport *like) {
+    return like != nullptr ? kxReadReport_new(like->max_per_code) : nullptr;
+}
+
+void report_merge(kxReadReport *into, kxReadReport **from) {
+    if (*from == nullptr) return;
+    std::array<uint64_t, KX_READ_CODE_COUNT> kept{};
+    for (ReadProblem &problem : (*from)->problems) {
+        kept[problem.code]++;
+        report_add(into, std::move(problem));
+    }
+    for (size_t code = 0; code < KX_READ_CODE_COUNT && into != nullptr; code++)
+        into->totals[code] += (*from)->totals[code] - kept[code];
+    kxReadReport_free(from);
+}
+
 }  // namespace kx
 
 using namespace kx;
@@ -140,6 +163,11 @@ KX_API void kxReadReport_set_progress(kxReadReport *report, kxProgressFn progres
     if (report == nullptr) return;
     report->progress = progress;
     report->progress_data = user_data;
+}
+
+KX_API void kxReadReport_set_threads(kxReadReport *report, uint32_t threads) {
+    kx_assert_not_null(report);
+    if (report != nullptr) report->threads = threads;
 }
 
 KX_API uint32_t kxReadReport_count(const kxReadReport *report) {

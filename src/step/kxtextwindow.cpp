@@ -65,8 +65,17 @@ TextWindow::~TextWindow() {
 }
 
 bool TextWindow::start(Scanner *scanner) {
+    if (!start_at(scanner, 0, 1)) return false;
+    if (starts_with_bom(buffer_, used_)) {
+        scanner->begin = scanner->cursor = scanner->line_start = buffer_ + 3;
+        scanner->origin = 3;
+    }
+    return true;
+}
+
+bool TextWindow::start_at(Scanner *scanner, uint64_t offset, uint32_t line) {
     used_ = 0;
-    loaded_ = 0;
+    loaded_ = offset < size_ ? offset : size_;
     boundary_at_ = 0;
     boundary_ = Boundary::OUTSIDE;
     complete_ = buffer_;
@@ -74,9 +83,9 @@ bool TextWindow::start(Scanner *scanner) {
     next_end_ = 0;
     if (!fill()) return false;
     find_statement_ends();
-    const size_t skipped = starts_with_bom(buffer_, used_) ? 3 : 0;
-    scanner_init(scanner, buffer_ + skipped, used_ - skipped);
-    scanner->origin = skipped;
+    scanner_init(scanner, buffer_, used_);
+    scanner->origin = offset;
+    scanner->line = line;
     return scanner->cursor < complete_ || at_end() || slide(scanner);
 }
 

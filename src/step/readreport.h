@@ -32,6 +32,15 @@ void report_progress(const kxReadReport *report, uint64_t done, uint64_t total);
 // Both at once, for problems whose texts are cheap.
 void report_add(kxReadReport *report, ReadProblem &&problem);
 
+// The threads a read with the report may use (1 for a NULL report).
+uint32_t report_threads(const kxReadReport *report);
+// A report that keeps as much as `like` would (NULL for NULL), without a
+// progress callback: what one thread of a parallel read notes.
+kxReadReport *report_new_like(const kxReadReport *like);
+// Appends what `from` noted to `into`, as if `into` had noted it itself
+// after what it holds, and frees `from`.
+void report_merge(kxReadReport *into, kxReadReport **from);
+
 kxReadSeverity read_code_severity(kxReadCode code);
 std::string utf8_of(const char16_t *text);
 // printf into a std::string.

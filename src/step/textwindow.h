@@ -31,6 +31,8 @@ public:
     // Fills the window from the start of the file (again, for another pass)
     // and sets the scanner over it, past a UTF-8 byte-order mark.
     bool start(Scanner *scanner);
+    // The same from a statement that starts physical line `line` at `offset`.
+    bool start_at(Scanner *scanner, uint64_t offset, uint32_t line);
     // Makes sure the statement at the scanner's position is whole in the
     // window, sliding it on when the scanner has passed every whole
     // statement. False when the file could not be read (problem() says why).

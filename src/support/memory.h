@@ -45,6 +45,24 @@ inline T *mem_new_zeroed(size_t n = 1) {
     return static_cast<T *>(mem_calloc(n, sizeof(T)));
 }
 
+// While alive, the calling thread's allocations are tallied privately and
+// added to the process-wide counters when it ends: threads of a parallel
+// section allocate without contending for the counters.
+class MemTallyScope {
+public:
+    MemTallyScope();
+    ~MemTallyScope();
+    MemTallyScope(const MemTallyScope &) = delete;
+    MemTallyScope &operator=(const MemTallyScope &) = delete;
+
+    int64_t blocks = 0;
+    int64_t bytes = 0;
+    int64_t allocations = 0;
+
+private:
+    MemTallyScope *outer_;
+};
+
 struct MemUsage {
     int64_t live_blocks;
     int64_t live_bytes;
