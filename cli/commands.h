@@ -141,13 +141,13 @@ private:
     int percent_ = -1;  // shown; -1 while nothing is on the line
 };
 
-// Reads a file, saying on stderr why it could not be read. A lossless model
-// writes back every real and string as it was.
+// Reads a file on every core, saying on stderr why it could not be read. A
+// lossless model writes back every real and string as it was.
 inline std::optional<kx::Model> read_model(const char *command, const char *path, bool lossless = false) {
     kx::ReadDiagnostics diagnostics;
     ProgressLine progress(command, "reading");
     std::optional<kx::Model> model =
-        kx::Model::read(path, {lossless, 0, ProgressLine::report, &progress}, &diagnostics);
+        kx::Model::read(path, {lossless, 0, ProgressLine::report, &progress, 0}, &diagnostics);
     if (!model) {
         std::fprintf(stderr, "kxifc %s: \"%s\" is not a readable IFC file", command, path);
         if (!diagnostics.problems.empty()) std::fprintf(stderr, ": %s", diagnostics.problems[0].message.c_str());

@@ -186,6 +186,7 @@ public:
         kxBool errors = kxBFALSE;
         kxcli::ProgressLine progress(command, "reading");
         kxReadReport_set_progress(report_, kxcli::ProgressLine::report, &progress);
+        kxReadReport_set_threads(report_, 0);  // every core
         model_ = kxIfcModel_read_with_report(file_name, 0, text_mode, report_, &errors);
         kxReadReport_set_progress(report_, nullptr, nullptr);
         kxWideString_free(&file_name);

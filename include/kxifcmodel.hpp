@@ -228,6 +228,7 @@ struct ReadOptions {
     uint32_t read_mode = 0;  // 0 automatic, 1 one pass, 2 two passes
     kxProgressFn progress = nullptr;  // told how far the read has got (bytes)
     void *progress_data = nullptr;
+    uint32_t threads = 1;    // for the second pass of a two-pass read; 0: every core
 };
 
 /* Owns a kxIfcModel and frees it; move-only. */
@@ -301,9 +302,11 @@ public:
 
 private:
     static std::optional<Model> read_wide(const WideText &path, ReadOptions options, ReadDiagnostics *diagnostics) {
-        kxReadReport *report =
-            diagnostics != nullptr || options.progress != nullptr ? kxReadReport_new(0) : nullptr;
+        kxReadReport *report = diagnostics != nullptr || options.progress != nullptr || options.threads != 1
+                                   ? kxReadReport_new(0)
+                                   : nullptr;
         if (options.progress != nullptr) kxReadReport_set_progress(report, options.progress, options.progress_data);
+        if (report != nullptr) kxReadReport_set_threads(report, options.threads);
         kxBool with_errors = kxBFALSE;
         kxIfcModel *model = kxIfcModel_read_with_report(
             path, options.read_mode, options.lossless ? KX_TEXT_MODE_LOSSLESS : KX_TEXT_MODE_SPEC, report,

@@ -48,13 +48,16 @@ def _problems(report):
     return result
 
 
-def open(path, lossless=True):  # noqa: A001 - the package's entry point, as in other file libraries
+def open(path, lossless=True, threads=0):  # noqa: A001 - the package's entry point, as in other file libraries
     """Reads an IFC2X3 or IFC4 exchange file. lossless keeps every real and
-    string exactly as the file has it, also when written again. Raises
+    string exactly as the file has it, also when written again. threads: how
+    many threads the second pass of a large file's read may use (0: every
+    core, 1: the calling thread only); the model is the same. Raises
     ReadError, with the read's problems, when the file cannot be read; a
     file read with problems gives a model whose .problems lists them."""
     path = os.fspath(path)
     report = P(f.kxReadReport_new(0))
+    f.kxReadReport_set_threads(report, threads)
     try:
         with_errors = ctypes.c_int32(0)
         handle = f.kxIfcModel_read_with_report(wide(path), 0, TEXT_MODE_LOSSLESS if lossless else TEXT_MODE_SPEC,

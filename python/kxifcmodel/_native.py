@@ -67,6 +67,7 @@ _SIGNATURES = {
     "kxExportStatus_message": (UTF8, [I32]),
     "kxReadReport_new": (P, [U32]),
     "kxReadReport_free": (None, [ctypes.POINTER(P)]),
+    "kxReadReport_set_threads": (None, [P, U32]),
     "kxReadReport_count": (U32, [P]),
     "kxReadReport_severity": (I32, [P, U32]),
     "kxReadReport_code": (I32, [P, U32]),
