@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Measures this checkout against an earlier revision in the same run: builds
 # the revision's library in a temporary worktree, compiles the current
-# step benchmark against both libraries, runs them alternately and prints
-# the median of each measure with the ratio new/old.
+# step benchmark against both libraries, runs them alternately (this
+# checkout on one thread and on two) and prints the median of each measure
+# with the ratio to the revision's (below 1: less time or memory).
 #
 # Usage: bench/compare_builds.sh REVISION FILE.ifc [runs]   (default 3 runs)
 set -euo pipefail
@@ -13,34 +14,38 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d /tmp/kxifc_compare_XXXXXX)
 trap 'git -C "$root" worktree remove --force "$work/old" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 
-build_bench() {  # source tree, build dir, output binary
+build_bench() {  # source tree, build dir, output binary, extra compiler flags
     cmake -S "$1" -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKX_BUILD_TESTS=OFF > /dev/null
     cmake --build "$2" --target kxifcmodel_static > /dev/null
-    g++ -std=c++20 -O2 -I"$1/include" -I"$1/src" -I"$2/generated/include" "$root/bench/step_bench.cpp" \
-        "$2/src/libkxifcmodel.a" -o "$3"
+    g++ -std=c++20 -O2 ${4:-} -I"$1/include" -I"$1/src" -I"$2/generated/include" "$root/bench/step_bench.cpp" \
+        "$2/src/libkxifcmodel.a" -o "$3" -pthread
 }
 
 git -C "$root" worktree add --detach "$work/old" "$revision" > /dev/null
 build_bench "$work/old" "$work/old-build" "$work/bench-old"
-build_bench "$root" "$work/new-build" "$work/bench-new"
+build_bench "$root" "$work/new-build" "$work/bench-new" -DKX_BENCH_THREADS
 
+# Alternating runs: the revision, this checkout on one thread, on two.
 for ((i = 0; i < runs; i++)); do
     "$work/bench-old" "$file" > "$work/old.$i"
-    "$work/bench-new" "$file" > "$work/new.$i"
+    "$work/bench-new" "$file" 0 1 > "$work/new.$i"
+    "$work/bench-new" "$file" 0 2 > "$work/two.$i"
 done
 
 # The seconds (or MiB) of one measure in every run of a build, sorted.
 values() { grep -h "^$1" "$work"/$2.* | awk -v f="$3" '{print $f}' | sort -g; }
 median() { values "$1" "$2" "$3" | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.3f", a / b}'; }
 
-printf "%-22s %12s %12s %8s\n" measure "${revision:0:12}" current ratio
+printf "%-22s %12s %12s %8s %12s %8s\n" measure "${revision:0:12}" "1 thread" ratio "2 threads" ratio
 for measure in "read:2" "write:2" "free:2" "model memory:3" "model memory:11"; do
     name=${measure%%:*}
     field=${measure##*:}
     old=$(median "$name" old "$field")
     new=$(median "$name" new "$field")
+    two=$(median "$name" two "$field")
     label=$name
     [ "$measure" = "model memory:11" ] && label="peak RSS (MiB)"
     [ "$measure" = "model memory:3" ] && label="model memory (MiB)"
-    printf '%-22s %12s %12s %8.3f\n' "$label" "$old" "$new" "$(awk -v a="$new" -v b="$old" 'BEGIN {print a / b}')"
+    printf '%-22s %12s %12s %8s %12s %8s\n' "$label" "$old" "$new" "$(ratio "$new" "$old")" "$two" "$(ratio "$two" "$old")"
 done

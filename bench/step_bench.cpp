@@ -1,6 +1,8 @@
 // Reading, writing and freeing one exchange file: time, throughput and
-// memory. Usage: step_bench FILE.ifc [read_mode]
-// (bench/make_large_ifc.py makes a large file from a sample one.)
+// memory. Usage: step_bench FILE.ifc [read_mode [threads]]
+// (bench/make_large_ifc.py makes a large file from a sample one). Built
+// against an earlier revision (bench/compare_builds.sh), without
+// KX_BENCH_THREADS, it reads on one thread through the oldest interface.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -34,17 +36,25 @@ double file_mib(const std::string &path) {
 
 int main(int argc, char **argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: %s FILE.ifc [read_mode]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s FILE.ifc [read_mode [threads]]\n", argv[0]);
         return 2;
     }
     const std::string path = argv[1];
     const uint32_t mode = argc > 2 ? static_cast<uint32_t>(std::atoi(argv[2])) : 0;
+    const uint32_t threads = argc > 3 ? static_cast<uint32_t>(std::atoi(argv[3])) : 1;
     const double size = file_mib(path);
     kxWChar *name = kxWideString_new_from_utf8(path.c_str());
 
     auto start = std::chrono::steady_clock::now();
     kxBool errors = kxBFALSE;
+#ifdef KX_BENCH_THREADS
+    kxReadReport *report = kxReadReport_new(0);
+    kxReadReport_set_threads(report, threads);
+    kxIfcModel *model = kxIfcModel_read_with_report(name, mode, KX_TEXT_MODE_SPEC, report, &errors);
+    kxReadReport_free(&report);
+#else
     kxIfcModel *model = kxIfcModel_read_from_step_file(name, mode, &errors);
+#endif
     const double read_s = seconds_since(start);
     kxWideString_free(&name);
     if (model == nullptr) {
@@ -75,7 +85,8 @@ int main(int argc, char **argv) {
 
     std::printf("file                 %s (%.1f MiB), %u instances, errors %s\n", path.c_str(), size, objects,
                 errors ? "yes" : "no");
-    std::printf("read                 %.3f s  %.1f MB/s\n", read_s, size * 1.048576 / read_s);
+    std::printf("read                 %.3f s  %.1f MB/s  (%u thread%s)\n", read_s, size * 1.048576 / read_s, threads,
+                threads == 1 ? "" : "s");
     std::printf("model memory         %.1f MiB tracked (%.2fx the file), peak RSS %.1f MiB (%.2fx)\n",
                 held / 1048576.0, held / 1048576.0 / size, rss_after_read, rss_after_read / size);
     std::printf("write                %.3f s  %.1f MB/s (%.1f MiB written)\n", write_s,
