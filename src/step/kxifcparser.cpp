@@ -1080,7 +1080,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
     } else {
         const bool two_passes = read_mode == 2 || (read_mode == 0 && file.size() > kSinglePassLimit);
         if (two_passes) parser.parts_wanted = report_threads(report);
-        ok = two_passes ? run_pass(&parser, CREATE_ONLY) && (parser.ids->trim(), run_pass(&parser, PARSE_CREATED))
+        ok = two_passes ? run_pass(&parser, CREATE_ONLY) && (parser.ids->freeze(), run_pass(&parser, PARSE_CREATED))
                         : run_pass(&parser, SINGLE_PASS);
     }
     kxParseParList_free(&parser.parameters);
