@@ -53,21 +53,7 @@ void write_label(kxIfcWriteData *writer, const char16_t *text) {
 
 // ---- separators and groups ----
 
-TEST_F(ValueWriterTest, GroupClosedAsTheOtherKind) {
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_begin_typed_value(writer_);
-    kxIfcWriteData_write_integer(writer_, 1);
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_integer(writer_, 2);
-    kxIfcWriteData_end_typed_value(writer_, u"IfcInteger");  // type name kept as given
-    EXPECT_EQ(line(u"IfcRel_x9"), "#1= IFCREL_X9((1),IfcInteger(2));\n");
-
-    kxIfcWriteData_begin_parameters(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING();\n");
-}
-
-TEST_F(ValueWriterTest, ValueForms) {
+TEST_F(ValueWriterTest, ValueFormsAndGroups) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_integer(writer_, INT32_MIN);
     kxIfcWriteData_write_integer(writer_, 2147483647);
@@ -79,19 +65,22 @@ TEST_F(ValueWriterTest, ValueForms) {
     char16_t *owned = kx::wstr_copy(u".ELEMENT.");
     kxIfcWriteData_write_text_owned(writer_, &owned);
     EXPECT_EQ(owned, nullptr);
-    EXPECT_EQ(line(),
-              "#1= IFCTHING(-2147483648,2147483647,#4294967295,-0.5,1.E-05,'It''s a\\\\b','',"
-              ".ELEMENT.);\n");
-}
-
-TEST_F(ValueWriterTest, BinaryLiterals) {
+    // A group closed as the other kind; the type name is kept as given.
+    kxIfcWriteData_begin_typed_value(writer_);
+    kxIfcWriteData_write_integer(writer_, 1);
+    kxIfcWriteData_end_list(writer_);
     kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_binary(writer_, u"1");
-    kxIfcWriteData_write_binary(writer_, u"0101");
-    kxIfcWriteData_write_binary(writer_, u"11111");
-    kxIfcWriteData_write_binary(writer_, u"10000000");
-    kxIfcWriteData_write_binary(writer_, u"");  // nothing at all
-    kxIfcWriteData_write_binary(writer_, u"011010011");
+    kxIfcWriteData_write_integer(writer_, 2);
+    kxIfcWriteData_end_typed_value(writer_, u"IfcInteger");
+    EXPECT_EQ(line(u"IfcRel_x9"), "#1= IFCREL_X9(-2147483648,2147483647,#4294967295,-0.5,1.E-05,'It''s a\\\\b','',"
+                                  ".ELEMENT.,(1),IfcInteger(2));\n");
+    kxIfcWriteData_begin_parameters(writer_);
+    EXPECT_EQ(line(), "#1= IFCTHING();\n");
+
+    // Binary literals: the leading digit counts the unused high bits.
+    kxIfcWriteData_begin_parameters(writer_);
+    for (const char16_t *bits : {u"1", u"0101", u"11111", u"10000000", u"", u"011010011"})
+        kxIfcWriteData_write_binary(writer_, bits);  // "" writes nothing at all
     EXPECT_EQ(line(), "#1= IFCTHING(\"31\",\"05\",\"31F\",\"080\",\"30D3\");\n");
     kxIfcWriteData_begin_parameters(writer_);
     std::string bits(1001, '1');

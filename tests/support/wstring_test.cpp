@@ -143,21 +143,30 @@ TEST_F(WideStringTest, EncodesUtf8AndReplacesLoneSurrogates) {
     }
 }
 
-TEST_F(WideStringTest, FormatsIntegersOfEveryWidth) {
-    EXPECT_EQ(take(kx::wstr_format(u"%d %i %u", -1, 42, 3000000000u)), u"-1 42 3000000000");
-    EXPECT_EQ(take(kx::wstr_format(u"%x %X %o %#x", 255u, 255u, 8u, 255u)), u"ff FF 10 0xff");
-    EXPECT_EQ(take(kx::wstr_format(u"%x", -1)), u"ffffffff");
-    EXPECT_EQ(take(kx::wstr_format(u"%lld %llu", INT64_MIN, UINT64_MAX)),
-              u"-9223372036854775808 18446744073709551615");
-    EXPECT_EQ(take(kx::wstr_format(u"%zu", SIZE_MAX)), u"18446744073709551615");
-    EXPECT_EQ(take(kx::wstr_format(u"%hd %hu %hhd", 70000, 70000, 300)), u"4464 4464 44");
-    EXPECT_EQ(take(kx::wstr_format(u"[%5d|%-5d|%05d|%+d|% d]", 42, 42, -42, 42, 42)),
-              u"[   42|42   |-0042|+42| 42]");
-    EXPECT_EQ(take(kx::wstr_format(u"[%.3d|%*d|%-*d]", 7, 4, 1, 3, 2)), u"[007|   1|2  ]");
-    EXPECT_EQ(take(kx::wstr_format(u"[%*d]", -4, 9)), u"[9   ]");  // negative width: left
-    // Arguments after 32-bit and 64-bit ones are read from the right place.
-    EXPECT_EQ(take(kx::wstr_format(u"%ld %lld %ld %s", int32_t(1), 2LL, int32_t(3), u"four")),
-              u"1 2 3 four");
+TEST_F(WideStringTest, FormatsIntegersTextAndCharacters) {
+    const std::pair<std::u16string, std::u16string> cases[] = {
+        {take(kx::wstr_format(u"%d %i %u %x %X %o %#x", -1, 42, 3000000000u, 255u, 255u, 8u, 255u)),
+         u"-1 42 3000000000 ff FF 10 0xff"},
+        {take(kx::wstr_format(u"%lld %zu", INT64_MIN, SIZE_MAX)), u"-9223372036854775808 18446744073709551615"},
+        {take(kx::wstr_format(u"%hd %hu %hhd %llu", 70000, 70000, 300, UINT64_MAX)),
+         u"4464 4464 44 18446744073709551615"},
+        {take(kx::wstr_format(u"[%5d|%-5d|%05d|%+d|% d]", 42, 42, -42, 42, 42)), u"[   42|42   |-0042|+42| 42]"},
+        {take(kx::wstr_format(u"[%.3d|%*d|%-*d|%*d]", 7, 4, 1, 3, 2, -4, 9)), u"[007|   1|2  |9   ]"},
+        // Arguments after 32-bit and 64-bit ones are read from the right place.
+        {take(kx::wstr_format(u"%ld %lld %ld %s", int32_t(1), 2LL, int32_t(3), u"four")), u"1 2 3 four"},
+        {take(kx::wstr_format(u"'%s' %hs", u"\u00e9\U0001F600", "Caf\xe9")), u"'\u00e9\U0001F600' Caf\u00e9"},
+        {take(kx::wstr_format(u"[%6s|%-6s|%.2s|%6.2hs]", u"abc", u"abc", u"abc", "xyz")), u"[   abc|abc   |ab|    xy]"},
+        {take(kx::wstr_format(u"%s|%hs", static_cast<const char16_t *>(nullptr), static_cast<const char *>(nullptr))),
+         u"(null)|(null)"},
+        {take(kx::wstr_format(u"%c%c%3c%hc", 'A', 0x20AC, 'z', '\xe9')), u"A\u20ac  z\u00e9"},
+        {take(kx::wstr_format(u"100%% \u00e9%d\u20ac", 5)), u"100% \u00e95\u20ac"},
+        {take(kx::wstr_format(u"")), u""},
+    };
+    for (const auto &[got, expected] : cases) EXPECT_EQ(got, expected);
+    int object = 0;
+    char expected[64];
+    std::snprintf(expected, sizeof expected, "%p", static_cast<void *>(&object));
+    EXPECT_EQ(take(kx::wstr_format(u"%p", static_cast<void *>(&object))), wide(expected));
 }
 
 TEST_F(WideStringTest, FormatsFloatingPointAsPrintfDoes) {
@@ -179,24 +188,6 @@ TEST_F(WideStringTest, FormatsFloatingPointAsPrintfDoes) {
     // Longer than any fixed buffer.
     EXPECT_EQ(take(kx::wstr_format(u"%f", DBL_MAX)).size(), 316u);
     EXPECT_EQ(take(kx::wstr_format(u"%300d", 1)), std::u16string(299, u' ') + u"1");
-}
-
-TEST_F(WideStringTest, FormatsTextAndCharacters) {
-    EXPECT_EQ(take(kx::wstr_format(u"'%s'", u"\u00e9\U0001F600")), u"'\u00e9\U0001F600'");
-    EXPECT_EQ(take(kx::wstr_format(u"%hs", "Caf\xe9")), u"Caf\u00e9");
-    EXPECT_EQ(take(kx::wstr_format(u"[%6s|%-6s|%.2s|%6.2hs]", u"abc", u"abc", u"abc", "xyz")),
-              u"[   abc|abc   |ab|    xy]");
-    EXPECT_EQ(take(kx::wstr_format(u"%s|%hs", static_cast<const char16_t *>(nullptr),
-                                   static_cast<const char *>(nullptr))),
-              u"(null)|(null)");
-    EXPECT_EQ(take(kx::wstr_format(u"%c%c%3c%hc", 'A', 0x20AC, 'z', '\xe9')), u"A\u20ac  z\u00e9");
-    EXPECT_EQ(take(kx::wstr_format(u"100%% \u00e9%d\u20ac", 5)), u"100% \u00e95\u20ac");
-    EXPECT_EQ(take(kx::wstr_format(u"")), u"");
-
-    int object = 0;
-    char expected[64];
-    std::snprintf(expected, sizeof expected, "%p", static_cast<void *>(&object));
-    EXPECT_EQ(take(kx::wstr_format(u"%p", static_cast<void *>(&object))), wide(expected));
 }
 
 TEST_F(WideStringTest, UnknownConversionIsReportedAndKept) {
