@@ -37,7 +37,7 @@ kxBaseObject *fake_instance(int &storage) { return reinterpret_cast<kxBaseObject
 // ---------------------------------------------------------------------------
 // Walking the list
 
-TEST_F(ParameterListTest, EveryKindComesBackInFileOrder) {
+TEST_F(ParameterListTest, EveryKindComesBackInFileOrderAndBackStepsOntoTheLastTaken) {
     int wall = 0;
     char16_t *name = kx::wstr_copy(u"IFCLABEL");
     kxParseParList_append(list, kxParserParam_nested_begin(3, 10));
@@ -85,6 +85,12 @@ TEST_F(ParameterListTest, EveryKindComesBackInFileOrder) {
     EXPECT_FALSE(kxParseParList_has_more(list));
     EXPECT_FALSE(kxParseParList_has_errors(list));
     EXPECT_EQ(kxParseParList_get(list, 9), p);
+    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
+    kxParseParList_append(list, kxParserParam_integer(2, 1, 3));
+    kxParserParam *first = next();
+    kxParseParList_back(list, first);
+    EXPECT_EQ(next(), first);
+    EXPECT_EQ(kxParserParam_get_integer(next()), 2);
 }
 
 TEST_F(ParameterListTest, AskingPastTheEndFlagsTooFewParameters) {
@@ -102,15 +108,6 @@ TEST_F(ParameterListTest, AskingPastTheEndFlagsTooFewParameters) {
     EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxIfcLabel", u"Name", CIERTO, &parameter));
     EXPECT_EQ(parameter, nullptr);
     EXPECT_TRUE(kxParseParList_has_errors(list));
-}
-
-TEST_F(ParameterListTest, BackStepsOntoTheParameterJustTaken) {
-    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
-    kxParseParList_append(list, kxParserParam_integer(2, 1, 3));
-    kxParserParam *first = next();
-    kxParseParList_back(list, first);
-    EXPECT_EQ(next(), first);
-    EXPECT_EQ(kxParserParam_get_integer(next()), 2);
 }
 
 TEST_F(ParameterListTest, MisuseIsReported) {
@@ -172,7 +169,8 @@ TEST_F(ParameterListTest, NestedBeginOrWhyNot) {
     EXPECT_EQ(text_of(parameter->message), u"Names");
 }
 
-TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMark) {
+TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMarkAndAppendingAfterErrorsIsReported) {
+    expect_reports();
     kxParseParList_append(list, kxParserParam_integer(7, 1, 1));
     kxParserParam *parameter = next();
     kxParseParList_mark_error(list, parameter, u"double", u"Radius");
@@ -181,12 +179,7 @@ TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMark) {
     EXPECT_EQ(text_of(parameter->expected_type), u"double");
     EXPECT_EQ(text_of(parameter->message), u"Radius");
     EXPECT_TRUE(kxParseParList_has_errors(list));
-}
-
-TEST_F(ParameterListTest, AppendingAfterErrorsIsReported) {
-    expect_reports();
-    kxParseParList_append(list, kxParserParam_integer(7, 1, 1));
-    kxParseParList_mark_error(list, next(), u"double", u"Radius");
+    // Appending after errors, and after running past the end, is reported.
     kxParserParam *none = nullptr;
     kxParseParList_next(list, &none);
     add_literal(u".T.");  // appended all the same
@@ -198,7 +191,8 @@ TEST_F(ParameterListTest, AppendingAfterErrorsIsReported) {
 // ---------------------------------------------------------------------------
 // Saved states
 
-TEST_F(ParameterListTest, NestedSaveAndRestore) {
+TEST_F(ParameterListTest, NestedSaveAndRestoreDropsTheLaterStates) {
+    expect_reports();
     for (int32_t i = 0; i < 5; i++) kxParseParList_append(list, kxParserParam_integer(i, 1, 1));
     const uint32_t outer = kxParseParList_save_state(list);
     next();
@@ -219,13 +213,9 @@ TEST_F(ParameterListTest, NestedSaveAndRestore) {
     EXPECT_EQ(kxParserParam_get_integer(next()), 0);
     EXPECT_EQ(kxParseParList_save_state(list), outer);
     kxParseParList_restore_state(list, outer);
-}
-
-TEST_F(ParameterListTest, RestoreDropsTheLaterStates) {
-    expect_reports();
-    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
-    const uint32_t outer = kxParseParList_save_state(list);
-    const uint32_t inner = kxParseParList_save_state(list);
+    // Restoring drops the later states.
+    EXPECT_EQ(kxParseParList_save_state(list), outer);
+    EXPECT_EQ(kxParseParList_save_state(list), inner);
     kxParseParList_restore_state(list, outer);
     EXPECT_TRUE(asserts().reports().empty());
     kxParseParList_restore_state(list, inner);  // dropped with the outer one
