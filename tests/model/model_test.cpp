@@ -172,8 +172,7 @@ TEST_F(ModelTest, CreatingBeforeTheReleaseIsSetIsReportedAndGivesNothing) {
 TEST_F(ModelTest, ANullModelIsReported) {
     expect_reports();
     EXPECT_EQ(kxIfcModel_count_objects(nullptr), 0u);
-    EXPECT_TRUE(asserts().saw("(ifc_model) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(ifc_model) != NULL"));
     kxIfcModel *nothing = nullptr;
     kxIfcModel_free(&nothing);
     EXPECT_TRUE(asserts().saw("(*ifc_model) != NULL"));
@@ -352,9 +351,7 @@ TEST_F(ApiMisuseTest, IdsDoNotWrapAround) {
         "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\nFILE_NAME('','',(''),(''),'','','');\n"
         "FILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n#4294967294= IFCCARTESIANPOINT((0.,0.));\nENDSEC;\n"
         "END-ISO-10303-21;\n");
-    kxWChar *name = kxWideString_new_from_utf8(path.c_str());
-    kxIfcModel *model = kxIfcModel_read_from_step_file(name, 0, nullptr);
-    kxWideString_free(&name);
+    kxIfcModel *model = kxIfcModel_read_from_step_file(kxtest::wide(path).c_str(), 0, nullptr);
     ASSERT_NE(model, nullptr);
     EXPECT_TRUE(refused("ifc_model->output_id_counter < ULONG_MAX",
                         [&] { EXPECT_EQ(kxIfcModel_dontuse_new_object(model, kxIfcCartesianPoint_class()), nullptr); }));

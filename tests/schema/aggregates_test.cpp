@@ -229,15 +229,12 @@ TEST_F(AggregatesTest, ValueAggregateCopiesAreIndependent) {
 TEST_F(AggregatesTest, MissingAggregatesAndBadIndicesAreReported) {
     expect_reports();
     EXPECT_EQ(kxSetIfcObjectDefinition_count(nullptr), 0u);
-    EXPECT_TRUE(asserts().saw("(array_of_elements) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(array_of_elements) != NULL"));
     kxSetIfcObjectDefinition *empty = nullptr;
     kxSetIfcObjectDefinition_free(&empty);
-    EXPECT_TRUE(asserts().saw("(*array_of_elements) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(*array_of_elements) != NULL"));
     kxIfcComplexNumber_append_element(nullptr, 1.0);
-    EXPECT_TRUE(asserts().saw("(array_of_elements) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(array_of_elements) != NULL"));
 
     kxArrReal *reals = kxArrReal_new();
     kxArrReal_add(reals, 1.0);
@@ -362,8 +359,7 @@ TEST_F(EntityAccessorsTest, AccessorOnAnUnrelatedInstanceIsReportedAndGivesUndef
     const std::vector<char> before(reinterpret_cast<char *>(point),
                                    reinterpret_cast<char *>(point) + point->object_class->record_size);
     EXPECT_EQ(kxIfcWall_get_Name(point), nullptr);
-    EXPECT_TRUE(asserts().saw("kxBaseObject_dontuse_is_object_kind_of(instance, klass) == kxBTRUE"));
-    asserts().clear();
+    EXPECT_TRUE(reported("kxBaseObject_dontuse_is_object_kind_of(instance, klass) == kxBTRUE"));
     EXPECT_EQ(kxIfcWall_Name_has_value(point), kxBFALSE);
     kxIfcWall_set_Name(point, u"not a wall");
     kxIfcWall_set_OwnerHistory(point, point);

@@ -296,9 +296,7 @@ TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
     kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("USERDEFINED"), nullptr, &plus_one);
     EXPECT_TRUE(asserts().saw("derived_unit_user_defined_name != NULL"));
     kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("MASSDENSITYUNIT"), nullptr, nullptr);
-    EXPECT_TRUE(asserts().saw("(derived_unit_handler) != NULL"));
-
-    asserts().clear();
+    EXPECT_TRUE(reported("(derived_unit_handler) != NULL"));
     kxUnitsModelConversor_apply_conversion(conversor(), nullptr);
     EXPECT_TRUE(asserts().saw("(ifc_model) != NULL"));
     kxUnitsModelConversor_apply_conversion(nullptr, nullptr);
@@ -670,8 +668,7 @@ TEST_F(UnitConversionTest, MisuseOfHandlesIsReported) {
     unitconvhandle_destroy(&empty);
 
     EXPECT_DOUBLE_EQ(unitconvhandle_apply(nullptr, 4.0), 4.0);
-    EXPECT_TRUE(asserts().saw("(handle) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(handle) != NULL"));
     kxUnitConversionHandle *none = nullptr;
     unitconvhandle_destroy(&none);
     EXPECT_TRUE(asserts().saw("(*handle) != NULL"));
@@ -750,8 +747,7 @@ TEST_F(UnitConversionTest, OrderingMixedOrMonetaryConversionsIsReported) {
     kxUnitConversion *monetary = unitconversion_new_monetary(&currency, &record_cents);
 
     unitconversion_compare(named, derived);
-    EXPECT_TRUE(asserts().saw("unit_id1->type == unit_id2->type"));
-    asserts().clear();
+    EXPECT_TRUE(reported("unit_id1->type == unit_id2->type"));
     unitconversion_compare(monetary, monetary);
     EXPECT_TRUE(asserts().saw("")) << "monetary conversions have no order";
     asserts().clear();

@@ -400,8 +400,7 @@ TEST_F(HeaderRecordTest, BuiltRecordTakesValuesOverAndMayLackMembers) {
     EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
     EXPECT_EQ(text(kxIfcHeader_get_organization_field(header_, 0)), u"");
     EXPECT_EQ(asserts().reports().size(), 2u);
-    EXPECT_TRUE(asserts().saw("(value_container) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(value_container) != NULL"));
     kxIfcHeader_add_to_author(header_, u"Ann");  // the absent list is made
     EXPECT_TRUE(asserts().reports().empty());
     EXPECT_EQ(text(kxIfcHeader_get_description_data(header_, 0)), u"Ann");
@@ -414,8 +413,7 @@ TEST_F(HeaderRecordTest, FaultyArgumentsAreReported) {
     kx::header_destroy(nullptr);
     EXPECT_TRUE(asserts().saw("(header) != NULL"));
     kx::header_destroy(&header_);
-    EXPECT_TRUE(asserts().saw("(*header) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(*header) != NULL"));
 
     kxIfcHeader_add_to_description(nullptr, u"x");
     kxIfcHeader_set_file_name(nullptr, u"x");

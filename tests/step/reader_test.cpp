@@ -36,10 +36,8 @@ protected:
 
     // Reads a file and frees the model again.
     static Outcome read(const std::string &path, uint32_t mode = 0) {
-        kxWChar *name = kxWideString_new_from_utf8(path.c_str());
         kxBool errors = kxBFALSE;
-        kxIfcModel *model = kxIfcModel_read_from_step_file(name, mode, &errors);
-        kxWideString_free(&name);
+        kxIfcModel *model = kxIfcModel_read_from_step_file(kxtest::wide(path).c_str(), mode, &errors);
         Outcome outcome{model != nullptr, errors == kxBTRUE, 0, 0};
         if (model != nullptr) {
             outcome.objects = kxIfcModel_count_objects(model);
