@@ -9,9 +9,9 @@
 #include "core/baseobject.h"
 #include "core/class.h"
 #include "core/typelibrary.h"
+#include "model/model.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
-#include "model/model.h"
 #include "schema_digest.h"
 #include "test_support.h"
 

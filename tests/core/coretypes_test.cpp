@@ -7,15 +7,15 @@
 #include <sstream>
 #include <string>
 
-#include "kxifc_coretypes.h"
-#include "test_support.h"
-#include "core/guid.h"
-#include "kxifcmodel.h"
 #include "core/coretypes.h"
 #include "core/coretypes_io.h"
+#include "core/guid.h"
 #include "support/parseparlist.h"
 #include "support/wstring.h"
+#include "kxifc_coretypes.h"
+#include "kxifcmodel.h"
 #include "model_fixture.h"
+#include "test_support.h"
 
 namespace {
 
@@ -181,29 +181,22 @@ TEST_F(GuidTest, EncodesTheKnownVectors) {
     EXPECT_EQ(encode(zero), std::string(22, '0'));
 }
 
-TEST_F(GuidTest, GeneratedGuidsAreVersionFour) {
-    for (int i = 0; i < 100; ++i) {
-        kx::Guid guid{};
-        ASSERT_TRUE(kx::guid_generate(&guid));
-        EXPECT_FALSE(kx::guid_is_zero(guid));
-        EXPECT_EQ(guid.data3 >> 12, 4);
-        EXPECT_EQ(guid.data4[0] >> 6, 2);
-    }
-}
-
-TEST_F(GuidTest, FreshCompressedGuidsAreDistinct) {
-    const std::string alphabet =
-        "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_$";
+// Generated GUIDs are random (version 4); compressed ones are 22 digits of
+// the alphabet and distinct.
+TEST_F(GuidTest, FreshGuidsAreVersionFourAndDistinct) {
+    const std::string alphabet = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_$";
     std::set<std::u16string> seen;
     for (int i = 0; i < 10000; ++i) {
+        kx::Guid guid{};
+        ASSERT_TRUE(kx::guid_generate(&guid));
+        ASSERT_TRUE(!kx::guid_is_zero(guid) && guid.data3 >> 12 == 4 && guid.data4[0] >> 6 == 2);
         kxWChar *text = kxCreateCompressedGuidString_Create();
-        ASSERT_NE(text, nullptr);
-        const std::u16string guid(text);
+        const std::u16string compressed(text);
         kxIfcCoreTypes_free_string(&text);
-        ASSERT_EQ(guid.size(), 22u);
-        ASSERT_NE(std::u16string(u"0123").find(guid[0]), std::u16string::npos) << i;
-        for (char16_t c : guid) ASSERT_NE(alphabet.find(char(c)), std::string::npos);
-        ASSERT_TRUE(seen.insert(guid).second) << "repeated after " << i;
+        ASSERT_EQ(compressed.size(), 22u);
+        ASSERT_NE(std::u16string(u"0123").find(compressed[0]), std::u16string::npos) << i;
+        for (char16_t c : compressed) ASSERT_NE(alphabet.find(char(c)), std::string::npos);
+        ASSERT_TRUE(seen.insert(compressed).second) << "repeated after " << i;
     }
 }
 

@@ -8,18 +8,18 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
+#include "model/model.h"
+#include "model/modelmngr.h"
+#include "model/objtable.h"
+#include "schema/aggregate.h"
+#include "schema/engines.h"
 #include "kxifc_header.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
-#include "model/model.h"
-#include "model/modelmngr.h"
-#include "schema/aggregate.h"
-#include "schema/engines.h"
+#include "kxifcmodel.h"
 #include "model_fixture.h"
 #include "record_helpers.h"
 #include "test_support.h"
-#include "model/objtable.h"
-#include "kxifcmodel.h"
 
 namespace {
 

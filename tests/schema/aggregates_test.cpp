@@ -7,16 +7,16 @@
 #include <vector>
 
 #include "core/baseobject.h"
-#include "kxifc_coretypes.h"
-#include "kxifc_model.h"
-#include "kxifc_schema.h"
-#include "model_fixture.h"
-#include "test_support.h"
 #include "core/class.h"
 #include "schema/engines.h"
 #include "support/parseparlist.h"
 #include "support/wstring.h"
+#include "kxifc_coretypes.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
+#include "model_fixture.h"
 #include "record_helpers.h"
+#include "test_support.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "core/class.h"
-#include "kxifc_schema.h"
 #include "schema/engines.h"
+#include "kxifc_schema.h"
 #include "schema_digest.h"
 #include "test_support.h"
 

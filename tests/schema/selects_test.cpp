@@ -6,11 +6,11 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
-#include "kxifc_model.h"
-#include "kxifc_schema.h"
 #include "schema/engines.h"
 #include "support/parseparlist.h"
 #include "support/wstring.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
 #include "model_fixture.h"
 #include "record_helpers.h"
 #include "shared_library.h"

@@ -11,9 +11,9 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
+#include "kxifcmodel.h"
 #include "kxifcmodel.hpp"
 #include "test_support.h"
-#include "kxifcmodel.h"
 
 namespace {
 

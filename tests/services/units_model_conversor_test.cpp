@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "core/class.h"
-#include "kxifcmodel.h"
-#include "model_fixture.h"
 #include "services/unitconversion.h"
-#include "test_support.h"
 #include "support/ptrarray.h"
 #include "support/wstring.h"
+#include "kxifcmodel.h"
+#include "model_fixture.h"
+#include "test_support.h"
 
 namespace {
 

@@ -10,11 +10,11 @@
 #include <string>
 
 #include "core/baseobject.h"
+#include "model/headerio.h"
+#include "model/model.h"
 #include "kxifc_header.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
-#include "model/headerio.h"
-#include "model/model.h"
 #include "model_fixture.h"
 #include "test_support.h"
 

@@ -7,15 +7,15 @@
 #include <map>
 #include <string>
 
-#include "kxifc_header.h"
 #include "model/header.h"
 #include "model/headerio.h"
-#include "support/writedata.h"
+#include "support/memory.h"
 #include "support/valuearray.h"
+#include "support/writedata.h"
 #include "support/wstring.h"
+#include "kxifc_header.h"
 #include "record_helpers.h"
 #include "test_support.h"
-#include "support/memory.h"
 
 namespace {
 

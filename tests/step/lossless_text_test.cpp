@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "kxifcmodel.h"
-#include "record_helpers.h"
 #include "step/scanner.h"
 #include "support/steptext.h"
 #include "support/wstring.h"
+#include "kxifcmodel.h"
+#include "record_helpers.h"
 #include "test_support.h"
 
 namespace {

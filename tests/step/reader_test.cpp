@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "step/scanner.h"
 #include "kxifcmodel.h"
 #include "test_support.h"
-#include "step/scanner.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include "support/memory.h"
 #include "support/ptrarray.h"
 #include "support/ptrmap.h"
+#include "support/rbtree.h"
 #include "support/valuearray.h"
 #include "support/wstring.h"
 #include "test_support.h"
-#include "support/rbtree.h"
 
 namespace {
 

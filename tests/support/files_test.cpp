@@ -10,9 +10,9 @@
 #include "support/memory.h"
 #include "support/ptrmap.h"
 #include "support/savestream.h"
+#include "support/steplexer.h"
 #include "support/wstring.h"
 #include "test_support.h"
-#include "support/steplexer.h"
 
 namespace {
 

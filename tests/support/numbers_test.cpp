@@ -12,13 +12,13 @@
 #include <vector>
 
 #include "support/geometry.h"
+#include "support/memory.h"
 #include "support/numbers.h"
 #include "support/uniqueid.h"
-#include "test_support.h"
 #include "support/writedata.h"
-#include "support/memory.h"
 #include "support/wstring.h"
 #include "kxifcmodel.h"
+#include "test_support.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 // and unresolved references.
 #include <string>
 
-#include "support/parseparlist.h"
 #include "support/memory.h"
+#include "support/parseparlist.h"
 #include "support/rbtree.h"
 #include "support/wstring.h"
 #include "model_fixture.h"
