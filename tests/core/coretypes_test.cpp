@@ -368,8 +368,7 @@ TEST_F(CoreTypesReadTest, StringIntoATargetThatHoldsOneIsReported) {
     EXPECT_TRUE(asserts().saw("(value) != NULL"));
 }
 
-// ---------------------------------------------------------------------------
-// The forms that take the next parameter
+// ---- the forms that take the next parameter ----
 
 // What the six forms that take the next parameter read, in one line
 // ("?" for the undefined value).

@@ -90,7 +90,9 @@ protected:
 // instances would run the main model out of ids (its last id is near 2^32).
 TEST_F(ModelMergerTest, SecondaryOfOtherReleaseOrBeyondTheIdsLeftIsListedAsNotMerged) {
     const std::u16string main = main_file();
-    const std::u16string crowded = write_file("crowded", file_text("IFC4", "#4294967290= IFCCARTESIANPOINT((0.,0.));\n"));
+    std::string text = storey_file("STA", "main storey", "0.", "WALLA", "main wall");
+    text.insert(text.rfind("ENDSEC;"), "#4294967290= IFCCARTESIANPOINT((0.,0.));\n");  // select values run out of ids
+    const std::u16string crowded = write_file("crowded", text);
     const std::u16string old_file = write_file("old", file_text("IFC2X3", "#1= IFCCARTESIANPOINT((0.,0.));\n"));
     for (const auto &[main, secondary] : {std::pair{main, old_file}, std::pair{crowded, main}}) {
         kxArrString *not_merged = nullptr;

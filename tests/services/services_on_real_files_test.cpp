@@ -13,6 +13,7 @@
 #include "core/class.h"
 #include "kxifcmodel.h"
 #include "kxifcmodel.hpp"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
@@ -356,36 +357,16 @@ TEST_F(ServicesOnRealFilesTest, MillimetreModelInMetresHasEveryLengthDividedBy10
 
 // Relationship helpers: reuse or creation of each relationship, in both
 // releases.
-class RelationshipHelpersTest : public kxtest::LibraryTest {
+class RelationshipHelpersTest : public kxtest::ModelFixture {
 protected:
-    void TearDown() override {
-        if (model_ != nullptr) kxIfcModel_free(&model_);
-        LibraryTest::TearDown();
-    }
-    void use(kxIfcVersion_t version) {
-        if (model_ != nullptr) kxIfcModel_free(&model_);
-        model_ = kxIfcModel_new();
-        kxIfcModel_set_version(model_, version);
-    }
-    kxBaseObject *make(const kxClass_t *klass) {
-        kxBaseObject *instance = kxIfcModel_dontuse_new_object(model_, klass);
-        EXPECT_NE(instance, nullptr);
-        return instance;
-    }
     std::vector<kxBaseObject *> all(const kxClass_t *klass) {
-        kxArrayST *array = kxIfcModel_dontuse_get_objects_by_class(model_, klass);
-        std::vector<kxBaseObject *> result;
-        for (uint32_t i = 0; i < kxArrayST_dontuse_count(array); i++)
-            result.push_back(static_cast<kxBaseObject *>(kxArrayST_dontuse_get(array, i)));
-        kxArrayST_dontuse_free(&array, nullptr);
-        return result;
+        return kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model_, klass));
     }
-    kxIfcModel *model_ = nullptr;
 };
 
 TEST_F(RelationshipHelpersTest, AggregationReusesTheRelationshipOfTheSameName) {
     for (kxIfcVersion_t version : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
-        use(version);
+        model(version);
         kxBaseObject *building = make(kxIfcBuilding_class());
         kxBaseObject *storeys[5];
         for (kxBaseObject *&storey : storeys) storey = make(kxIfcBuildingStorey_class());
@@ -417,7 +398,7 @@ TEST_F(RelationshipHelpersTest, AggregationReusesTheRelationshipOfTheSameName) {
 
 TEST_F(RelationshipHelpersTest, TypingContainmentAndCoveringReuseTheFirstRelationship) {
     for (kxIfcVersion_t version : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
-        use(version);
+        model(version);
         kxBaseObject *type = make(kxIfcWallType_class());
         kxBaseObject *storey = make(kxIfcBuildingStorey_class());
         kxBaseObject *walls[2] = {make(kxIfcWall_class()), make(kxIfcWall_class())};
@@ -450,7 +431,7 @@ TEST_F(RelationshipHelpersTest, TypingContainmentAndCoveringReuseTheFirstRelatio
 }
 
 TEST_F(RelationshipHelpersTest, PropertySetsReuseTheirRelationship) {
-    use(KXIFCVERSION_IFC_2X3);
+    model(KXIFCVERSION_IFC_2X3);
     kxBaseObject *pset = make(kxIfcPropertySet_class());
     kxBaseObject *wall = make(kxIfcWall_class());
     kxBaseObject *type = make(kxIfcWallType_class());
@@ -465,7 +446,7 @@ TEST_F(RelationshipHelpersTest, PropertySetsReuseTheirRelationship) {
     EXPECT_EQ(kxSetIfcObject_count(kxIfcRelDefinesByProperties_get_RelatedObjects_v2x3(relation)), 1u);
     EXPECT_EQ(kxIfcRelDefinesByProperties_get_RelatingPropertyDefinition_v2x3(relation), pset);
 
-    use(KXIFCVERSION_IFC_4);
+    model(KXIFCVERSION_IFC_4);
     pset = make(kxIfcPropertySet_class());
     type = make(kxIfcWallType_class());
     wall = make(kxIfcWall_class());
@@ -480,7 +461,7 @@ TEST_F(RelationshipHelpersTest, PropertySetsReuseTheirRelationship) {
 }
 
 TEST_F(RelationshipHelpersTest, ConnectionsGroupsAndAssignmentsAreAlwaysNew) {
-    use(KXIFCVERSION_IFC_4);
+    model(KXIFCVERSION_IFC_4);
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcWall_class());
     kxIfcRelConnectsElements *first = nullptr, *second = nullptr;

@@ -34,8 +34,7 @@ protected:
 // Stand-ins for instances: only their addresses are used.
 kxBaseObject *fake_instance(int &storage) { return reinterpret_cast<kxBaseObject *>(&storage); }
 
-// ---------------------------------------------------------------------------
-// Walking the list
+// ---- walking the list ----
 
 TEST_F(ParameterListTest, EveryKindComesBackInFileOrderAndBackStepsOntoTheLastTaken) {
     int wall = 0;
@@ -135,8 +134,7 @@ TEST_F(ParameterListTest, MisuseIsReported) {
     EXPECT_TRUE(asserts().saw("(parameter_list) != NULL"));
 }
 
-// ---------------------------------------------------------------------------
-// Nested begins and error marks
+// ---- nested begins and error marks ----
 
 TEST_F(ParameterListTest, NestedBeginOrWhyNot) {
     kxParseParList_append(list, kxParserParam_nested_begin(1, 1));
@@ -188,8 +186,7 @@ TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMarkAndAppendingAfterErrorsIsR
     EXPECT_EQ(kxParseParList_count(list), 2u);
 }
 
-// ---------------------------------------------------------------------------
-// Saved states
+// ---- saved states ----
 
 TEST_F(ParameterListTest, NestedSaveAndRestoreDropsTheLaterStates) {
     expect_reports();
@@ -222,8 +219,7 @@ TEST_F(ParameterListTest, NestedSaveAndRestoreDropsTheLaterStates) {
     EXPECT_TRUE(asserts().saw("position < parameter_list->saved_count"));
 }
 
-// ---------------------------------------------------------------------------
-// References
+// ---- references ----
 
 TEST_F(ParameterListTest, UnresolvedReferencesPassWhenAllowed) {
     int placement = 0;
