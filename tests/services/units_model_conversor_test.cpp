@@ -267,6 +267,7 @@ TEST_F(UnitsModelConversorTest, SIUnitsScaleByTheirPrefixAndName) {
         }
     }
 }
+
 // ---- handlers ----
 
 TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirName) {
