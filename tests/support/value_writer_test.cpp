@@ -91,7 +91,7 @@ TEST_F(ValueWriterTest, ValueFormsAndGroups) {
 
 // ---- instance lines ----
 
-TEST_F(ValueWriterTest, LinesWithoutIdTakeTheWritersCounter) {
+TEST_F(ValueWriterTest, LinesTakeTheWritersCounterOrTheirIdAndNestedOnesAreReferenced) {
     uint32_t id = 0;
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_entity_line(writer_, u"IfcA", 0xFFFFFFFFu, &id);
@@ -105,9 +105,7 @@ TEST_F(ValueWriterTest, LinesWithoutIdTakeTheWritersCounter) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_entity_line(writer_, u"IfcD", 0xFFFFFFFFu, nullptr);
     EXPECT_EQ(output(), "#1= IFCA();\n#30= IFCB();\n#2= IFCC();\n#3= IFCD();\n");
-}
-
-TEST_F(ValueWriterTest, InstanceWrittenWhileAnotherIsCollectedIsReferenced) {
+    // An instance written while another is collected is referenced by it.
     kxIfcWriteData_begin_parameters(writer_);
     EXPECT_TRUE(kxIfcWriteData_is_writing_nested(writer_));
     kxIfcWriteData_write_integer(writer_, 5);
@@ -118,7 +116,7 @@ TEST_F(ValueWriterTest, InstanceWrittenWhileAnotherIsCollectedIsReferenced) {
     kxIfcWriteData_write_unset(writer_);
     kxIfcWriteData_write_entity_line(writer_, u"IfcOuter", 9, nullptr);
     EXPECT_FALSE(kxIfcWriteData_is_writing_nested(writer_));
-    EXPECT_EQ(output(), "#1= IFCINNER('inner',IFCLABEL('label'));\n#9= IFCOUTER(5,#1,$);\n");
+    EXPECT_EQ(output().substr(49), "#4= IFCINNER('inner',IFCLABEL('label'));\n#9= IFCOUTER(5,#4,$);\n");
 }
 
 // ---- wrapping at 120 columns ----
@@ -128,7 +126,7 @@ std::u16string value_of(size_t length, char16_t fill = u'A') {
     return std::u16string(length, fill);
 }
 
-TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
+TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120AndLongValuesStandAlone) {
     // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas
     // reach 111; the tenth's comma makes 112, and 112 + 10 > 120.
     kxIfcWriteData_begin_parameters(writer_);
@@ -154,25 +152,6 @@ TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
     kxIfcWriteData_write_text(writer_, value_of(100).c_str());
     EXPECT_EQ(line(u"IfcLongerName", 123456),
               "#123456= IFCLONGERNAME(1,\n" + std::string(100, 'A') + ");\n");
-}
-
-TEST_F(ValueWriterTest, ColumnExactly120StaysOnTheLine) {
-    // 111 after nine values; a value of 8 after its comma ends at column 120
-    // exactly and stays; the next one (comma at 121) wraps.
-    kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string ten = value_of(10);
-    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
-    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
-    kxIfcWriteData_write_unset(writer_);
-    std::string expected = "#1= IFCTHING(";
-    for (int i = 0; i < 9; i++) expected += std::string(10, 'A') + ",";
-    expected += "BBBBBBBB,\n$);\n";
-    const std::string written = line();
-    EXPECT_EQ(written, expected);
-    EXPECT_EQ(written.find('\n'), 121u);  // 120 columns and the comma
-}
-
-TEST_F(ValueWriterTest, LongValueIsPrintedWholeOnANewLine) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_integer(writer_, 1);
     const std::u16string long_value = value_of(200);
@@ -184,20 +163,6 @@ TEST_F(ValueWriterTest, LongValueIsPrintedWholeOnANewLine) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, long_value.c_str());
     EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(200, 'A') + ");\n");
-}
-
-TEST_F(ValueWriterTest, NeverWrapsBetweenATypeNameAndItsParenthesis) {
-    // 13 + 100 + comma = 114: the name (8) and "(" stay on the line and pass
-    // 120; the value inside then starts a new line.
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
-    write_label(writer_, u"Wall");
-    const std::string written = line();
-    EXPECT_EQ(written, "#1= IFCTHING(" + std::string(100, 'A') + ",IFCLABEL(\n'Wall'));\n");
-    EXPECT_EQ(written.find("IFCLABEL\n"), std::string::npos);
-}
-
-TEST_F(ValueWriterTest, ListParenthesisAndClosingOnesWrapToo) {
     // An opening parenthesis after a value wraps like a value.
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 13 + 106 = 119
@@ -213,6 +178,30 @@ TEST_F(ValueWriterTest, ListParenthesisAndClosingOnesWrapToo) {
     kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 120
     kxIfcWriteData_end_list(writer_);
     EXPECT_EQ(line(), "#1= IFCTHING((" + std::string(106, 'A') + "\n));\n");
+}
+
+TEST_F(ValueWriterTest, ColumnExactly120StaysOnTheLineAndTypeNamesKeepTheirParenthesis) {
+    // 111 after nine values; a value of 8 after its comma ends at column 120
+    // exactly and stays; the next one (comma at 121) wraps.
+    kxIfcWriteData_begin_parameters(writer_);
+    const std::u16string ten = value_of(10);
+    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
+    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
+    kxIfcWriteData_write_unset(writer_);
+    std::string expected = "#1= IFCTHING(";
+    for (int i = 0; i < 9; i++) expected += std::string(10, 'A') + ",";
+    expected += "BBBBBBBB,\n$);\n";
+    const std::string written = line();
+    EXPECT_EQ(written, expected);
+    EXPECT_EQ(written.find('\n'), 121u);  // 120 columns and the comma
+    // 13 + 100 + comma = 114: the name (8) and "(" stay on the line and pass
+    // 120; the value inside then starts a new line.
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
+    write_label(writer_, u"Wall");
+    const std::string label_line = line();
+    EXPECT_EQ(label_line, "#1= IFCTHING(" + std::string(100, 'A') + ",IFCLABEL(\n'Wall'));\n");
+    EXPECT_EQ(label_line.find("IFCLABEL\n"), std::string::npos);
 }
 
 // ---- misuse is reported ----
