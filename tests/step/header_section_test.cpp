@@ -353,16 +353,7 @@ TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
 
 std::u16string text(const kxWChar *value) { return value != nullptr ? std::u16string(value) : u"<NULL>"; }
 
-class HeaderRecordTest : public kxtest::LibraryTest {
-protected:
-    void TearDown() override {
-        if (header_ != nullptr) kx::header_destroy(&header_);
-        kxtest::LibraryTest::TearDown();
-    }
-    kxIfcHeader *header_ = nullptr;
-};
-
-TEST_F(HeaderRecordTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString) {
+TEST_F(HeaderSectionTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString) {
     header_ = kxIfcHeader_new_empty_header();
     const kxWChar *empty = kxIfcHeader_get_author_field(header_, 0);
     char16_t author[] = u"Ann";
@@ -387,7 +378,7 @@ TEST_F(HeaderRecordTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString
     EXPECT_EQ(kxIfcHeader_get_description_field(header_, 1), empty);
 }
 
-TEST_F(HeaderRecordTest, BuiltRecordTakesValuesOverAndMayLackMembers) {
+TEST_F(HeaderSectionTest, BuiltRecordTakesValuesOverAndMayLackMembers) {
     kx::WideString name = kx::wstr_copy(u"f.ifc");
     const kxWChar *name_pointer = name;
     kx::WStrArray *authors = nullptr;
@@ -408,7 +399,7 @@ TEST_F(HeaderRecordTest, BuiltRecordTakesValuesOverAndMayLackMembers) {
     EXPECT_EQ(header_, nullptr);
 }
 
-TEST_F(HeaderRecordTest, FaultyArgumentsAreReported) {
+TEST_F(HeaderSectionTest, FaultyArgumentsAreReported) {
     expect_reports();
     kx::header_destroy(nullptr);
     EXPECT_TRUE(asserts().saw("(header) != NULL"));
