@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <limits>
 #include <set>
 #include <string>
@@ -66,37 +67,34 @@ TEST_F(NumbersTest, HexTextAndPointers) {
     EXPECT_EQ(kx::number_pointer_to_ulong(nullptr), 0u);
 }
 
+// Each value within 1e-12 of the expected one.
+void expect_near(std::initializer_list<double> got, std::initializer_list<double> expected) {
+    ASSERT_EQ(got.size(), expected.size());
+    for (auto g = got.begin(), e = expected.begin(); g != got.end(); ++g, ++e) EXPECT_NEAR(*g, *e, 1e-12);
+}
+
 TEST_F(NumbersTest, PlaneAxesConvertPointsAndFrames) {
     // Origin (10, 5), x axis along global +y.
     kx::PlaneAxes *axes = kx::planeaxes_create(10.0, 5.0, M_PI / 2);
     EXPECT_NEAR(kx::planeaxes_angle(axes), M_PI / 2, 1e-12);
     double x, y;
     kx::planeaxes_point_to_global(axes, 2.0, 1.0, &x, &y);
-    EXPECT_NEAR(x, 9.0, 1e-12);
-    EXPECT_NEAR(y, 7.0, 1e-12);
+    expect_near({x, y}, {9.0, 7.0});
     kx::planeaxes_point_to_local(axes, x, y, &x, &y);
-    EXPECT_NEAR(x, 2.0, 1e-12);
-    EXPECT_NEAR(y, 1.0, 1e-12);
+    expect_near({x, y}, {2.0, 1.0});
 
     // A frame given by a direction that is not of unit length.
     kx::PlaneAxes *inner = kx::planeaxes_create_with_direction(1.0, 0.0, 0.0, -3.0);
     kx::PlaneAxes *global = kx::planeaxes_to_global(axes, inner);
-    EXPECT_NEAR(global->origin_x, 10.0, 1e-12);
-    EXPECT_NEAR(global->origin_y, 6.0, 1e-12);
-    EXPECT_NEAR(global->direction_x, 1.0, 1e-12);  // -y turned a quarter: +x
-    EXPECT_NEAR(global->direction_y, 0.0, 1e-12);
+    // The direction -y turned a quarter: +x.
+    expect_near({global->origin_x, global->origin_y, global->direction_x, global->direction_y}, {10.0, 6.0, 1.0, 0.0});
     kx::PlaneAxes *back = kx::planeaxes_to_local(axes, global);
-    EXPECT_NEAR(back->origin_x, inner->origin_x, 1e-12);
-    EXPECT_NEAR(back->origin_y, inner->origin_y, 1e-12);
-    EXPECT_NEAR(back->direction_x, inner->direction_x, 1e-12);
-    EXPECT_NEAR(back->direction_y, inner->direction_y, 1e-12);
+    expect_near({back->origin_x, back->origin_y, back->direction_x, back->direction_y},
+                {inner->origin_x, inner->origin_y, inner->direction_x, inner->direction_y});
 
     double ox, oy, dx, dy;
     kx::planeaxes_frame_to_local(axes, 10.0, 5.0, 0.0, 2.0, &ox, &oy, &dx, &dy);
-    EXPECT_NEAR(ox, 0.0, 1e-12);
-    EXPECT_NEAR(oy, 0.0, 1e-12);
-    EXPECT_NEAR(dx, 1.0, 1e-12);
-    EXPECT_NEAR(dy, 0.0, 1e-12);
+    expect_near({ox, oy, dx, dy}, {0.0, 0.0, 1.0, 0.0});
 
     for (kx::PlaneAxes **p : {&axes, &inner, &global, &back}) kx::planeaxes_destroy(p);
     EXPECT_EQ(axes, nullptr);
@@ -123,15 +121,11 @@ TEST_F(NumbersTest, VectorHelpers) {
     const double ex[3] = {1, 0, 0}, ey[3] = {0, 1, 0};
     double result[3];
     kx::vector3_cross(ex, ey, result);
-    EXPECT_EQ(result[0], 0.0);
-    EXPECT_EQ(result[1], 0.0);
-    EXPECT_EQ(result[2], 1.0);
+    EXPECT_EQ(std::vector<double>(result, result + 3), (std::vector<double>{0, 0, 1}));
     double a[3] = {2, 3, 4};
     const double b[3] = {5, 6, 7};
     kx::vector3_cross(a, b, a);  // the result may overwrite an argument
-    EXPECT_EQ(a[0], -3.0);
-    EXPECT_EQ(a[1], 6.0);
-    EXPECT_EQ(a[2], -3.0);
+    EXPECT_EQ(std::vector<double>(a, a + 3), (std::vector<double>{-3, 6, -3}));
 }
 
 TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreads) {
