@@ -41,6 +41,12 @@ protected:
     void SetUp() override;
     void TearDown() override;
     AssertCapture &asserts() { return *capture_; }
+    // Whether the condition was reported; the reports so far are forgotten.
+    bool reported(const std::string &condition) {
+        const bool seen = capture_->saw(condition);
+        capture_->clear();
+        return seen;
+    }
     // The test expects reports: they no longer fail it.
     void expect_reports() { reports_expected_ = true; }
 

@@ -6,11 +6,11 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
-#include "kxifc_model.h"
-#include "kxifc_schema.h"
 #include "model/model.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
 #include "model_fixture.h"
 #include "test_support.h"
 

@@ -9,9 +9,9 @@
 #include "core/baseobject.h"
 #include "core/class.h"
 #include "core/typelibrary.h"
+#include "model/model.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
-#include "model/model.h"
 #include "schema_digest.h"
 #include "test_support.h"
 
@@ -34,45 +34,46 @@ protected:
     std::map<std::string, const kxClass_t *> by_name_;
 };
 
-TEST_F(ClassRegistryTest, IdsAreDenseAndIndexTheDescriptorTable) {
+// Ids index the descriptor table; the class list holds every class once in
+// name order ignoring case; every name is found in any case.
+TEST_F(ClassRegistryTest, IdsClassListAndLookUpByName) {
     ASSERT_EQ(kx::g_num_classes, 960u);
+    EXPECT_EQ(by_name_.size(), 960u) << "class names are not unique";
     for (uint32_t i = 0; i < kx::g_num_classes; i++) {
         const kxClass_t *klass = kx::g_classes[i];
         ASSERT_NE(klass, nullptr) << i;
+        const std::string name = narrow(klass->ifc_name);
         EXPECT_EQ(klass->unique_class_id, i);
         EXPECT_EQ(kxClass_unique_id(klass), i);
-        EXPECT_EQ(narrow(klass->type_name), "kx" + narrow(klass->ifc_name));
-        EXPECT_EQ(narrow(kxClass_ifc_name(klass)), narrow(klass->ifc_name));
+        EXPECT_EQ(narrow(klass->type_name), "kx" + name);
+        EXPECT_EQ(narrow(kxClass_ifc_name(klass)), name);
+        for (const std::string &spelling : {name, kxtest::upper(name), kxtest::lower(name)})
+            EXPECT_EQ(kxClass_find_by_name(kxtest::wide(spelling).c_str()), klass) << spelling;
     }
-    EXPECT_EQ(by_name_.size(), 960u) << "class names are not unique";
     // The exported accessor hands out the same descriptor.
     EXPECT_EQ(kxIfcWall_class(), find("IfcWall"));
     EXPECT_EQ(kxIfcActorSelect_class(), find("IfcActorSelect"));
-    EXPECT_EQ(kxIfc2DCompositeCurve_class(), find("Ifc2DCompositeCurve"));
-}
+    // Keywords that name no class, and names that are no keyword.
+    for (const char16_t *name : {u"IfcLengthMeasure", u"IfcWallTypeEnum", u"SetIfcWorkTime", u"IfcWal", u"IfcWalls", u""})
+        EXPECT_EQ(kxClass_find_by_name(name), nullptr) << kxtest::narrow(name);
+    EXPECT_EQ(kxClass_find_by_name(nullptr), nullptr);
 
-TEST_F(ClassRegistryTest, ClassListHoldsEveryClassOnceInNameOrderIgnoringCase) {
     kx::PtrArray *classes = kx::typelibrary_all_classes();
-    ASSERT_NE(classes, nullptr);
     ASSERT_EQ(kx::ptrarray_count(classes), 960u);
     std::vector<int> seen(960, 0);
-    std::string previous;
+    std::vector<std::string> names;
     for (uint32_t i = 0; i < kx::ptrarray_count(classes); i++) {
         const auto *klass = static_cast<const kxClass_t *>(kx::ptrarray_get(classes, i));
-        ASSERT_NE(klass, nullptr);
         ASSERT_LT(klass->unique_class_id, 960u);
         seen[klass->unique_class_id]++;
-        const std::string name = kxtest::lower(narrow(klass->ifc_name));
+        names.push_back(narrow(klass->ifc_name));
         if (i > 0) {
-            EXPECT_LT(previous, name) << "at " << i;
+            EXPECT_LT(kxtest::lower(names[i - 1]), kxtest::lower(names[i])) << "at " << i;
         }
-        previous = name;
     }
-    for (uint32_t id = 0; id < 960; id++) EXPECT_EQ(seen[id], 1) << "class id " << id;
-    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 0))->ifc_name), "Ifc2DCompositeCurve");
-    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 1))->ifc_name), "IfcActionRequest");
-    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 958))->ifc_name), "IfcZone");
-    EXPECT_EQ(narrow(static_cast<const kxClass_t *>(kx::ptrarray_get(classes, 959))->ifc_name), "IfcZShapeProfileDef");
+    EXPECT_EQ(seen, std::vector<int>(960, 1));
+    EXPECT_EQ((std::vector<std::string>{names[0], names[1], names[958], names[959]}),
+              (std::vector<std::string>{"Ifc2DCompositeCurve", "IfcActionRequest", "IfcZone", "IfcZShapeProfileDef"}));
     kx::ptrarray_destroy_const(&classes);
     EXPECT_EQ(classes, nullptr);
 }
@@ -224,22 +225,6 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
     }
 }
 
-TEST_F(ClassRegistryTest, FindByNameIgnoresCase) {
-    for (const auto &[name, klass] : by_name_) {
-        EXPECT_EQ(kxClass_find_by_name(kxtest::wide(name).c_str()), klass) << name;
-        EXPECT_EQ(kxClass_find_by_name(kxtest::wide(kxtest::upper(name)).c_str()), klass) << name;
-        EXPECT_EQ(kxClass_find_by_name(kxtest::wide(kxtest::lower(name)).c_str()), klass) << name;
-    }
-    // Keywords that name no class, and names that are no keyword.
-    EXPECT_EQ(kxClass_find_by_name(u"IfcLengthMeasure"), nullptr);
-    EXPECT_EQ(kxClass_find_by_name(u"IfcWallTypeEnum"), nullptr);
-    EXPECT_EQ(kxClass_find_by_name(u"SetIfcWorkTime"), nullptr);
-    EXPECT_EQ(kxClass_find_by_name(u"IfcWal"), nullptr);
-    EXPECT_EQ(kxClass_find_by_name(u"IfcWalls"), nullptr);
-    EXPECT_EQ(kxClass_find_by_name(u""), nullptr);
-    EXPECT_EQ(kxClass_find_by_name(nullptr), nullptr);
-}
-
 TEST_F(ClassRegistryTest, DescriptorChecksReportTheirConditions) {
     expect_reports();
     EXPECT_EQ(kxClass_is_abstract(kxIfcRoot_class(), static_cast<kxIfcVersion_t>(kx::KXCLASS_MAX_IFC_VERSIONS)),
@@ -250,20 +235,138 @@ TEST_F(ClassRegistryTest, DescriptorChecksReportTheirConditions) {
     asserts().clear();
 
     kxClass_unique_id(nullptr);
-    EXPECT_TRUE(asserts().saw("(klass) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(klass) != NULL"));
     kx::class_is_same(kxIfcWall_class(), nullptr);
-    EXPECT_TRUE(asserts().saw("(klass2) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(klass2) != NULL"));
     kx::class_init_from_parse(kxIfcActorSelect_class(), nullptr, nullptr);
-    EXPECT_TRUE(asserts().saw("(klass->func_init_from_parse) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(klass->func_init_from_parse) != NULL"));
 
     // The same-class and has-id operations compare ids.
     EXPECT_TRUE(kx::class_is_same(kxIfcWall_class(), kxIfcWall_class()));
     EXPECT_FALSE(kx::class_is_same(kxIfcWall_class(), kxIfcWallStandardCase_class()));
     EXPECT_TRUE(kx::class_has_id(kxIfcWall_class(), kxIfcWall_class()->unique_class_id));
     EXPECT_TRUE(asserts().reports().empty());
+}
+
+// The keyword tables: every type name of both releases and every named
+// aggregate type, in name order ignoring case, with keyword ids and class
+// descriptors. The expected keyword set is derived from the schema digest.
+using kxtest::committed_digest;
+using kxtest::narrow;
+
+// Keyword of an aggregate type text ("LIST[1:?]/SET[2:2]/IfcX" gives
+// "ListSetIfcX"), and of each nested level, unless its elements are a simple
+// base type (those use the fixed names kxArrReal ... and no keyword).
+void add_aggregate_keywords(const std::string &type_text, std::set<std::string> &keywords) {
+    std::vector<std::string> parts = kxtest::digest_split(type_text, '/');
+    const std::string element = parts.back();
+    parts.pop_back();
+    if (parts.empty() || !kxtest::simple_base(element).empty()) return;
+    for (size_t level = 0; level < parts.size(); level++) {
+        std::string keyword;
+        for (size_t i = level; i < parts.size(); i++) {
+            const std::string container = parts[i].substr(0, parts[i].find('['));
+            keyword += container == "LIST" ? "List" : container == "ARRAY" ? "Arr" : "Set";  // SET and BAG
+        }
+        keywords.insert(keyword + element);
+    }
+}
+
+class KeywordTableTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        ASSERT_TRUE(committed_digest().loaded) << "schema/ifc.digest not readable";
+        kx::typelibrary_keyword_tables(&keywords_, &ids_, &classes_);
+        ASSERT_NE(keywords_, nullptr);
+        ASSERT_NE(ids_, nullptr);
+        ASSERT_NE(classes_, nullptr);
+        for (uint32_t i = 0; i < kx::wstrarray_count(keywords_); i++) index_[narrow(kx::wstrarray_get(keywords_, i))] = i;
+    }
+    void TearDown() override {
+        kx::wstrarray_destroy(&keywords_);
+        kx::ulongarray_destroy(&ids_);
+        kx::ptrarray_destroy_const(&classes_);
+        LibraryTest::TearDown();
+    }
+    const kxClass_t *class_at(uint32_t i) const { return static_cast<const kxClass_t *>(kx::ptrarray_get(classes_, i)); }
+
+    kx::WStrArray *keywords_ = nullptr;
+    kx::ULongArray *ids_ = nullptr;
+    kx::PtrArray *classes_ = nullptr;
+    std::map<std::string, uint32_t> index_;
+};
+
+TEST_F(KeywordTableTest, ThreeParallelArraysSortedWithoutCaseWithIdsEqualToIndex) {
+    ASSERT_EQ(kx::wstrarray_count(keywords_), 1453u);
+    ASSERT_EQ(kx::ulongarray_count(ids_), 1453u);
+    ASSERT_EQ(kx::ptrarray_count(classes_), 1453u);
+    EXPECT_EQ(index_.size(), 1453u) << "keywords are not unique";
+    std::string previous;
+    std::vector<int> class_seen(kx::g_num_classes, 0);
+    uint32_t without_class = 0;
+    for (uint32_t i = 0; i < 1453; i++) {
+        const std::string keyword = narrow(kx::wstrarray_get(keywords_, i));
+        EXPECT_EQ(kx::ulongarray_get(ids_, i), i);
+        const std::string folded = kxtest::lower(keyword);
+        if (i > 0) {
+            EXPECT_LT(previous, folded) << "order at " << i << " (" << keyword << ")";
+        }
+        previous = folded;
+        const kxClass_t *klass = class_at(i);
+        if (klass == nullptr) {
+            without_class++;
+            continue;
+        }
+        EXPECT_EQ(narrow(klass->ifc_name), keyword);
+        class_seen[klass->unique_class_id]++;
+    }
+    EXPECT_EQ(without_class, 493u);
+    for (uint32_t id = 0; id < kx::g_num_classes; id++) EXPECT_EQ(class_seen[id], 1) << "class id " << id;
+}
+
+TEST_F(KeywordTableTest, KeywordsAreTheSchemasTypeNamesAndNamedAggregates) {
+    const auto &digest = committed_digest();
+    std::set<std::string> expected, with_class;
+    for (const auto &entry : digest.entities) expected.insert(entry.first), with_class.insert(entry.first);
+    for (const auto &entry : digest.selects) expected.insert(entry.first), with_class.insert(entry.first);
+    for (const auto &entry : digest.enums) expected.insert(entry.first);
+    for (const auto &entry : digest.types) expected.insert(entry.first);
+    std::set<std::string> aggregates;
+    for (const std::string &type_text : digest.attribute_types) add_aggregate_keywords(type_text, aggregates);
+    for (const auto &[name, per_release] : digest.types)
+        for (const auto &underlying : per_release)
+            if (underlying && underlying->find('/') != std::string::npos) add_aggregate_keywords(*underlying, aggregates);
+    EXPECT_EQ(aggregates.size(), 128u);
+    EXPECT_EQ(aggregates.count("ListIfcNormalisedRatioMeasure"), 1u);
+    expected.insert(aggregates.begin(), aggregates.end());
+
+    std::set<std::string> actual;
+    for (const auto &entry : index_) actual.insert(entry.first);
+    EXPECT_EQ(actual, expected);
+    for (const auto &[keyword, i] : index_)
+        EXPECT_EQ(class_at(i) != nullptr, with_class.count(keyword) != 0) << keyword;
+    for (const std::string &aggregate : aggregates)
+        EXPECT_TRUE(aggregate.rfind("Arr", 0) == 0 || aggregate.rfind("List", 0) == 0 || aggregate.rfind("Set", 0) == 0)
+            << aggregate;
+}
+
+TEST_F(KeywordTableTest, NullAddressesAreReported) {
+    expect_reports();
+    kx::WStrArray *keywords = nullptr;
+    kx::ULongArray *ids = nullptr;
+    kx::PtrArray *classes = nullptr;
+    kx::typelibrary_keyword_tables(nullptr, &ids, &classes);
+    EXPECT_TRUE(asserts().saw("(keywords) != NULL"));
+    kx::typelibrary_keyword_tables(&keywords, nullptr, &classes);
+    EXPECT_TRUE(asserts().saw("(unique_class_id) != NULL"));
+    kx::typelibrary_keyword_tables(&keywords, &ids, nullptr);
+    EXPECT_TRUE(asserts().saw("(entity_classes) != NULL"));
+    EXPECT_EQ(asserts().reports().size(), 3u);
+    // Nothing is built when an address is missing.
+    EXPECT_EQ(keywords, nullptr);
+    EXPECT_EQ(ids, nullptr);
+    EXPECT_EQ(classes, nullptr);
 }
 
 }  // namespace

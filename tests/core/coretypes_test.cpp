@@ -1,10 +1,20 @@
+
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <set>
+#include <sstream>
 #include <string>
 
+#include "core/coretypes.h"
+#include "core/coretypes_io.h"
+#include "core/guid.h"
+#include "support/parseparlist.h"
+#include "support/wstring.h"
 #include "kxifc_coretypes.h"
+#include "kxifcmodel.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
@@ -128,6 +138,294 @@ TEST_F(CoreTypesTest, FreeingThroughANullBinaryIsReported) {
     expect_reports();
     kxIfcCoreTypes_free_binary(nullptr);
     EXPECT_TRUE(asserts().saw("(value) != NULL"));
+}
+
+std::string encode(const kx::Guid &guid) {
+    char out[kx::kCompressedGuidBufferSize];
+    std::memset(out, '#', sizeof out);
+    EXPECT_TRUE(kx::guid_encode_compressed(guid, out, sizeof out));
+    return std::string(out);
+}
+
+class GuidTest : public kxtest::LibraryTest {};
+
+TEST_F(GuidTest, DigitWriterRefusesWhatDoesNotFit) {
+    char out[8] = {};
+    EXPECT_TRUE(kx::guid_write_digits(64 * 64 * 64 * 64 - 1, 4, out));
+    EXPECT_EQ(std::string(out, 4), "$$$$");
+    EXPECT_TRUE(kx::guid_write_digits(64, 2, out));
+    EXPECT_EQ(std::string(out, 2), "10");
+    EXPECT_FALSE(kx::guid_write_digits(64 * 64, 2, out));
+    EXPECT_FALSE(kx::guid_write_digits(64 * 64 * 64 * 64, 4, out));
+    EXPECT_FALSE(kx::guid_write_digits(0, 5, out));
+
+    const kx::Guid guid{};
+    char small[kx::kCompressedGuidBufferSize - 1];
+    EXPECT_FALSE(kx::guid_encode_compressed(guid, small, sizeof small));
+    EXPECT_FALSE(kx::guid_encode_compressed(guid, nullptr, 23));
+}
+
+TEST_F(GuidTest, EncodesTheKnownVectors) {
+    kx::Guid ones;
+    std::memset(&ones, 0xFF, sizeof ones);
+    EXPECT_EQ(encode(ones), "3" + std::string(21, '$'));
+
+    const kx::Guid one{0x00000001, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};
+    EXPECT_EQ(encode(one), "0000010000000000000000");
+
+    const kx::Guid mixed{0x12345678, 0x9ABC, 0xDEF0,
+                         {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0}};
+    EXPECT_EQ(encode(mixed), "0ID5PuchpUy18qLdYQlDxm");
+
+    const kx::Guid zero{};
+    EXPECT_EQ(encode(zero), std::string(22, '0'));
+}
+
+// Generated GUIDs are random (version 4); compressed ones are 22 digits of
+// the alphabet and distinct.
+TEST_F(GuidTest, FreshGuidsAreVersionFourAndDistinct) {
+    const std::string alphabet = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_$";
+    std::set<std::u16string> seen;
+    for (int i = 0; i < 10000; ++i) {
+        kx::Guid guid{};
+        ASSERT_TRUE(kx::guid_generate(&guid));
+        ASSERT_TRUE(!kx::guid_is_zero(guid) && guid.data3 >> 12 == 4 && guid.data4[0] >> 6 == 2);
+        kxWChar *text = kxCreateCompressedGuidString_Create();
+        const std::u16string compressed(text);
+        kxIfcCoreTypes_free_string(&text);
+        ASSERT_EQ(compressed.size(), 22u);
+        ASSERT_NE(std::u16string(u"0123").find(compressed[0]), std::u16string::npos) << i;
+        for (char16_t c : compressed) ASSERT_NE(alphabet.find(char(c)), std::string::npos);
+        ASSERT_TRUE(seen.insert(compressed).second) << "repeated after " << i;
+    }
+}
+
+// Reading the six base values from parser parameters: accepted forms,
+// mismatches reported with the expected type's name, "$" and "*" giving the
+// undefined value quietly, and the binary encodings.
+using kxtest::text_of;
+
+std::string bits_of(const kxBinary &value) {
+    return value.contents == nullptr ? std::string() : std::string(value.contents, value.num_bits);
+}
+
+class CoreTypesReadTest : public kxtest::ParameterListFixture {
+protected:
+    // Each helper empties the list and leaves it holding just that parameter.
+    kxParserParam *literal(const char16_t *text) {
+        char16_t *copy = kx::wstr_copy(text);
+        return put(kxParserParam_literal(&copy, 2, 7));
+    }
+    kxParserParam *string(const char16_t *text) {
+        char16_t *copy = kx::wstr_copy(text);
+        return put(kxParserParam_string(&copy, 2, 7));
+    }
+    kxParserParam *integer(int32_t value) { return put(kxParserParam_integer(value, 2, 7)); }
+    kxParserParam *real(double value) { return put(kxParserParam_real(value, 2, 7)); }
+    kxParserParam *null() { return put(kxParserParam_null(2, 7)); }
+    kxParserParam *derived() { return put(kxParserParam_derived(2, 7)); }
+    kxParserParam *put(kxParserParam parameter) {
+        kxParseParList_clear(list);
+        kxParseParList_append(list, parameter);
+        return kxParseParList_get(list, 0);
+    }
+
+    // The mark left on the only parameter: "<type>: <message>", or "".
+    std::u16string mark() {
+        const kxParserParam *parameter = kxParseParList_get(list, 0);
+        if (!parameter->has_error) return u"";
+        return text_of(parameter->expected_type) + u": " + text_of(parameter->message);
+    }
+};
+
+// The parameter a case reads, and the base type it reads it as.
+enum class Param { LITERAL, STRING, INTEGER, REAL, NUL, DERIVED };
+enum class Type { BOOLEAN, LOGICAL, INTEGER, REAL, STRING, BINARY };
+
+struct ReadCase {
+    Type type;
+    Param param;
+    const char16_t *text;  // of a literal or string
+    double number;         // of an integer or real
+    bool read;
+    const char *value;        // what was read, as text; "?" for the undefined value
+    const char16_t *mismatch;  // the expected type a mismatch names, or ""
+};
+
+constexpr Type kBool = Type::BOOLEAN, kLogic = Type::LOGICAL, kInt = Type::INTEGER, kReal = Type::REAL,
+               kStr = Type::STRING, kBin = Type::BINARY;
+constexpr Param pLit = Param::LITERAL, pStr = Param::STRING, pInt = Param::INTEGER, pReal = Param::REAL,
+                pNull = Param::NUL, pDerived = Param::DERIVED;
+
+const ReadCase kReadCases[] = {
+    // BOOLEAN in any case; unknown is a mismatch, another kind fails quietly.
+    {kBool, pLit, u".t.", 0, true, "1", u""}, {kBool, pLit, u".TRUE.", 0, true, "1", u""},
+    {kBool, pLit, u".F.", 0, true, "0", u""}, {kBool, pLit, u".False.", 0, true, "0", u""},
+    {kBool, pLit, u".U.", 0, false, "?", u"kxBoolean"}, {kBool, pLit, u".UNKNOWN.", 0, false, "?", u"kxBoolean"},
+    {kBool, pLit, u".ELEMENT.", 0, false, "?", u"kxBoolean"}, {kBool, pInt, nullptr, 1, false, "?", u""},
+    {kBool, pStr, u".T.", 0, false, "?", u""}, {kBool, pNull, nullptr, 0, false, "?", u""},
+    // LOGICAL takes unknown too.
+    {kLogic, pLit, u".UNKNOWN.", 0, true, "-1", u""}, {kLogic, pLit, u".u.", 0, true, "-1", u""},
+    {kLogic, pLit, u".T.", 0, true, "1", u""}, {kLogic, pLit, u".false.", 0, true, "0", u""},
+    {kLogic, pLit, u".MAYBE.", 0, false, "?", u"kxLogical"}, {kLogic, pDerived, nullptr, 0, false, "?", u""},
+    // INTEGER only from integers; REAL from integers too.
+    {kInt, pInt, nullptr, -2147483648.0, true, "-2147483648", u""}, {kInt, pReal, nullptr, 3.0, false, "?", u"long"},
+    {kInt, pNull, nullptr, 0, false, "?", u""}, {kReal, pInt, nullptr, 3, true, "3", u""},
+    {kReal, pReal, nullptr, -0.25, true, "-0.25", u""}, {kReal, pStr, u"3.0", 0, false, "?", u"double"},
+    {kReal, pDerived, nullptr, 0, false, "?", u""},
+    // STRING; empty is a value.
+    {kStr, pStr, u"Wall \u00e9", 0, true, "Wall \xc3\xa9", u""}, {kStr, pStr, u"", 0, true, "", u""},
+    {kStr, pLit, u".T.", 0, false, "?", u"wchar_t"}, {kStr, pNull, nullptr, 0, false, "?", u""},
+    // BINARY from the quoted hex form, whose leading digit counts the unused
+    // high bits of the first hex digit, or from its bits. No digits: the
+    // empty binary, which is the undefined value.
+    {kBin, pLit, u"\"0F\"", 0, true, "1111", u""}, {kBin, pLit, u"\"2A5\"", 0, true, "100101", u""},
+    {kBin, pLit, u"\"3fe\"", 0, true, "11110", u""}, {kBin, pLit, u"\"0C30\"", 0, true, "110000110000", u""},
+    {kBin, pLit, u"\"0\"", 0, true, "?", u""}, {kBin, pLit, u"0110001", 0, true, "0110001", u""},
+    {kBin, pLit, u"\"4F\"", 0, false, "?", u""}, {kBin, pLit, u"\"1\"", 0, false, "?", u""},
+    {kBin, pLit, u"\"0G\"", 0, false, "?", u""}, {kBin, pLit, u"\"0F", 0, false, "?", u""},
+    {kBin, pLit, u"\"\"", 0, false, "?", u""}, {kBin, pLit, u"01x1", 0, false, "?", u""},
+    {kBin, pLit, u"", 0, false, "?", u""}, {kBin, pLit, u"\"0F\"x", 0, false, "?", u""},
+    {kBin, pStr, u"0F", 0, false, "?", u"kxBinary"}, {kBin, pNull, nullptr, 0, false, "?", u""},
+};
+
+// Every target starts out holding a value, so that a failed read must set
+// the undefined value.
+TEST_F(CoreTypesReadTest, EachBaseTypeFromEachKindOfParameter) {
+    for (const ReadCase &c : kReadCases) {
+        kxParserParam *parameter = c.param == Param::LITERAL   ? literal(c.text)
+                                   : c.param == Param::STRING  ? string(c.text)
+                                   : c.param == Param::INTEGER ? integer(static_cast<int32_t>(c.number))
+                                   : c.param == Param::REAL    ? real(c.number)
+                                   : c.param == Param::NUL     ? null()
+                                                               : derived();
+        bool read = false;
+        std::string value = "?";
+        const char16_t *attribute = nullptr;
+        switch (c.type) {
+        case Type::BOOLEAN: {
+            kxBoolean target = 5;
+            read = kx::coretype_read_boolean(list, parameter, attribute = u"IsExternal", &target);
+            if (target != kx::kBooleanUndefined) value = std::to_string(target);
+            break;
+        }
+        case Type::LOGICAL: {
+            kxLogical target = 7;
+            read = kx::coretype_read_logical(list, parameter, attribute = u"Reversed", &target);
+            if (target != kx::kLogicalUndefined) value = std::to_string(target);
+            break;
+        }
+        case Type::INTEGER: {
+            int32_t target = 0;
+            read = kx::coretype_read_integer(list, parameter, attribute = u"Level", &target);
+            if (target != kx::kIntegerUndefined || read) value = std::to_string(target);
+            break;
+        }
+        case Type::REAL: {
+            double target = 1.0;
+            read = kx::coretype_read_real(list, parameter, attribute = u"Radius", &target);
+            if (!kx::real_is_undefined(target)) value = (std::ostringstream() << target).str();
+            break;
+        }
+        case Type::STRING: {
+            char16_t *target = nullptr;
+            read = kx::coretype_read_string(list, parameter, attribute = u"Name", &target);
+            if (target != nullptr) value = kxtest::utf8(target);
+            if (target != nullptr) {
+                EXPECT_NE(target, kxParserParam_get_string(parameter)) << "a copy";
+            }
+            kxIfcCoreTypes_free_string(&target);
+            break;
+        }
+        case Type::BINARY: {
+            kxBinary target{nullptr, 3};
+            read = kx::coretype_read_binary(list, parameter, attribute = u"RasterCode", &target);
+            if (target.contents != nullptr) value = bits_of(target);
+            EXPECT_EQ(target.num_bits, target.contents == nullptr ? 0u : value.size());
+            kxIfcCoreTypes_free_binary(&target);
+            break;
+        }
+        }
+        const std::string where = std::to_string(&c - kReadCases);
+        EXPECT_EQ(read, c.read) << "case " << where;
+        EXPECT_EQ(value, c.value) << "case " << where;
+        EXPECT_EQ(mark(), *c.mismatch == 0 ? u"" : std::u16string(c.mismatch) + u": " + attribute) << "case " << where;
+        EXPECT_EQ(kxParseParList_has_errors(list), *c.mismatch != 0) << "case " << where;
+    }
+}
+
+TEST_F(CoreTypesReadTest, StringIntoATargetThatHoldsOneIsReported) {
+    expect_reports();
+    char16_t *held = kx::wstr_copy(u"old");
+    char16_t *value = held;
+    EXPECT_TRUE(kx::coretype_read_string(list, string(u"new"), u"Name", &value));
+    EXPECT_TRUE(asserts().saw("*value == NULL"));
+    EXPECT_EQ(text_of(value), u"new");
+    kxIfcCoreTypes_free_string(&value);
+    kxIfcCoreTypes_free_string(&held);
+
+    EXPECT_FALSE(kx::coretype_read_string(list, string(u"x"), u"Name", nullptr));
+    EXPECT_TRUE(asserts().saw("(value) != NULL"));
+}
+
+// ---- the forms that take the next parameter ----
+
+// What the six forms that take the next parameter read, in one line
+// ("?" for the undefined value).
+std::string read_next_six(kxParseParList *list) {
+    char16_t *text = nullptr;
+    kxBoolean boolean = 5;
+    kxLogical logical = 5;
+    int32_t count = 5;
+    double thickness = 5.0;
+    kxBinary binary{nullptr, 3};
+    std::ostringstream read;
+    for (bool ok : {kx::coretype_read_next_string(list, u"Name", &text),
+                    kx::coretype_read_next_boolean(list, u"IsExternal", &boolean),
+                    kx::coretype_read_next_logical(list, u"Reversed", &logical),
+                    kx::coretype_read_next_integer(list, u"Count", &count),
+                    kx::coretype_read_next_real(list, u"Thickness", &thickness),
+                    kx::coretype_read_next_binary(list, u"RasterCode", &binary)})
+        read << (ok ? "+" : "-");
+    const auto number = [](int32_t value, int32_t undefined) {
+        return value != undefined ? std::to_string(value) : std::string("?");
+    };
+    read << " " << (text != nullptr ? kxtest::utf8(text) : "?") << " " << number(boolean, kx::kBooleanUndefined) << " "
+         << number(logical, kx::kLogicalUndefined) << " " << number(count, kx::kIntegerUndefined) << " ";
+    if (kx::real_is_undefined(thickness))
+        read << "?";
+    else
+        read << thickness;
+    read << " " << (binary.num_bits != 0 ? bits_of(binary) : "?");
+    kxIfcCoreTypes_free_string(&text);
+    kxIfcCoreTypes_free_binary(&binary);
+    return read.str();
+}
+
+TEST_F(CoreTypesReadTest, NextFormsWalkTheListAndGiveUndefinedPastItsEnd) {
+    char16_t *name = kx::wstr_copy(u"Slab");
+    char16_t *flag = kx::wstr_copy(u".T.");
+    char16_t *state = kx::wstr_copy(u".U.");
+    char16_t *bits = kx::wstr_copy(u"\"1F\"");
+    kxParseParList_append(list, kxParserParam_string(&name, 1, 1));
+    kxParseParList_append(list, kxParserParam_literal(&flag, 1, 8));
+    kxParseParList_append(list, kxParserParam_literal(&state, 1, 12));
+    kxParseParList_append(list, kxParserParam_integer(4, 1, 16));
+    kxParseParList_append(list, kxParserParam_real(0.5, 1, 18));
+    kxParseParList_append(list, kxParserParam_literal(&bits, 1, 22));
+    EXPECT_EQ(read_next_six(list), "++++++ Slab 1 -1 4 0.5 111");
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+    EXPECT_EQ(read_next_six(list), "------ ? ? ? ? ? ?");
+    EXPECT_TRUE(kxParseParList_has_errors(list));  // too few parameters
+}
+
+TEST_F(CoreTypesReadTest, MismatchInANextFormMarksThatParameter) {
+    kxParseParList_append(list, kxParserParam_real(1.5, 4, 20));
+    int32_t count = 0;
+    EXPECT_FALSE(kx::coretype_read_next_integer(list, u"Count", &count));
+    EXPECT_EQ(count, kx::kIntegerUndefined);
+    EXPECT_EQ(mark(), u"long: Count");
+    EXPECT_EQ(kxParseParList_get(list, 0)->line, 4u);
 }
 
 }  // namespace

@@ -8,25 +8,25 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
+#include "model/model.h"
+#include "model/modelmngr.h"
+#include "model/objtable.h"
+#include "schema/aggregate.h"
+#include "schema/engines.h"
 #include "kxifc_header.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
-#include "model/model.h"
-#include "model/modelmngr.h"
-#include "schema/aggregate.h"
-#include "schema/engines.h"
+#include "kxifcmodel.h"
 #include "model_fixture.h"
+#include "record_helpers.h"
 #include "test_support.h"
 
-#include "record_helpers.h"
+namespace {
 
 using kxtest::append_reference;
 using kxtest::find_attribute;
 using kxtest::set_reference;
 using kxtest::slot_at;
-
-namespace {
-
 using kxtest::elements;
 
 class ModelTest : public kxtest::LibraryTest {
@@ -172,8 +172,7 @@ TEST_F(ModelTest, CreatingBeforeTheReleaseIsSetIsReportedAndGivesNothing) {
 TEST_F(ModelTest, ANullModelIsReported) {
     expect_reports();
     EXPECT_EQ(kxIfcModel_count_objects(nullptr), 0u);
-    EXPECT_TRUE(asserts().saw("(ifc_model) != NULL"));
-    asserts().clear();
+    EXPECT_TRUE(reported("(ifc_model) != NULL"));
     kxIfcModel *nothing = nullptr;
     kxIfcModel_free(&nothing);
     EXPECT_TRUE(asserts().saw("(*ifc_model) != NULL"));
@@ -201,6 +200,163 @@ TEST_F(ModelTest, AnInstanceRetainedElsewhereOutlivesItsModel) {
     EXPECT_EQ(slot_at<kxBaseObject *>(rel, *find_attribute(rel, u"RelatingObject")), nullptr);
     kx::baseobject_release(&rel);
     EXPECT_EQ(rel, nullptr);
+}
+
+// One object table: a non-owning list of instances of a class and its kinds.
+class ObjectTableTest : public kxtest::ModelFixture {
+protected:
+    void SetUp() override {
+        ModelFixture::SetUp();
+        model(KXIFCVERSION_IFC_4);
+    }
+    void TearDown() override {
+        for (kxIfcObjTable_t *&table : tables_) kx::objtable_free(&table);
+        ModelFixture::TearDown();
+    }
+    kxIfcObjTable_t *table(const kxClass_t *klass) {
+        tables_.push_back(kx::objtable_new(klass, 0x10000));
+        return tables_.back();
+    }
+    static std::vector<kxBaseObject *> listed(const kxIfcObjTable_t *object_table) {
+        kxArrayST *array = kxArrayST_dontuse_new(nullptr);
+        kx::objtable_all(object_table, array);
+        return kxtest::elements(array);
+    }
+    std::vector<kxIfcObjTable_t *> tables_;
+};
+
+using List = std::vector<kxBaseObject *>;
+
+TEST_F(ObjectTableTest, AddAcceptsKindsAndReportsOtherClasses) {
+    kxBaseObject *wall = make(kxIfcWall_class());
+    kxBaseObject *standard = make(kxIfcWallStandardCase_class());
+    kxBaseObject *beam = make(kxIfcBeam_class());
+    kxIfcObjTable_t *walls = table(kxIfcWall_class());
+    EXPECT_EQ(kx::objtable_first(walls), nullptr);
+    kx::objtable_add(walls, wall);
+    kx::objtable_add(walls, standard);
+    EXPECT_TRUE(asserts().reports().empty());
+    EXPECT_EQ(listed(walls), (List{wall, standard}));
+    EXPECT_EQ(kx::objtable_first(walls), wall);
+
+    expect_reports();
+    kx::objtable_add(walls, beam);
+    EXPECT_TRUE(asserts().saw("kxBaseObject_is_kind_of(base_object, object_table->klass) == CIERTO"));
+}
+
+TEST_F(ObjectTableTest, RemoveKeepsTheOrderOfTheRestAndReportsAnUnlistedInstance) {
+    kxBaseObject *a = make(kxIfcWall_class());
+    kxBaseObject *b = make(kxIfcWall_class());
+    kxBaseObject *c = make(kxIfcWallStandardCase_class());
+    kxBaseObject *d = make(kxIfcWall_class());
+    kxIfcObjTable_t *walls = table(kxIfcWall_class());
+    for (kxBaseObject *o : {a, b, c}) kx::objtable_add(walls, o);
+    kx::objtable_remove(walls, b);
+    EXPECT_EQ(listed(walls), (List{a, c}));
+    kx::objtable_remove(walls, a);
+    EXPECT_EQ(kx::objtable_first(walls), c);
+    EXPECT_TRUE(asserts().reports().empty());
+
+    expect_reports();
+    kx::objtable_remove(walls, d);
+    ASSERT_EQ(asserts().reports().size(), 1u);
+    EXPECT_TRUE(asserts().saw("idx != ULONG_MAX"));
+    EXPECT_EQ(listed(walls), (List{c}));
+}
+
+TEST_F(ObjectTableTest, MergeAppendsTheSecondTableAndEmptiesIt) {
+    kxBaseObject *a = make(kxIfcWall_class());
+    kxBaseObject *b = make(kxIfcWall_class());
+    kxBaseObject *c = make(kxIfcWallStandardCase_class());
+    kxBaseObject *d = make(kxIfcWall_class());
+    kxIfcObjTable_t *first = table(kxIfcWall_class());
+    kxIfcObjTable_t *second = table(kxIfcWall_class());
+    kx::objtable_add(first, b);
+    kx::objtable_add(first, a);
+    kx::objtable_add(second, d);
+    kx::objtable_add(second, c);
+    kx::objtable_merge(first, second);
+    EXPECT_EQ(listed(first), (List{b, a, d, c}));
+    EXPECT_TRUE(listed(second).empty());
+    EXPECT_EQ(kx::objtable_first(second), nullptr);
+    // The emptied table is still usable.
+    kx::objtable_add(second, a);
+    EXPECT_EQ(listed(second), (List{a}));
+    // Merging an empty table changes nothing.
+    kxIfcObjTable_t *empty = table(kxIfcWall_class());
+    kx::objtable_merge(first, empty);
+    EXPECT_EQ(listed(first), (List{b, a, d, c}));
+}
+
+// Calls that would corrupt a model are refused with a report and change
+// nothing: a reference into another model, one aggregate given to two
+// owners, a release changed under existing instances, ids run out.
+class ApiMisuseTest : public kxtest::LibraryTest {
+protected:
+    void SetUp() override {
+        kxtest::LibraryTest::SetUp();
+        expect_reports();
+        for (kxIfcModel *&model : models_) {
+            model = kxIfcModel_new();
+            kxIfcModel_set_version(model, KXIFCVERSION_IFC_4);
+        }
+    }
+    void TearDown() override {
+        for (kxIfcModel *&model : models_) kxIfcModel_free(&model);
+        kxtest::LibraryTest::TearDown();
+    }
+    kxBaseObject *make(int model, const kxClass_t *klass) { return kxIfcModel_dontuse_new_object(models_[model], klass); }
+    // Whether a report naming the condition came while `call` ran.
+    template <typename Call>
+    bool refused(const std::string &condition, Call call) {
+        asserts().clear();
+        call();
+        return asserts().saw(condition);
+    }
+    kxIfcModel *models_[2] = {nullptr, nullptr};
+};
+
+TEST_F(ApiMisuseTest, RefusedCallsChangeNothing) {
+    kxBaseObject *wall = make(0, kxIfcWall_class());
+    kxBaseObject *foreign_placement = make(1, kxIfcLocalPlacement_class());
+    EXPECT_TRUE(refused("the value belongs to the instance's model",
+                        [&] { kxIfcWall_set_ObjectPlacement(wall, foreign_placement); }));
+    EXPECT_EQ(kxIfcWall_get_ObjectPlacement(wall), nullptr);
+
+    kxListIfcCartesianPoint *foreign_points = kxListIfcCartesianPoint_new();
+    kxListIfcCartesianPoint_append_element(foreign_points, make(1, kxIfcCartesianPoint_class()));
+    kxBaseObject *polyline = make(0, kxIfcPolyline_class());
+    EXPECT_TRUE(refused("every instance of the aggregate belongs to the instance's model",
+                        [&] { kxIfcPolyline_set_Points(polyline, foreign_points); }));
+    EXPECT_EQ(kxIfcPolyline_get_Points(polyline), nullptr);
+    kxListIfcCartesianPoint_free(&foreign_points);
+
+    kxListIfcCartesianPoint *points = kxListIfcCartesianPoint_new();
+    kxListIfcCartesianPoint_append_element(points, make(0, kxIfcCartesianPoint_class()));
+    kxIfcPolyline_set_Points(polyline, points);
+    kxBaseObject *other_polyline = make(0, kxIfcPolyline_class());
+    EXPECT_TRUE(refused("the aggregate is not held by another instance or aggregate",
+                        [&] { kxIfcPolyline_set_Points(other_polyline, points); }));
+    EXPECT_EQ(kxIfcPolyline_get_Points(other_polyline), nullptr);  // freeing both models frees it once
+
+    EXPECT_TRUE(refused("kxIfcModel_count_objects(ifc_model) == 0",
+                        [&] { kxIfcModel_set_version(models_[0], KXIFCVERSION_IFC_2X3); }));
+    EXPECT_EQ(kxIfcModel_ifc_version(models_[0]), KXIFCVERSION_IFC_4);
+}
+
+TEST_F(ApiMisuseTest, IdsDoNotWrapAround) {
+    kxtest::TempDirectory directory("kxifc_ids");
+    const std::string path = directory.write(
+        "high.ifc",
+        "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\nFILE_NAME('','',(''),(''),'','','');\n"
+        "FILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n#4294967294= IFCCARTESIANPOINT((0.,0.));\nENDSEC;\n"
+        "END-ISO-10303-21;\n");
+    kxIfcModel *model = kxIfcModel_read_from_step_file(kxtest::wide(path).c_str(), 0, nullptr);
+    ASSERT_NE(model, nullptr);
+    EXPECT_TRUE(refused("ifc_model->output_id_counter < ULONG_MAX",
+                        [&] { EXPECT_EQ(kxIfcModel_dontuse_new_object(model, kxIfcCartesianPoint_class()), nullptr); }));
+    EXPECT_EQ(kxIfcModel_count_objects(model), 1u);
+    kxIfcModel_free(&model);
 }
 
 }  // namespace

@@ -126,8 +126,7 @@ TEST_F(InverseRelationsTest, ForwardAttributeHoldingSelectValues) {
     EXPECT_EQ(take(kxIfcSlab_inverse_relation_HasAssociations(make(m, kxIfcSlab_class()))), Found{});
 }
 
-// ---------------------------------------------------------------------------
-// Every exported inverse accessor, through the built shared library.
+// ---- every exported inverse accessor, through the built shared library. ----
 
 struct InverseRow {
     std::string entity, name;

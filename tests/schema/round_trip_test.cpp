@@ -2,7 +2,7 @@
 // back through an instance line. Each attribute is set to a sample of its
 // storage kind through the exported setter and read back through the
 // exported getter; the instance is written with the entity writer, the line
-// is cut into a parameter list by a small tokenizer and read into a fresh
+// is cut into a parameter list by the reader's scanner and read into a fresh
 // instance of the same class, which must be written the same way. Each
 // release's model is then exported, read back by the STEP reader without a
 // fault and exported again: the two files must be the same. The accessors of
@@ -19,15 +19,16 @@
 #include "core/baseobject.h"
 #include "core/class.h"
 #include "core/coretypes.h"
-#include "kxifc_model.h"
-#include "kxifc_schema.h"
 #include "schema/accessors.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
 #include "schema/select.h"
+#include "step/scanner.h"
 #include "support/parseparlist.h"
 #include "support/writedata.h"
 #include "support/wstring.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
 #include "kxifcmodel.h"
 #include "record_helpers.h"
 #include "test_support.h"
@@ -249,89 +250,54 @@ private:
     std::unordered_map<uint32_t, kxBaseObject *> by_output_id_;
 };
 
-// ---------------------------------------------------------------------------
-// A tokenizer for the instance lines the writer produces.
-
-kxParserParam token_text(kxParserParam (*make)(char16_t **, uint32_t, uint32_t), const std::string &text,
-                         uint32_t column) {
-    char16_t *owned = wstr_from_narrow_n(text.data(), text.size());
-    return make(&owned, 1, column);
-}
-
-// Cuts "#id= NAME(parameters);" into the list: every parameter, nested
-// groups and typed values marked by begin and end, references resolved
-// through the population, strings decoded, and a final nested end for the
-// closing parenthesis of the instance. Gives an empty text or the reason
-// the line is not one instance line.
+// Cuts "#id= NAME(parameters);" with the reader's scanner into the list:
+// every parameter, nested groups and typed values marked by begin and end,
+// references resolved through the population, strings decoded, and a final
+// nested end for the closing parenthesis of the instance. Gives an empty
+// text or the reason the line is not one instance line.
 std::string tokenize(const std::string &line, const std::string &upper_name, const Population &population,
                      kxParseParList *list) {
-    const size_t equals = line.find("= ");
-    if (line.empty() || line[0] != '#' || equals == std::string::npos) return "no line head";
-    size_t at = equals + 2;
-    if (line.compare(at, upper_name.size() + 1, upper_name + "(") != 0) return "not " + upper_name;
-    at += upper_name.size() + 1;
-    int depth = 0;
-    while (at < line.size()) {
-        const char c = line[at];
-        const uint32_t column = static_cast<uint32_t>(at);
-        if (c == ',' || c == '\n') {
-            at++;
-        } else if (c == '(') {
-            kxParseParList_append(list, kxParserParam_nested_begin(1, column));
-            depth++;
-            at++;
-        } else if (c == ')') {
-            kxParseParList_append(list, kxParserParam_nested_end(1, column));
-            at++;
-            if (depth-- == 0) break;
-        } else if (c == '$') {
-            kxParseParList_append(list, kxParserParam_null(1, column));
-            at++;
-        } else if (c == '*') {
-            kxParseParList_append(list, kxParserParam_derived(1, column));
-            at++;
-        } else if (c == '#') {
-            const size_t end = line.find_first_not_of("0123456789", at + 1);
-            const uint32_t id = static_cast<uint32_t>(std::strtoul(line.substr(at + 1, end - at - 1).c_str(), nullptr, 10));
-            kxBaseObject *instance = population.find(id);
-            if (instance == nullptr) return "unknown reference #" + std::to_string(id);
-            kxParseParList_append(list, kxParserParam_reference(id, instance, 1, column));
-            at = end;
-        } else if (c == '\'') {
-            size_t end = at + 1;
-            while (end < line.size() && (line[end] != '\'' || (end + 1 < line.size() && line[end + 1] == '\'')))
-                end += line[end] == '\'' ? 2 : 1;
-            if (end >= line.size()) return "open string";
-            char16_t *raw = wstr_from_narrow_n(line.data() + at + 1, end - at - 1);
-            char16_t *decoded = kxIfcWriteData_decode_string(raw);
-            wstr_destroy(&raw);
-            kxParseParList_append(list, kxParserParam_string(&decoded, 1, column));
-            at = end + 1;
-        } else if (c == '.' || c == '"') {
-            const size_t end = line.find(c, at + 1);
-            if (end == std::string::npos) return "open literal";
-            kxParseParList_append(list, token_text(&kxParserParam_literal, line.substr(at, end - at + 1), column));
-            at = end + 1;
-        } else if (c == '-' || (c >= '0' && c <= '9')) {
-            const size_t end = line.find_first_not_of("0123456789.E+-", at + 1);
-            const std::string number = line.substr(at, end - at);
-            if (number.find_first_of(".E") != std::string::npos)
-                kxParseParList_append(list, kxParserParam_real(std::strtod(number.c_str(), nullptr), 1, column));
-            else
-                kxParseParList_append(list, kxParserParam_integer(std::atoi(number.c_str()), 1, column));
-            at = end;
-        } else if (c >= 'A' && c <= 'Z') {
-            const size_t end = line.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_", at);
-            if (end == std::string::npos || line[end] != '(') return "typed name without value";
-            kxParseParList_append(list, token_text(&kxParserParam_typed_name, line.substr(at, end - at), column));
-            at = end;
-        } else {
-            return std::string("unexpected character '") + c + "'";
+    kx::Scanner scanner;
+    kx::scanner_init(&scanner, line.data(), line.size());
+    kx::Token token = kx::scanner_next(&scanner);
+    if (token.kind != kx::TOKEN_ENTITY_ID || kx::scanner_next(&scanner).kind != kx::TOKEN_EQUAL) return "no line head";
+    token = kx::scanner_next(&scanner);
+    if (std::string(token.text, token.length) != upper_name || kx::scanner_next(&scanner).kind != kx::TOKEN_BEGIN_PAR)
+        return "not " + upper_name;
+    for (int depth = 0; depth >= 0;) {
+        token = kx::scanner_next(&scanner);
+        const uint32_t column = token.column;
+        char16_t *text = nullptr;  // for the parameters that take their text
+        switch (token.kind) {
+        case kx::TOKEN_COMMA: break;
+        case kx::TOKEN_BEGIN_PAR: depth++; kxParseParList_append(list, kxParserParam_nested_begin(1, column)); break;
+        case kx::TOKEN_END_PAR: depth--; kxParseParList_append(list, kxParserParam_nested_end(1, column)); break;
+        case kx::TOKEN_NULL_VALUE: kxParseParList_append(list, kxParserParam_null(1, column)); break;
+        case kx::TOKEN_DERIVED_VALUE: kxParseParList_append(list, kxParserParam_derived(1, column)); break;
+        case kx::TOKEN_REAL: kxParseParList_append(list, kxParserParam_real(token.real, 1, column)); break;
+        case kx::TOKEN_INT: kxParseParList_append(list, kxParserParam_integer(token.integer, 1, column)); break;
+        case kx::TOKEN_BOOLEAN:
+        case kx::TOKEN_ENUM:
+        case kx::TOKEN_HEX:
+            text = wstr_from_narrow_n(token.text, token.length);
+            kxParseParList_append(list, kxParserParam_literal(&text, 1, column));
+            break;
+        case kx::TOKEN_TYPE_NAME:
+            text = wstr_from_narrow_n(token.text, token.length);
+            kxParseParList_append(list, kxParserParam_typed_name(&text, 1, column));
+            break;
+        case kx::TOKEN_STRING:
+            text = kx::step_string_value(token.text, token.length, false, nullptr);
+            kxParseParList_append(list, kxParserParam_string(&text, 1, column));
+            break;
+        case kx::TOKEN_ENTITY_REFERENCE:
+            if (population.find(token.id) == nullptr) return "unknown reference #" + std::to_string(token.id);
+            kxParseParList_append(list, kxParserParam_reference(token.id, population.find(token.id), 1, column));
+            break;
+        default: return "unexpected " + std::string(token.text, token.length);
         }
     }
-    if (depth != -1) return "unbalanced parentheses";
-    if (line.compare(at, std::string::npos, ";\n") != 0) return "text after the instance: " + line.substr(at);
-    return "";
+    return kx::scanner_next(&scanner).kind == kx::TOKEN_DOTCOMA ? "" : "text after the instance";
 }
 
 // ---------------------------------------------------------------------------

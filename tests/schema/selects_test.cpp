@@ -6,11 +6,11 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
-#include "kxifc_model.h"
-#include "kxifc_schema.h"
 #include "schema/engines.h"
 #include "support/parseparlist.h"
 #include "support/wstring.h"
+#include "kxifc_model.h"
+#include "kxifc_schema.h"
 #include "model_fixture.h"
 #include "record_helpers.h"
 #include "shared_library.h"
@@ -116,31 +116,25 @@ TEST_F(SelectsTest, PlainMemberOverwritesWithoutClearingWhatWasHeld) {
 }
 
 TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {
-    kxBaseObject *label = make(kxIfcPropertySingleValue_class());
-    add_string(u"Name");
-    add_unset(1);
-    add_typed(u"IFCLABEL", string_value(u"Wall"));
-    add_unset(1);
-    kx::entity_init_from_parse(label, list());
-    EXPECT_FALSE(kxParseParList_has_errors(list()));
-    kxBaseObject *value = kxIfcPropertySingleValue_get_NominalValue(label);
-    ASSERT_NE(value, nullptr);
-    EXPECT_EQ(kxIfcValue_get_type(value), 28u);
-    EXPECT_EQ(narrow(kxIfcValue_get_kxIfcLabel(value)), "Wall");
-    kxParseParList_free(&list_);
-
-    kxBaseObject *length = make(kxIfcPropertySingleValue_class());
-    add_string(u"Height");
-    add_unset(1);
-    add_typed(u"IFCLENGTHMEASURE", kxParserParam_real(2.5, 1, 0));
-    add_unset(1);
-    kx::entity_init_from_parse(length, list());
-    EXPECT_FALSE(kxParseParList_has_errors(list()));
-    value = kxIfcPropertySingleValue_get_NominalValue(length);
-    ASSERT_NE(value, nullptr);
-    EXPECT_EQ(kxIfcValue_get_type(value), 13u);
-    EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
-    kxParseParList_free(&list_);
+    for (const bool label : {true, false}) {
+        kxBaseObject *property = make(kxIfcPropertySingleValue_class());
+        add_string(u"Name");
+        add_unset(1);
+        if (label) add_typed(u"IFCLABEL", string_value(u"Wall"));
+        else add_typed(u"IFCLENGTHMEASURE", kxParserParam_real(2.5, 1, 0));
+        add_unset(1);
+        kx::entity_init_from_parse(property, list());
+        EXPECT_FALSE(kxParseParList_has_errors(list()));
+        kxBaseObject *value = kxIfcPropertySingleValue_get_NominalValue(property);
+        ASSERT_NE(value, nullptr);
+        EXPECT_EQ(kxIfcValue_get_type(value), label ? 28u : 13u);
+        if (label) {
+            EXPECT_EQ(narrow(kxIfcValue_get_kxIfcLabel(value)), "Wall");
+        } else {
+            EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
+        }
+        kxParseParList_free(&list_);
+    }
 
     // A type name that is no member: reported, the group skipped, the next
     // attribute still read.

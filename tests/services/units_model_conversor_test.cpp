@@ -8,9 +8,11 @@
 #include <vector>
 
 #include "core/class.h"
+#include "services/unitconversion.h"
+#include "support/ptrarray.h"
+#include "support/wstring.h"
 #include "kxifcmodel.h"
 #include "model_fixture.h"
-#include "services/unitconversion.h"
 #include "test_support.h"
 
 namespace {
@@ -54,6 +56,18 @@ protected:
         convert();
     }
     void convert() { kxUnitsModelConversor_apply_conversion(conversor(), model_); }
+    // A new model of the release and no conversor yet.
+    void fresh(kxIfcVersion_t release) {
+        if (conversor_ != nullptr) kxUnitsModelConversor_free(&conversor_);
+        model(release);
+    }
+    // An IfcValue holding the measure.
+    template <typename T>
+    kxBaseObject *value(void (*set)(kxIfcValue *, T), T measure) {
+        kxBaseObject *select = make(kxIfcValue_class());
+        set(select, measure);
+        return select;
+    }
 
     // ---- units ----
 
@@ -89,9 +103,7 @@ protected:
         kxIfcNamedUnit_set_UnitType(unit, unit_type(type));
         kxIfcConversionBasedUnit_set_Name(unit, name);
         kxBaseObject *measure = make(kxIfcMeasureWithUnit_class());
-        kxBaseObject *value = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcReal(value, factor);
-        kxIfcMeasureWithUnit_set_ValueComponent(measure, value);
+        kxIfcMeasureWithUnit_set_ValueComponent(measure, value(kxIfcValue_set_kxIfcReal, factor));
         kxIfcMeasureWithUnit_set_UnitComponent(measure, unit_select(base));
         kxIfcConversionBasedUnit_set_ConversionFactor(unit, measure);
         return unit;
@@ -112,11 +124,7 @@ protected:
 
     // ---- values ----
 
-    kxBaseObject *length_value(double value) {
-        kxBaseObject *select = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcLengthMeasure(select, value);
-        return select;
-    }
+    kxBaseObject *length_value(double length) { return value(kxIfcValue_set_kxIfcLengthMeasure, length); }
     kxBaseObject *single_value(kxBaseObject *value, kxBaseObject *unit = nullptr) {
         kxBaseObject *property = make(kxIfcPropertySingleValue_class());
         kxIfcPropertySingleValue_set_Name(property, u"Value");
@@ -171,18 +179,25 @@ protected:
 
 TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEveryLengthBy1000) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
-        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+        fresh(release);
+        // The first length unit wins; an absorbed dose unit (the first
+        // measure type of the tables) must not reach a plain REAL list.
+        assign({si_unit("ABSORBEDDOSEUNIT", "MILLI", "GRAY"), si_unit("LENGTHUNIT", "MILLI", "METRE"),
+                si_unit("LENGTHUNIT", "CENTI", "METRE")});
         kxBaseObject *corner = point({1000.0, 2500.0, -500.0});
         kxBaseObject *solid = extrusion(3000.0);
         kxBaseObject *unset_depth = make(kxIfcExtrudedAreaSolid_class());
         kxBaseObject *property = single_value(length_value(2500.0));
-        kxBaseObject *ratio = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcReal(ratio, 1000.0);
-        kxBaseObject *count = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcCountMeasure(count, 1000.0);
-        kxBaseObject *angle = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcPlaneAngleMeasure(angle, 90.0);
+        kxBaseObject *ratio = value(kxIfcValue_set_kxIfcReal, 1000.0);
+        kxBaseObject *count = value(kxIfcValue_set_kxIfcCountMeasure, 1000.0);
+        kxBaseObject *angle = value(kxIfcValue_set_kxIfcPlaneAngleMeasure, 90.0);
+        kxBaseObject *direction = make(kxIfcDirection_class());
+        kxArrReal *ratios = kxArrReal_new();
+        kxArrReal_add(ratios, 1000.0);
+        if (release == KXIFCVERSION_IFC_2X3)
+            kxIfcDirection_set_DirectionRatios_v2x3(direction, ratios);
+        else
+            kxArrReal_free(&ratios);
 
         convert_by_default();
 
@@ -193,43 +208,23 @@ TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEvery
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcReal(ratio), 1000.0) << "a value without a unit";
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcCountMeasure(count), 1000.0);
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcPlaneAngleMeasure(angle), 90.0) << "no angle unit is assigned";
-        kxUnitsModelConversor_free(&conversor_);
+        if (release == KXIFCVERSION_IFC_2X3) {
+            EXPECT_DOUBLE_EQ(kxArrReal_get(kxIfcDirection_get_DirectionRatios_v2x3(direction), 0), 1000.0);
+        }
     }
 }
 
-TEST_F(UnitsModelConversorTest, ListsOfPlainRealsAreNotMeasures) {
-    // A plain REAL list names no measure type: an absorbed dose unit (the
-    // first measure type of the tables) must not reach it.
-    model(KXIFCVERSION_IFC_2X3);
-    assign({si_unit("ABSORBEDDOSEUNIT", "MILLI", "GRAY"), si_unit("LENGTHUNIT", "MILLI", "METRE")});
-    kxBaseObject *direction = make(kxIfcDirection_class());
-    kxArrReal *ratios = kxArrReal_new();
-    kxArrReal_add(ratios, 0.0);
-    kxArrReal_add(ratios, 1000.0);
-    kxIfcDirection_set_DirectionRatios_v2x3(direction, ratios);
-    convert_by_default();
-    EXPECT_DOUBLE_EQ(kxArrReal_get(kxIfcDirection_get_DirectionRatios_v2x3(direction), 1), 1000.0);
-}
-
-TEST_F(UnitsModelConversorTest, ModelWithoutUnitAssignmentIsLeftUnchanged) {
+TEST_F(UnitsModelConversorTest, ModelWithoutUnitsIsLeftUnchanged) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
+        if (release == KXIFCVERSION_IFC_4) make(kxIfcUnitAssignment_class());  // an assignment without units
         kxBaseObject *corner = point({1000.0, 2000.0});
         kxBaseObject *own_unit = single_value(length_value(2500.0), si_unit("LENGTHUNIT", "MILLI", "METRE"));
         kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
         convert_by_default();
         EXPECT_EQ(coordinates(corner), (std::vector<double>{1000.0, 2000.0}));
         EXPECT_DOUBLE_EQ(nominal_length(own_unit), 2500.0);
-        kxUnitsModelConversor_free(&conversor_);
     }
-}
-
-TEST_F(UnitsModelConversorTest, AssignmentWithoutUnitsIsLeftUnchanged) {
-    model(KXIFCVERSION_IFC_4);
-    make(kxIfcUnitAssignment_class());
-    kxBaseObject *solid = extrusion(3000.0);
-    convert_by_default();
-    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3000.0);
 }
 
 // ---- scales of SI units ----
@@ -238,27 +233,22 @@ TEST_F(UnitsModelConversorTest, AssignmentWithoutUnitsIsLeftUnchanged) {
 // by their prefix and name.
 TEST_F(UnitsModelConversorTest, SIUnitsScaleByTheirPrefixAndName) {
     struct Case {
-        const char *type;
-        const char *prefix;
-        const char *name;
+        const char *type, *prefix, *name;
         double factor;
     };
     const Case cases[] = {
         {"AREAUNIT", "CENTI", "SQUARE_METRE", 1e-4}, {"VOLUMEUNIT", "MILLI", "CUBIC_METRE", 1e-9},
         {"MASSUNIT", nullptr, "GRAM", 0.001},         {"MASSUNIT", "KILO", "GRAM", 1.0},
         {"AREAUNIT", nullptr, "SQUARE_METRE", 1.0},   {"VOLUMEUNIT", "DECI", "CUBIC_METRE", 1e-3},
-        {"LENGTHUNIT", "EXA", "METRE", 1e18},         {"LENGTHUNIT", "PETA", "METRE", 1e15},
-        {"LENGTHUNIT", "TERA", "METRE", 1e12},        {"LENGTHUNIT", "GIGA", "METRE", 1e9},
-        {"LENGTHUNIT", "MEGA", "METRE", 1e6},         {"LENGTHUNIT", "KILO", "METRE", 1e3},
-        {"LENGTHUNIT", "HECTO", "METRE", 1e2},        {"LENGTHUNIT", "DECA", "METRE", 1e1},
-        {"LENGTHUNIT", "DECI", "METRE", 1e-1},        {"LENGTHUNIT", "CENTI", "METRE", 1e-2},
-        {"LENGTHUNIT", "MILLI", "METRE", 1e-3},       {"LENGTHUNIT", "MICRO", "METRE", 1e-6},
-        {"LENGTHUNIT", "NANO", "METRE", 1e-9},        {"LENGTHUNIT", "PICO", "METRE", 1e-12},
-        {"LENGTHUNIT", "FEMTO", "METRE", 1e-15},      {"LENGTHUNIT", "ATTO", "METRE", 1e-18},
     };
+    std::vector<Case> all(std::begin(cases), std::end(cases));
+    const char *prefixes[] = {"ATTO", "FEMTO", "PICO", "NANO", "MICRO", "MILLI", "CENTI", "DECI",
+                              "DECA", "HECTO", "KILO", "MEGA", "GIGA", "TERA", "PETA", "EXA"};
+    const int powers[] = {-18, -15, -12, -9, -6, -3, -2, -1, 1, 2, 3, 6, 9, 12, 15, 18};
+    for (int i = 0; i < 16; i++) all.push_back({"LENGTHUNIT", prefixes[i], "METRE", std::pow(10.0, powers[i])});
     for (kxIfcVersion_t release : kReleases) {
-        for (const Case &c : cases) {
-            model(release);
+        for (const Case &c : all) {
+            fresh(release);
             assign({si_unit(c.type, c.prefix, c.name)});
             kxBaseObject *area = make(kxIfcQuantityArea_class());
             kxIfcQuantityArea_set_AreaValue(area, 1.0);
@@ -274,17 +264,8 @@ TEST_F(UnitsModelConversorTest, SIUnitsScaleByTheirPrefixAndName) {
                                : type == "MASSUNIT"   ? kxIfcQuantityWeight_get_WeightValue(weight)
                                                       : kxIfcExtrudedAreaSolid_get_Depth(solid);
             EXPECT_NEAR(got, c.factor, c.factor * 1e-12) << c.type << " " << (c.prefix ? c.prefix : "") << c.name;
-            kxUnitsModelConversor_free(&conversor_);
         }
     }
-}
-
-TEST_F(UnitsModelConversorTest, FirstUnitOfATypeWins) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("LENGTHUNIT", "MILLI", "METRE"), si_unit("LENGTHUNIT", "CENTI", "METRE")});
-    kxBaseObject *solid = extrusion(3000.0);
-    convert_by_default();
-    EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 3.0);
 }
 
 // ---- handlers ----
@@ -316,9 +297,7 @@ TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
     kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("USERDEFINED"), nullptr, &plus_one);
     EXPECT_TRUE(asserts().saw("derived_unit_user_defined_name != NULL"));
     kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("MASSDENSITYUNIT"), nullptr, nullptr);
-    EXPECT_TRUE(asserts().saw("(derived_unit_handler) != NULL"));
-
-    asserts().clear();
+    EXPECT_TRUE(reported("(derived_unit_handler) != NULL"));
     kxUnitsModelConversor_apply_conversion(conversor(), nullptr);
     EXPECT_TRUE(asserts().saw("(ifc_model) != NULL"));
     kxUnitsModelConversor_apply_conversion(nullptr, nullptr);
@@ -351,11 +330,10 @@ TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
                          kxIfcConversionBasedUnitWithOffset_class());
     kxIfcConversionBasedUnitWithOffset_set_ConversionOffset_v4(fahrenheit, 255.37222222222223);
     assign({fahrenheit});
-    kxBaseObject *value = make(kxIfcValue_class());
-    kxIfcValue_set_kxIfcThermodynamicTemperatureMeasure(value, 32.0);
-    single_value(value);
+    kxBaseObject *temperature = value(kxIfcValue_set_kxIfcThermodynamicTemperatureMeasure, 32.0);
+    single_value(temperature);
     convert_by_default();
-    EXPECT_NEAR(kxIfcValue_get_kxIfcThermodynamicTemperatureMeasure(value), 273.15, 1e-9);
+    EXPECT_NEAR(kxIfcValue_get_kxIfcThermodynamicTemperatureMeasure(temperature), 273.15, 1e-9);
 }
 
 TEST_F(UnitsModelConversorTest, UnitsThatDefineThemselvesStopAtTheRecursionLimit) {
@@ -373,7 +351,7 @@ TEST_F(UnitsModelConversorTest, UnitsThatDefineThemselvesStopAtTheRecursionLimit
 
 TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsWithExponents) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
         // g/cm3: 1 g/cm3 = 1000 kg/m3.
         kxBaseObject *density = derived("MASSDENSITYUNIT", {{si_unit("MASSUNIT", nullptr, "GRAM"), 1},
                                                              {si_unit("LENGTHUNIT", "CENTI", "METRE"), -3}});
@@ -381,16 +359,13 @@ TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsWithExponents) {
         kxBaseObject *velocity = derived("LINEARVELOCITYUNIT", {{si_unit("LENGTHUNIT", "MILLI", "METRE"), 1},
                                                                  {si_unit("TIMEUNIT", nullptr, "SECOND"), -1}});
         assign({density, velocity});
-        kxBaseObject *mass_density = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcMassDensityMeasure(mass_density, 2.5);
-        kxBaseObject *speed = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcLinearVelocityMeasure(speed, 1500.0);
+        kxBaseObject *mass_density = value(kxIfcValue_set_kxIfcMassDensityMeasure, 2.5);
+        kxBaseObject *speed = value(kxIfcValue_set_kxIfcLinearVelocityMeasure, 1500.0);
         kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("LINEARVELOCITYUNIT"), nullptr,
                                                           &times_ten);
         convert_by_default();
         EXPECT_NEAR(kxIfcValue_get_kxIfcMassDensityMeasure(mass_density), 2500.0, 1e-9);
         EXPECT_NEAR(kxIfcValue_get_kxIfcLinearVelocityMeasure(speed), 15.0, 1e-12) << "1.5 m/s, then the handler";
-        kxUnitsModelConversor_free(&conversor_);
     }
 }
 
@@ -398,23 +373,19 @@ TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsWithExponents) {
 
 TEST_F(UnitsModelConversorTest, IntegerMeasuresAreTruncatedTowardZero) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
         // A count per tenth of a second: 29 of them are 2.9 per second.
         kxBaseObject *rate =
             derived("INTEGERCOUNTRATEUNIT", {{si_unit("FREQUENCYUNIT", "DECI", "HERTZ"), 1}});
         assign({rate});
-        kxBaseObject *positive = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcIntegerCountRateMeasure(positive, 29);
-        kxBaseObject *negative = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcIntegerCountRateMeasure(negative, -29);
-        kxBaseObject *whole = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcIntegerCountRateMeasure(whole, 30);
+        kxBaseObject *positive = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, 29);
+        kxBaseObject *negative = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, -29);
+        kxBaseObject *whole = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, 30);
         single_value(positive);
         convert_by_default();
         EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(positive), 2) << "2.9 becomes 2, not 3";
         EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(negative), -2);
         EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(whole), 3);
-        kxUnitsModelConversor_free(&conversor_);
     }
 }
 
@@ -422,7 +393,7 @@ TEST_F(UnitsModelConversorTest, IntegerMeasuresAreTruncatedTowardZero) {
 
 TEST_F(UnitsModelConversorTest, PropertySingleValueConvertsUnderItsOwnUnit) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
         assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
         kxBaseObject *in_model_units = single_value(length_value(2500.0));
         kxBaseObject *in_metres = single_value(length_value(2.5), si_unit("LENGTHUNIT", nullptr, "METRE"));
@@ -432,13 +403,12 @@ TEST_F(UnitsModelConversorTest, PropertySingleValueConvertsUnderItsOwnUnit) {
         EXPECT_DOUBLE_EQ(nominal_length(in_metres), 2.5) << "converted once, under its own unit";
         EXPECT_DOUBLE_EQ(nominal_length(in_centimetres), 2.5);
         EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
-        kxUnitsModelConversor_free(&conversor_);
     }
 }
 
 TEST_F(UnitsModelConversorTest, EveryKindOfPropertyWithAUnitConvertsUnderIt) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
         assign({si_unit("LENGTHUNIT", nullptr, "METRE")});
         kxBaseObject *bounded = make(kxIfcPropertyBoundedValue_class());
         kxBaseObject *upper = length_value(3000.0);
@@ -470,13 +440,12 @@ TEST_F(UnitsModelConversorTest, EveryKindOfPropertyWithAUnitConvertsUnderIt) {
         EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyListValue_get_ListValues(list), 0), 1.0);
         EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefiningValues(table), 0), 1.0);
         EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefinedValues(table), 0), 1.0);
-        kxUnitsModelConversor_free(&conversor_);
     }
 }
 
 TEST_F(UnitsModelConversorTest, TimeSeriesConvertTheirValuesAndTimeStepUnderTheirUnit) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
         assign({si_unit("TIMEUNIT", nullptr, "SECOND")});
         kxBaseObject *series = make(kxIfcRegularTimeSeries_class());
         kxIfcRegularTimeSeries_set_TimeStep(series, 60.0);
@@ -500,7 +469,6 @@ TEST_F(UnitsModelConversorTest, TimeSeriesConvertTheirValuesAndTimeStepUnderThei
         EXPECT_DOUBLE_EQ(length_at(kxIfcTimeSeriesValue_get_ListValues(sample), 0), 1.5);
         EXPECT_DOUBLE_EQ(kxIfcRegularTimeSeries_get_TimeStep(series), 0.06) << "under the series' unit, as it is";
         EXPECT_DOUBLE_EQ(length_at(kxIfcIrregularTimeSeriesValue_get_ListValues(irregular_sample), 0), 1.5);
-        kxUnitsModelConversor_free(&conversor_);
     }
 }
 
@@ -532,7 +500,7 @@ TEST_F(UnitsModelConversorTest, TableColumnsWithAUnitConvertTheirCellsInFullRows
 
 TEST_F(UnitsModelConversorTest, QuantityAndMeasureWithTheirOwnUnitConvertUnderIt) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
         assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
         kxBaseObject *quantity = make(kxIfcQuantityLength_class());
         kxIfcQuantityLength_set_LengthValue(quantity, 250.0);
@@ -547,7 +515,6 @@ TEST_F(UnitsModelConversorTest, QuantityAndMeasureWithTheirOwnUnitConvertUnderIt
         EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(quantity), 2.5);
         EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(global), 0.25);
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
-        kxUnitsModelConversor_free(&conversor_);
     }
 }
 
@@ -555,7 +522,7 @@ TEST_F(UnitsModelConversorTest, QuantityAndMeasureWithTheirOwnUnitConvertUnderIt
 
 TEST_F(UnitsModelConversorTest, MonetaryValuesGoThroughTheMonetaryHandlerWithTheirCurrency) {
     for (kxIfcVersion_t release : kReleases) {
-        model(release);
+        fresh(release);
         kxBaseObject *euro = make(kxIfcMonetaryUnit_class());
         if (release == KXIFCVERSION_IFC_4)
             kxIfcMonetaryUnit_set_Currency_v4(euro, u"EUR");
@@ -563,8 +530,7 @@ TEST_F(UnitsModelConversorTest, MonetaryValuesGoThroughTheMonetaryHandlerWithThe
             kxIfcMonetaryUnit_set_Currency_v2x3(
                 euro, kxtest::enum_member(kxIfcCurrencyEnum_has_value, kxIfcCurrencyEnum_to_string, "EUR"));
         assign({euro});
-        kxBaseObject *price = make(kxIfcValue_class());
-        kxIfcValue_set_kxIfcMonetaryMeasure(price, 12.5);
+        kxBaseObject *price = value(kxIfcValue_set_kxIfcMonetaryMeasure, 12.5);
 
         convert_by_default();
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcMonetaryMeasure(price), 12.5) << "the default leaves money alone";
@@ -573,7 +539,6 @@ TEST_F(UnitsModelConversorTest, MonetaryValuesGoThroughTheMonetaryHandlerWithThe
         kxUnitsModelConversor_set_monetary_unit_handler(conversor(), &to_cents);
         convert();
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcMonetaryMeasure(price), 1250.0);
-        kxUnitsModelConversor_free(&conversor_);
     }
 }
 
@@ -651,6 +616,178 @@ TEST_F(UnitsModelConversorTest, MeasurableTypesAreTheMeasuresWithAUnit) {
         EXPECT_TRUE(type.kind == kx::SLOT_REAL || type.kind == kx::SLOT_INTEGER) << narrow(type.name);
     }
     EXPECT_EQ(measurable, kx::KXMEASURABLETYPE_NUM_VALUES);
+}
+
+// Conversion handles (linear, power, composed, chained), unit conversions
+// with their callbacks and ordering, and the manager that forwards to the
+// conversor's callbacks.
+using namespace kx;
+
+class UnitConversionTest : public kxtest::LibraryTest {};
+
+kxUnitConversionHandle *linear(double factor, double offset) {
+    return unitconvhandle_new_linear(factor, offset, nullptr, nullptr);
+}
+
+PtrArray *handles(std::initializer_list<kxUnitConversionHandle *> items) {
+    PtrArray *array = ptrarray_create(0);
+    for (kxUnitConversionHandle *item : items) ptrarray_append(array, item);
+    return array;
+}
+
+// ---- handles ----
+
+TEST_F(UnitConversionTest, LinearHandleWithSubHandlersIgnoresItsOwnFactorAndOffset) {
+    PtrArray *parts = handles({linear(3.0, 0.0)});
+    kxUnitConversionHandle *base = linear(1.0, 1.0);
+    kxUnitConversionHandle *handle = unitconvhandle_new_linear(100.0, 50.0, &parts, &base);
+    EXPECT_EQ(parts, nullptr);
+    EXPECT_EQ(base, nullptr);
+    EXPECT_DOUBLE_EQ(unitconvhandle_apply(handle, 2.0), 7.0) << "2 x 3, then the base + 1";
+    unitconvhandle_destroy(&handle);
+}
+
+TEST_F(UnitConversionTest, ChainingAHandleTwiceIsReported) {
+    expect_reports();
+    kxUnitConversionHandle *handle = linear(2.0, 0.0);
+    kxUnitConversionHandle *first = linear(1.0, 1.0);
+    kxUnitConversionHandle *second = linear(100.0, 0.0);
+    unitconvhandle_set_base(handle, &first);
+    unitconvhandle_set_base(handle, &second);
+    EXPECT_TRUE(asserts().saw("handle->base_conversion_handler == NULL"));
+    EXPECT_EQ(second, nullptr) << "taken over all the same";
+    EXPECT_DOUBLE_EQ(unitconvhandle_apply(handle, 3.0), 600.0) << "the second base replaced the first";
+    unitconvhandle_destroy(&handle);
+}
+
+TEST_F(UnitConversionTest, MisuseOfHandlesIsReported) {
+    expect_reports();
+    PtrArray *nothing = ptrarray_create(0);
+    kxUnitConversionHandle *empty = unitconvhandle_new_composed(&nothing);
+    EXPECT_DOUBLE_EQ(unitconvhandle_apply(empty, 4.0), 4.0);
+    EXPECT_TRUE(asserts().saw("num_handlers > 0"));
+    unitconvhandle_destroy(&empty);
+
+    EXPECT_DOUBLE_EQ(unitconvhandle_apply(nullptr, 4.0), 4.0);
+    EXPECT_TRUE(reported("(handle) != NULL"));
+    kxUnitConversionHandle *none = nullptr;
+    unitconvhandle_destroy(&none);
+    EXPECT_TRUE(asserts().saw("(*handle) != NULL"));
+    unitconvhandle_destroy(nullptr);
+    EXPECT_TRUE(asserts().saw("(handle) != NULL"));
+}
+
+// ---- unit conversions ----
+
+std::u16string g_last_currency;  // set by the monetary handler of one test
+double record_cents(double value, const char16_t *currency) {
+    g_last_currency = currency != nullptr ? currency : u"<null>";
+    return value * 100.0;
+}
+
+TEST_F(UnitConversionTest, MisuseOfUnitConversionsIsReported) {
+    expect_reports();
+    kxUnitConversion *without_handle = unitconversion_new_named(1, nullptr, nullptr);
+    EXPECT_TRUE(asserts().saw("(unit_handle_to_ifc_basic_unit) != NULL"));
+    EXPECT_DOUBLE_EQ(unitconversion_apply(without_handle, 2.0), 2.0);
+    unitconversion_destroy(&without_handle);
+
+    WideString currency = wstr_copy(u"USD");
+    kxUnitConversion *monetary = unitconversion_new_monetary(&currency, nullptr);
+    EXPECT_DOUBLE_EQ(unitconversion_apply(monetary, 2.0), 2.0);
+    EXPECT_TRUE(asserts().saw("unit_conversion->func_custom_monetary_unit_handler != NULL"));
+    unitconversion_destroy(&monetary);
+
+    asserts().clear();
+    kxUnitConversionHandle *handle = linear(1.0, 0.0);
+    kxUnitConversion *strange = unitconversion_new_named(1, &handle, nullptr);
+    strange->type = 9;
+    EXPECT_DOUBLE_EQ(unitconversion_apply(strange, 2.0), 2.0);
+    EXPECT_TRUE(asserts().saw("")) << "an unknown type is a default that must not be reached";
+    unitconversion_destroy(&strange);
+
+    asserts().clear();
+    EXPECT_DOUBLE_EQ(unitconversion_apply(nullptr, 2.0), 2.0);
+    EXPECT_TRUE(asserts().saw("(unit_conversion) != NULL"));
+    kxUnitConversion *none = nullptr;
+    unitconversion_destroy(&none);
+    EXPECT_TRUE(asserts().saw("(*unit_conversion) != NULL"));
+}
+
+TEST_F(UnitConversionTest, ConversionsAreOrderedByUnitIdentity) {
+    kxUnitConversionHandle *h1 = linear(1.0, 0.0);
+    kxUnitConversionHandle *h2 = linear(1.0, 0.0);
+    kxUnitConversionHandle *h3 = linear(1.0, 0.0);
+    kxUnitConversion *length = unitconversion_new_named(16, &h1, nullptr);
+    kxUnitConversion *area = unitconversion_new_named(3, &h2, nullptr);
+    kxUnitConversion *velocity = unitconversion_new_derived(8, &h3, nullptr);
+
+    EXPECT_GT(unitconversion_compare(length, area), 0);
+    EXPECT_LT(unitconversion_compare(area, length), 0);
+    EXPECT_EQ(unitconversion_compare(length, length), 0);
+    const uint32_t sixteen = 16, three = 3, eight = 8, nine = 9;
+    EXPECT_EQ(unitconversion_compare_with_named_unit(length, &sixteen), 0);
+    EXPECT_GT(unitconversion_compare_with_named_unit(length, &three), 0);
+    EXPECT_EQ(unitconversion_compare_with_derived_unit(velocity, &eight), 0);
+    EXPECT_LT(unitconversion_compare_with_derived_unit(velocity, &nine), 0);
+    EXPECT_EQ(unitconversion_key(length), 16u);
+    EXPECT_EQ(unitconversion_key(velocity), 8u);
+
+    unitconversion_destroy(&length);
+    unitconversion_destroy(&area);
+    unitconversion_destroy(&velocity);
+}
+
+TEST_F(UnitConversionTest, OrderingMixedOrMonetaryConversionsIsReported) {
+    expect_reports();
+    kxUnitConversionHandle *h1 = linear(1.0, 0.0);
+    kxUnitConversionHandle *h2 = linear(1.0, 0.0);
+    kxUnitConversion *named = unitconversion_new_named(16, &h1, nullptr);
+    kxUnitConversion *derived = unitconversion_new_derived(16, &h2, nullptr);
+    WideString currency = wstr_copy(u"EUR");
+    kxUnitConversion *monetary = unitconversion_new_monetary(&currency, &record_cents);
+
+    unitconversion_compare(named, derived);
+    EXPECT_TRUE(reported("unit_id1->type == unit_id2->type"));
+    unitconversion_compare(monetary, monetary);
+    EXPECT_TRUE(asserts().saw("")) << "monetary conversions have no order";
+    asserts().clear();
+    unitconversion_compare(named, nullptr);
+    EXPECT_TRUE(asserts().saw("(unit_conversion2) != NULL"));
+    unitconversion_compare(nullptr, named);
+    EXPECT_TRUE(asserts().saw("(unit_conversion1) != NULL"));
+    unitconversion_compare_with_named_unit(named, nullptr);
+    EXPECT_TRUE(asserts().saw("(ifc_si_unit_name) != NULL"));
+    unitconversion_compare_with_derived_unit(derived, nullptr);
+    EXPECT_TRUE(asserts().saw("(ifc_derived_unit_enum) != NULL"));
+
+    unitconversion_destroy(&named);
+    unitconversion_destroy(&derived);
+    unitconversion_destroy(&monetary);
+}
+
+// ---- manager ----
+
+TEST_F(UnitConversionTest, ManagerWithoutCallbacksReportsAndLeavesValues) {
+    expect_reports();
+    kxUnitConvManager *manager = unitconvmngr_new(nullptr, nullptr, nullptr, nullptr);
+    unitconvmngr_force_conversion_with_unit(manager, nullptr);
+    EXPECT_TRUE(asserts().saw("(manager->func_force_conversion_with_unit) != NULL"));
+    double converted = 0.0;
+    unitconvmngr_apply_conversion_double(manager, 0, 2.5, &converted);
+    EXPECT_TRUE(asserts().saw("(manager->func_apply_conversion_double) != NULL"));
+    EXPECT_DOUBLE_EQ(converted, 2.5);
+    int32_t value = 7;
+    unitconvmngr_apply_conversion_long(manager, 0, &value);
+    EXPECT_TRUE(asserts().saw("(manager->func_apply_conversion_long) != NULL"));
+    EXPECT_EQ(value, 7);
+    unitconvmngr_destroy(&manager);
+
+    asserts().clear();
+    unitconvmngr_force_conversion_with_unit(nullptr, nullptr);
+    EXPECT_TRUE(asserts().saw("(manager) != NULL"));
+    unitconvmngr_destroy(&manager);
+    EXPECT_TRUE(asserts().saw("(*manager) != NULL"));
 }
 
 }  // namespace

@@ -1,18 +1,20 @@
 // Exporting a model to a file: the exact text of a small model, the
 // temporary file and the replaced target, the written flags, the header
 // record after an export, and reports for inconsistent instances.
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
 
 #include "core/baseobject.h"
+#include "model/headerio.h"
+#include "model/model.h"
 #include "kxifc_header.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
-#include "model/headerio.h"
-#include "model/model.h"
 #include "model_fixture.h"
 #include "test_support.h"
 
@@ -153,20 +155,55 @@ TEST_F(ExportTest, ExistingTargetIsReplacedAndStaleTemporaryOverwritten) {
     EXPECT_FALSE(exists(directory_.file("wall.ifctmp")));
 }
 
-TEST_F(ExportTest, UnopenableTemporaryFileWritesNothing) {
-    build_wall_and_property();
-    export_as("wall", directory_.file("missing-folder"));
-    EXPECT_FALSE(exists(directory_.file("missing-folder")));
-
-    // The temporary name taken by a folder: the target stays as it was.
+// An export that cannot be completed says so, leaves an existing target as
+// it was and leaves no temporary file behind.
+TEST_F(ExportTest, AFailedExportLeavesTheTargetAndNoTrace) {
+    for (int i = 0; i < 2000; i++) make(kxIfcCartesianPoint_class());
+    const auto export_with_status = [this](const char *name, const std::string &folder) {
+        return kxIfcModel_export_with_status(model_, wide(name).c_str(), wide(folder).c_str());
+    };
     directory_.write("kept.ifc", "kept");
-    ASSERT_EQ(mkdir(directory_.file("kept.ifctmp").c_str(), 0700), 0);
-    export_as("kept");
+    std::filesystem::create_directory(directory_.file("folder.ifc"));
+    ASSERT_EQ(mkdir(directory_.file("taken.ifctmp").c_str(), 0700), 0);
+    const struct {
+        const char *name;
+        std::string directory;
+        kxExportStatus status;
+    } cases[] = {
+        {"", directory_.path(), KX_EXPORT_BAD_NAME},
+        {"..", directory_.path(), KX_EXPORT_BAD_NAME},
+        {"../escaped", directory_.path(), KX_EXPORT_BAD_NAME},
+        {"folder", directory_.path(), KX_EXPORT_CANNOT_REPLACE},
+        {"kept", directory_.file("missing"), KX_EXPORT_CANNOT_CREATE},
+        {"taken", directory_.path(), KX_EXPORT_CANNOT_REPLACE},  // the temporary name is a folder
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(export_with_status(c.name, c.directory), c.status);
+        EXPECT_EQ(kxIfcModel_last_export_status(model_), c.status);
+        EXPECT_NE(std::string(kxExportStatus_message(c.status)), "");
+    }
+    EXPECT_FALSE(exists(directory_.file("missing")));
+    EXPECT_TRUE(std::filesystem::is_directory(directory_.file("taken.ifctmp")));
+    EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(kxIfcModel_get_header(model_))), "") << "the header is untouched";
+    // A file-size limit stops the writing half-way.
+    struct rlimit old_limit;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old_limit), 0);
+    struct rlimit small = old_limit;
+    small.rlim_cur = 4096;
+    auto *old_handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const kxExportStatus limited = export_with_status("kept", directory_.path());
+    setrlimit(RLIMIT_FSIZE, &old_limit);
+    std::signal(SIGXFSZ, old_handler);
+    EXPECT_EQ(limited, KX_EXPORT_WRITE_FAILED);
     EXPECT_EQ(read_file(directory_.file("kept.ifc")), "kept");
-    EXPECT_TRUE(std::filesystem::is_directory(directory_.file("kept.ifctmp")));
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory_.path()))
+        EXPECT_NE(entry.path().filename(), "kept.ifctmp");
     expect_nothing_written();
-    const std::string header_stamp = narrow(kxIfcHeader_get_file_schema(kxIfcModel_get_header(model_)));
-    EXPECT_EQ(header_stamp, "") << "the header record is untouched";
+    // Without the limit the same export replaces the file.
+    EXPECT_EQ(export_with_status("kept", directory_.path()), KX_EXPORT_OK);
+    EXPECT_NE(read_file(directory_.file("kept.ifc")).find("IFCCARTESIANPOINT"), std::string::npos);
 }
 
 // ---- reports ----

@@ -2,16 +2,18 @@
 // from files (each entity optional, string lists in all their forms, the
 // implementation level, malformed and truncated sections), and the release
 // a file declares, also for the sample files.
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <string>
 
-#include "kxifc_header.h"
 #include "model/header.h"
 #include "model/headerio.h"
-#include "support/writedata.h"
+#include "support/memory.h"
 #include "support/valuearray.h"
+#include "support/writedata.h"
 #include "support/wstring.h"
+#include "kxifc_header.h"
 #include "record_helpers.h"
 #include "test_support.h"
 
@@ -125,65 +127,57 @@ TEST_F(HeaderSectionTest, UndefinedReleaseIsReported) {
 
 // ---- reading ----
 
-TEST_F(HeaderSectionTest, StringListFormsAndDollars) {
+TEST_F(HeaderSectionTest, StringListFormsDollarsKeywordCaseAndComments) {
     ASSERT_TRUE(read_body(
         "FILE_DESCRIPTION (($, 'a', $), '2;1') ;\n"
         "FILE_NAME ($, $, (), ($), 'pre', $, ('x', 'y'));\n"
         "FILE_SCHEMA (('IFC2X3'));\n"));
     ASSERT_EQ(kx::wstrarray_count(header_->description_data), 1u);
     EXPECT_EQ(item(header_->description_data, 0), "a");
-    EXPECT_EQ(narrow(header_->file_name), "");
     EXPECT_NE(header_->file_name, nullptr);
-    EXPECT_EQ(narrow(header_->time_stamp), "");
+    EXPECT_EQ(narrow(header_->file_name) + "|" + narrow(header_->time_stamp) + "|" +
+                  narrow(header_->originating_system),
+              "||");
     EXPECT_EQ(kx::wstrarray_count(header_->author_data), 0u);
     EXPECT_EQ(kx::wstrarray_count(header_->organization_data), 0u);
-    EXPECT_EQ(narrow(header_->originating_system), "");
     ASSERT_EQ(kx::wstrarray_count(header_->authorization_data), 2u);
     EXPECT_EQ(item(header_->authorization_data, 1), "y");
-}
-
-TEST_F(HeaderSectionTest, AuthorizationAsOneStringIsAOneItemList) {
-    ASSERT_TRUE(read_body("FILE_NAME('n','t',('a'),('o'),'p','s','Nobody');\n"));
-    ASSERT_EQ(kx::wstrarray_count(header_->authorization_data), 1u);
-    EXPECT_EQ(item(header_->authorization_data, 0), "Nobody");
-    ASSERT_TRUE(read_body("FILE_NAME('n','t',('a'),('o'),'p','s',$);\n"));
-    ASSERT_EQ(kx::wstrarray_count(header_->authorization_data), 1u);
-    EXPECT_EQ(item(header_->authorization_data, 0), "");
-}
-
-TEST_F(HeaderSectionTest, KeywordsIgnoreCaseAndCommentsAreSkipped) {
+    // The authorization as one string, or "$", is a one-item list.
+    for (const std::string authorization : {"Nobody", ""}) {
+        const std::string value = authorization.empty() ? "$" : "'" + authorization + "'";
+        ASSERT_TRUE(read_body("FILE_NAME('n','t',('a'),('o'),'p','s'," + value + ");\n"));
+        ASSERT_EQ(kx::wstrarray_count(header_->authorization_data), 1u);
+        EXPECT_EQ(item(header_->authorization_data, 0), authorization);
+    }
     ASSERT_TRUE(read("ISO-10303-21;\n/* a comment; HEADER; */ header;\r\n/* produced by */\r\n"
                      "file_description(('d'),'2;1');\r\nfile_schema(('ifc4'));\r\nendsec;\r\n"));
     EXPECT_EQ(narrow(header_->file_schema), "ifc4");
 }
 
+// Which members of the record are there: D(escription) N(ame) T(ime stamp)
+// A(uthor) O(rganization) S(ystem) Z (authorization) F(ile schema).
+std::string present(const kxIfcHeader *header) {
+    std::string result;
+    const void *members[] = {header->description_data, header->file_name,         header->time_stamp,
+                             header->author_data,      header->organization_data, header->originating_system,
+                             header->authorization_data, header->file_schema};
+    for (int i = 0; i < 8; i++)
+        if (members[i] != nullptr) result += "DNTAOSZF"[i];
+    return result;
+}
+
 TEST_F(HeaderSectionTest, EachEntityIsOptional) {
-    ASSERT_TRUE(read_body(""));
-    EXPECT_EQ(header_->description_data, nullptr);
-    EXPECT_EQ(header_->file_name, nullptr);
-    EXPECT_EQ(header_->time_stamp, nullptr);
-    EXPECT_EQ(header_->author_data, nullptr);
-    EXPECT_EQ(header_->organization_data, nullptr);
-    EXPECT_EQ(header_->originating_system, nullptr);
-    EXPECT_EQ(header_->authorization_data, nullptr);
-    EXPECT_EQ(header_->file_schema, nullptr);
-
-    // Without FILE_DESCRIPTION: no implementation level, nothing to refuse.
-    ASSERT_TRUE(read_body("FILE_NAME('n','t',(''),(''),'p','s','');\nFILE_SCHEMA(('IFC4'));\n"));
-    EXPECT_EQ(header_->description_data, nullptr);
-    EXPECT_EQ(narrow(header_->file_name), "n");
-    EXPECT_EQ(narrow(header_->file_schema), "IFC4");
-
-    ASSERT_TRUE(read_body("FILE_DESCRIPTION(('d'),'2;1');\nFILE_SCHEMA(('IFC4'));\n"));
-    EXPECT_EQ(header_->file_name, nullptr);
-    EXPECT_EQ(header_->author_data, nullptr);
-    EXPECT_EQ(header_->authorization_data, nullptr);
-    ASSERT_EQ(kx::wstrarray_count(header_->description_data), 1u);
-
-    ASSERT_TRUE(read_body("FILE_DESCRIPTION(('d'),'2;1');\nFILE_NAME('n','t',(''),(''),'p','s','');\n"));
-    EXPECT_EQ(header_->file_schema, nullptr);
-    EXPECT_EQ(narrow(header_->file_name), "n");
-
+    const std::pair<const char *, const char *> cases[] = {
+        {"", ""},
+        // Without FILE_DESCRIPTION: no implementation level, nothing to refuse.
+        {"FILE_NAME('n','t',(''),(''),'p','s','');\nFILE_SCHEMA(('IFC4'));\n", "NTAOSZF"},
+        {"FILE_DESCRIPTION(('d'),'2;1');\nFILE_SCHEMA(('IFC4'));\n", "DF"},
+        {"FILE_DESCRIPTION(('d'),'2;1');\nFILE_NAME('n','t',(''),(''),'p','s','');\n", "DNTAOSZ"},
+    };
+    for (const auto &[body, members] : cases) {
+        ASSERT_TRUE(read_body(body)) << body;
+        EXPECT_EQ(present(header_), members) << body;
+    }
     // The public getters give NULL for what is absent.
     ASSERT_TRUE(read_body(""));
     EXPECT_EQ(kxIfcHeader_get_file_name(header_), nullptr);
@@ -355,6 +349,85 @@ TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
     if (kx::header_read_section(path.c_str(), &header_)) {
         EXPECT_EQ(narrow(header_->file_name), "test.ifc");
     }
+}
+
+std::u16string text(const kxWChar *value) { return value != nullptr ? std::u16string(value) : u"<NULL>"; }
+
+TEST_F(HeaderSectionTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString) {
+    header_ = kxIfcHeader_new_empty_header();
+    const kxWChar *empty = kxIfcHeader_get_author_field(header_, 0);
+    char16_t author[] = u"Ann";
+    kxIfcHeader_add_to_author(header_, author);
+    kxIfcHeader_add_to_author(header_, u"Bob");
+    author[0] = u'X';
+    kxIfcHeader_add_to_organization(header_, u"Acme");
+    kxIfcHeader_add_to_authorization(header_, u"ok");
+    kxIfcHeader_add_to_description(header_, u"desc");
+    ASSERT_EQ(kxIfcHeader_author_fields_count(header_), 2u);
+    EXPECT_EQ(text(kxIfcHeader_get_author_field(header_, 0)), u"Ann");
+    EXPECT_EQ(text(kxIfcHeader_get_author_field(header_, 1)), u"Bob");
+    EXPECT_EQ(text(kxIfcHeader_get_organization_field(header_, 0)), u"Acme");
+    EXPECT_EQ(text(kxIfcHeader_get_authorization_field(header_, 0)), u"ok");
+    EXPECT_EQ(text(kxIfcHeader_get_description_field(header_, 0)), u"desc");
+    EXPECT_EQ(kxIfcHeader_organization_fields_count(header_), 1u);
+    // At or past the count: one shared static string, nothing reported.
+    EXPECT_EQ(text(empty), u"");
+    EXPECT_EQ(kxIfcHeader_get_author_field(header_, 2), empty);
+    EXPECT_EQ(kxIfcHeader_get_organization_field(header_, 1), empty);
+    EXPECT_EQ(kxIfcHeader_get_authorization_field(header_, UINT32_MAX), empty);
+    EXPECT_EQ(kxIfcHeader_get_description_field(header_, 1), empty);
+}
+
+TEST_F(HeaderSectionTest, BuiltRecordTakesValuesOverAndMayLackMembers) {
+    kx::WideString name = kx::wstr_copy(u"f.ifc");
+    const kxWChar *name_pointer = name;
+    kx::WStrArray *authors = nullptr;
+    header_ = kx::header_new(nullptr, &name, nullptr, &authors, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(name, nullptr);
+    EXPECT_EQ(kxIfcHeader_get_file_name(header_), name_pointer);
+    EXPECT_EQ(kxIfcHeader_get_file_schema(header_), nullptr);
+
+    expect_reports();
+    EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
+    EXPECT_EQ(text(kxIfcHeader_get_organization_field(header_, 0)), u"");
+    EXPECT_EQ(asserts().reports().size(), 2u);
+    EXPECT_TRUE(reported("(value_container) != NULL"));
+    kxIfcHeader_add_to_author(header_, u"Ann");  // the absent list is made
+    EXPECT_TRUE(asserts().reports().empty());
+    EXPECT_EQ(text(kxIfcHeader_get_description_data(header_, 0)), u"Ann");
+    kx::header_destroy(&header_);
+    EXPECT_EQ(header_, nullptr);
+}
+
+TEST_F(HeaderSectionTest, FaultyArgumentsAreReported) {
+    expect_reports();
+    kx::header_destroy(nullptr);
+    EXPECT_TRUE(asserts().saw("(header) != NULL"));
+    kx::header_destroy(&header_);
+    EXPECT_TRUE(reported("(*header) != NULL"));
+
+    kxIfcHeader_add_to_description(nullptr, u"x");
+    kxIfcHeader_set_file_name(nullptr, u"x");
+    kxIfcHeader_add_to_author(nullptr, u"x");
+    EXPECT_EQ(kxIfcHeader_get_file_name(nullptr), nullptr);
+    EXPECT_EQ(kxIfcHeader_author_fields_count(nullptr), 0u);
+    EXPECT_EQ(text(kxIfcHeader_get_description_data(nullptr, 0)), u"");
+    EXPECT_EQ(text(kxIfcHeader_get_authorization_field(nullptr, 0)), u"");
+    ASSERT_EQ(asserts().reports().size(), 7u);
+    for (const kxtest::AssertReport &report : asserts().reports()) {
+        EXPECT_EQ(report.condition, "(ifc_header) != NULL");
+        EXPECT_EQ(report.source, "kxifcheader (KXIFCMODEL.DLL)");
+    }
+    asserts().clear();
+
+    header_ = kxIfcHeader_new_empty_header();
+    kxIfcHeader_set_file_name(header_, u"keep.ifc");
+    kxIfcHeader_set_file_name(header_, nullptr);
+    kxIfcHeader_add_to_author(header_, nullptr);
+    EXPECT_EQ(asserts().reports().size(), 2u);
+    EXPECT_TRUE(asserts().saw("(value) != NULL"));
+    EXPECT_EQ(text(kxIfcHeader_get_file_name(header_)), u"keep.ifc");
+    EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
 }
 
 }  // namespace

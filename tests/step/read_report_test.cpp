@@ -23,10 +23,7 @@ protected:
     }
     kxIfcModel *read(const std::string &path, uint32_t mode, kxReadReport *report,
                      kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS) {
-        kxWChar *name = kxWideString_new_from_utf8(path.c_str());
-        kxIfcModel *model = kxIfcModel_read_with_report(name, mode, text_mode, report, nullptr);
-        kxWideString_free(&name);
-        return model;
+        return kxIfcModel_read_with_report(kxtest::wide(path).c_str(), mode, text_mode, report, nullptr);
     }
     kxtest::TempDirectory directory_{"kxifc_report"};
 };
@@ -97,10 +94,7 @@ TEST_F(ReadReportTest, OnlyRegularFilesAreRead) {
         ASSERT_EQ(kxReadReport_count(report), 1u);
         EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_UNREADABLE_FILE);
         EXPECT_STREQ(kxReadReport_message(report, 0), "not a regular file");
-        kxWChar *name = kxWideString_new_from_utf8(path.c_str());
-        kxIfcHeader *header = kxIfcHeader_read_from_file(name);
-        kxWideString_free(&name);
-        EXPECT_EQ(header, nullptr);
+        EXPECT_EQ(kxIfcHeader_read_from_file(kxtest::wide(path).c_str()), nullptr);
     }
     kxReadReport_free(&report);
 }
@@ -221,11 +215,8 @@ TEST_F(ReadReportTest, ProgressIsReportedUpToTheEnd) {
 
         Calls export_calls;
         kxIfcModel_set_export_progress(model, Calls::note, &export_calls);
-        kxWChar *name = kxWideString_new_from_utf8("progress");
-        kxWChar *folder = kxWideString_new_from_utf8(directory_.path().c_str());
-        EXPECT_EQ(kxIfcModel_export_with_status(model, name, folder), KX_EXPORT_OK);
-        kxWideString_free(&name);
-        kxWideString_free(&folder);
+        EXPECT_EQ(kxIfcModel_export_with_status(model, u"progress", kxtest::wide(directory_.path()).c_str()),
+                  KX_EXPORT_OK);
         EXPECT_EQ(export_calls.runs(), std::vector<size_t>{5});  // 0, 65536, 131072, 196608, end
         EXPECT_EQ(export_calls.seen.back().second, 200000u);
         kxIfcModel_free(&model);

@@ -1,12 +1,16 @@
 // PtrArray, ValueArray and OrderedPtrMap: ordering under inserts and
 // removals, ownership of elements, and reports on misuse.
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <numeric>
 #include <random>
 #include <vector>
 
 #include "support/memory.h"
 #include "support/ptrarray.h"
 #include "support/ptrmap.h"
+#include "support/rbtree.h"
 #include "support/valuearray.h"
 #include "support/wstring.h"
 #include "test_support.h"
@@ -142,49 +146,26 @@ TEST_F(ContainersTest, PtrArraySearchCopyConcatenateWalk) {
     EXPECT_EQ(g_destroyed, 12);
 }
 
-TEST_F(ContainersTest, PtrArrayMisuseIsReportedNotFatal) {
-    expect_reports();
-    kx::PtrArray *array = kx::ptrarray_create(0);
-    kx::ptrarray_append(array, nullptr);
-    EXPECT_EQ(kx::ptrarray_get(array, 1), nullptr);
-    EXPECT_TRUE(asserts().saw("index < array->count"));
-    kx::ptrarray_set(array, 5, array);
-    kx::ptrarray_remove(array, 9);
-    kx::ptrarray_insert(array, 3, array);
-    kx::ptrarray_shrink(&array, 4, item_destroy);
-    EXPECT_EQ(kx::ptrarray_count(array), 1u);
-    EXPECT_EQ(kx::ptrarray_count(nullptr), 0u);
-    EXPECT_TRUE(asserts().saw("(array) != NULL"));
-    kx::ptrarray_destroy(&array, item_destroy);  // NULL elements are skipped
-    EXPECT_EQ(g_destroyed, 0);
-    asserts().clear();
-    kx::ptrarray_destroy(&array, nullptr);
-    EXPECT_TRUE(asserts().saw("(*array) != NULL"));
-}
-
 TEST_F(ContainersTest, ScalarValueArrays) {
     kx::ULongArray *ulongs = kx::ulongarray_create(0);
     for (uint32_t i = 0; i < 1000; i++) kx::ulongarray_append(ulongs, i * 3);
     kx::ulongarray_remove(ulongs, 0);
     kx::ulongarray_set(ulongs, 0, 4294967295u);
-    EXPECT_EQ(kx::ulongarray_count(ulongs), 999u);
-    EXPECT_EQ(kx::ulongarray_get(ulongs, 0), 4294967295u);
-    EXPECT_EQ(kx::ulongarray_get(ulongs, 998), 2997u);
     uint32_t index = 0;
     EXPECT_TRUE(kx::ulongarray_exists(ulongs, 30, &index));
     EXPECT_EQ(index, 9u);
     EXPECT_FALSE(kx::ulongarray_exists(ulongs, 31, &index));
     kx::ULongArray *ulong_copy = kx::ulongarray_copy(ulongs);
     kx::ulongarray_destroy(&ulongs);
+    EXPECT_EQ(kx::ulongarray_count(ulong_copy), 999u);
+    EXPECT_EQ(kx::ulongarray_get(ulong_copy, 0), 4294967295u);
     EXPECT_EQ(kx::ulongarray_get(ulong_copy, 998), 2997u);
     kx::ulongarray_destroy(&ulong_copy);
-    EXPECT_EQ(ulong_copy, nullptr);
 
     kx::LongArray *longs = kx::longarray_create(0);
     kx::longarray_append(longs, -5);
     kx::longarray_append(longs, 2147483647);
-    EXPECT_TRUE(kx::longarray_exists(longs, 2147483647, &index));
-    EXPECT_EQ(index, 1u);
+    EXPECT_TRUE(kx::longarray_exists(longs, 2147483647, &index) && index == 1u);
     EXPECT_EQ(kx::longarray_get(longs, 0), -5);
     kx::longarray_destroy(&longs);
 
@@ -194,16 +175,14 @@ TEST_F(ContainersTest, ScalarValueArrays) {
     kx::doublearray_set(doubles, 0, 2.25);
     kx::DoubleArray *double_copy = kx::doublearray_copy(doubles);
     EXPECT_DOUBLE_EQ(kx::doublearray_get(double_copy, 0), 2.25);
-    EXPECT_TRUE(kx::doublearray_exists(double_copy, -1e300, &index));
-    EXPECT_EQ(index, 1u);
+    EXPECT_TRUE(kx::doublearray_exists(double_copy, -1e300, &index) && index == 1u);
     kx::doublearray_destroy(&doubles);
     kx::doublearray_destroy(&double_copy);
 
     kx::BoolArray *flags = kx::boolarray_create(0);
     kx::boolarray_append(flags, FALSO);
     kx::boolarray_append(flags, CIERTO);
-    EXPECT_TRUE(kx::boolarray_exists(flags, CIERTO, &index));
-    EXPECT_EQ(index, 1u);
+    EXPECT_TRUE(kx::boolarray_exists(flags, CIERTO, &index) && index == 1u);
     kx::boolarray_remove(flags, 0);
     EXPECT_EQ(kx::boolarray_get(flags, 0), CIERTO);
     kx::boolarray_destroy(&flags);
@@ -245,19 +224,6 @@ TEST_F(ContainersTest, StringArrayOwnsItsStrings) {
     EXPECT_TRUE(kx::wstr_equal(kx::wstrarray_get(deep, 0), u"door"));
     EXPECT_EQ(kx::wstrarray_get(deep, 2), nullptr);
     kx::wstrarray_destroy(&deep);
-}
-
-TEST_F(ContainersTest, ValueArrayMisuseIsReported) {
-    expect_reports();
-    kx::WStrArray *strings = kx::wstrarray_create(0);
-    kx::WideString lost = kx::wstr_copy(u"x");
-    kx::wstrarray_set_take(strings, 3, &lost);  // out of range: released, not leaked
-    EXPECT_EQ(lost, nullptr);
-    EXPECT_EQ(kx::wstrarray_get(strings, 0), nullptr);
-    EXPECT_TRUE(asserts().saw("index < count"));
-    EXPECT_EQ(kx::doublearray_get(nullptr, 0), 0.0);
-    EXPECT_TRUE(asserts().saw("(array) != NULL"));
-    kx::wstrarray_destroy(&strings);
 }
 
 TEST_F(ContainersTest, OrderedMapKeepsKeyOrderAndInsertionOrderOfEqualKeys) {
@@ -302,6 +268,119 @@ TEST_F(ContainersTest, OrderedMapKeepsKeyOrderAndInsertionOrderOfEqualKeys) {
     EXPECT_EQ(g_destroyed, 20000);
     kx::orderedmap_destroy(&copy);
     EXPECT_EQ(g_destroyed, 40000);
+}
+
+TEST_F(ContainersTest, MisuseIsReportedNotFatal) {
+    expect_reports();
+    kx::PtrArray *array = kx::ptrarray_create(0);
+    kx::ptrarray_append(array, nullptr);
+    EXPECT_EQ(kx::ptrarray_get(array, 1), nullptr);
+    EXPECT_TRUE(asserts().saw("index < array->count"));
+    kx::ptrarray_set(array, 5, array);
+    kx::ptrarray_remove(array, 9);
+    kx::ptrarray_insert(array, 3, array);
+    kx::ptrarray_shrink(&array, 4, item_destroy);
+    EXPECT_EQ(kx::ptrarray_count(array), 1u);
+    EXPECT_EQ(kx::ptrarray_count(nullptr), 0u);
+    EXPECT_TRUE(asserts().saw("(array) != NULL"));
+    kx::ptrarray_destroy(&array, item_destroy);  // NULL elements are skipped
+    EXPECT_EQ(g_destroyed, 0);
+    kx::ptrarray_destroy(&array, nullptr);
+    EXPECT_TRUE(asserts().saw("(*array) != NULL"));
+
+    kx::WStrArray *strings = kx::wstrarray_create(0);
+    kx::WideString lost = kx::wstr_copy(u"x");
+    kx::wstrarray_set_take(strings, 3, &lost);  // out of range: released, not leaked
+    EXPECT_EQ(lost, nullptr);
+    EXPECT_EQ(kx::wstrarray_get(strings, 0), nullptr);
+    EXPECT_TRUE(asserts().saw("index < count"));
+    EXPECT_EQ(kx::doublearray_get(nullptr, 0), 0.0);
+    kx::wstrarray_destroy(&strings);
+}
+
+// The #id tree: a million random keys, duplicates, misses, and the balance
+// rules checked on the way.
+struct Entry {
+    uint32_t id;  // the key sits at the start of the element
+    uint32_t payload;
+};
+
+using RbTreeTest = kxtest::LibraryTest;
+
+TEST_F(RbTreeTest, MillionRandomKeys) {
+    constexpr uint32_t COUNT = 1000000;
+    std::mt19937 random(7);
+    std::vector<Entry> entries(COUNT);
+    std::vector<uint32_t> keys(COUNT);
+    // Distinct keys spread over the whole 32-bit range, including both ends.
+    std::iota(keys.begin(), keys.end(), 0u);
+    for (uint32_t &key : keys) key = key * 4271u + 1u;
+    keys[0] = 0;
+    keys[1] = 4294967295u;
+    std::shuffle(keys.begin(), keys.end(), random);
+    for (uint32_t i = 0; i < COUNT; i++) entries[i] = Entry{keys[i], i};
+
+    const auto started = std::chrono::steady_clock::now();
+    kx::RbTree *tree = kx::rbtree_create(kx::ulong_compare);
+    for (uint32_t i = 0; i < COUNT; i++) ASSERT_TRUE(kx::rbtree_insert(tree, &entries[i]));
+    std::shuffle(keys.begin(), keys.end(), random);
+    uint32_t found = 0;
+    for (uint32_t key : keys) {
+        const Entry *entry = static_cast<const Entry *>(kx::rbtree_get(tree, key, kx::ulong_compare));
+        if (entry != nullptr && entry->id == key) found++;
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    std::printf("1M inserts and lookups: %.3f s\n", seconds);
+    EXPECT_EQ(found, COUNT);
+    EXPECT_EQ(kx::rbtree_count(tree), COUNT);
+    EXPECT_TRUE(kx::rbtree_is_valid(tree));
+
+    // Keys between the inserted ones are missing.
+    void *element = &entries[0];
+    EXPECT_FALSE(kx::rbtree_exists(tree, 2, kx::ulong_compare, &element));
+    EXPECT_EQ(element, &entries[0]);  // untouched
+    EXPECT_EQ(kx::rbtree_get(tree, 4294967294u, kx::ulong_compare), nullptr);
+    EXPECT_TRUE(kx::rbtree_exists(tree, 4294967295u, kx::ulong_compare, &element));
+    EXPECT_EQ(static_cast<Entry *>(element)->id, 4294967295u);
+
+    kx::rbtree_destroy(&tree);
+    EXPECT_EQ(tree, nullptr);
+}
+
+TEST_F(RbTreeTest, AscendingKeysAndDuplicates) {
+    // Sorted input is the worst case for an unbalanced tree (and what STEP
+    // files usually hold).
+    std::vector<Entry> entries(100000);
+    kx::RbTree *tree = kx::rbtree_create(kx::ulong_compare);
+    for (uint32_t i = 0; i < entries.size(); i++) {
+        entries[i] = Entry{i + 1, i};
+        kx::rbtree_insert(tree, &entries[i]);
+        if (i % 9973 == 0) {
+            ASSERT_TRUE(kx::rbtree_is_valid(tree));
+        }
+    }
+    EXPECT_TRUE(kx::rbtree_is_valid(tree));
+
+    Entry again{500, 999};
+    EXPECT_FALSE(kx::rbtree_insert(tree, &again));  // the first element stays
+    EXPECT_EQ(kx::rbtree_get(tree, 500, kx::ulong_compare), &entries[499]);
+    EXPECT_EQ(kx::rbtree_count(tree), 100000u);
+    EXPECT_EQ(kx::rbtree_get(tree, 0, kx::ulong_compare), nullptr);
+    kx::rbtree_destroy(&tree);
+}
+
+TEST_F(RbTreeTest, EmptyTreeAndMisuse) {
+    kx::RbTree *tree = kx::rbtree_create(kx::ulong_compare);
+    EXPECT_TRUE(kx::rbtree_is_valid(tree));
+    EXPECT_EQ(kx::rbtree_get(tree, 0, kx::ulong_compare), nullptr);
+    expect_reports();
+    EXPECT_FALSE(kx::rbtree_insert(tree, nullptr));
+    EXPECT_TRUE(asserts().saw("(element) != NULL"));
+    EXPECT_EQ(kx::rbtree_get(nullptr, 1, kx::ulong_compare), nullptr);
+    kx::rbtree_destroy(&tree);
+    kx::rbtree_destroy(&tree);
+    EXPECT_TRUE(asserts().saw("(*tree) != NULL"));
 }
 
 }  // namespace

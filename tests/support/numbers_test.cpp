@@ -1,12 +1,24 @@
 // Rounding, hex text, pointer keys, plane axes, 3D vectors and unique ids.
+#include <cfloat>
+#include <climits>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <initializer_list>
+#include <limits>
 #include <set>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/geometry.h"
+#include "support/memory.h"
 #include "support/numbers.h"
 #include "support/uniqueid.h"
+#include "support/writedata.h"
+#include "support/wstring.h"
+#include "kxifcmodel.h"
 #include "test_support.h"
 
 namespace {
@@ -55,37 +67,34 @@ TEST_F(NumbersTest, HexTextAndPointers) {
     EXPECT_EQ(kx::number_pointer_to_ulong(nullptr), 0u);
 }
 
+// Each value within 1e-12 of the expected one.
+void expect_near(std::initializer_list<double> got, std::initializer_list<double> expected) {
+    ASSERT_EQ(got.size(), expected.size());
+    for (auto g = got.begin(), e = expected.begin(); g != got.end(); ++g, ++e) EXPECT_NEAR(*g, *e, 1e-12);
+}
+
 TEST_F(NumbersTest, PlaneAxesConvertPointsAndFrames) {
     // Origin (10, 5), x axis along global +y.
     kx::PlaneAxes *axes = kx::planeaxes_create(10.0, 5.0, M_PI / 2);
     EXPECT_NEAR(kx::planeaxes_angle(axes), M_PI / 2, 1e-12);
     double x, y;
     kx::planeaxes_point_to_global(axes, 2.0, 1.0, &x, &y);
-    EXPECT_NEAR(x, 9.0, 1e-12);
-    EXPECT_NEAR(y, 7.0, 1e-12);
+    expect_near({x, y}, {9.0, 7.0});
     kx::planeaxes_point_to_local(axes, x, y, &x, &y);
-    EXPECT_NEAR(x, 2.0, 1e-12);
-    EXPECT_NEAR(y, 1.0, 1e-12);
+    expect_near({x, y}, {2.0, 1.0});
 
     // A frame given by a direction that is not of unit length.
     kx::PlaneAxes *inner = kx::planeaxes_create_with_direction(1.0, 0.0, 0.0, -3.0);
     kx::PlaneAxes *global = kx::planeaxes_to_global(axes, inner);
-    EXPECT_NEAR(global->origin_x, 10.0, 1e-12);
-    EXPECT_NEAR(global->origin_y, 6.0, 1e-12);
-    EXPECT_NEAR(global->direction_x, 1.0, 1e-12);  // -y turned a quarter: +x
-    EXPECT_NEAR(global->direction_y, 0.0, 1e-12);
+    // The direction -y turned a quarter: +x.
+    expect_near({global->origin_x, global->origin_y, global->direction_x, global->direction_y}, {10.0, 6.0, 1.0, 0.0});
     kx::PlaneAxes *back = kx::planeaxes_to_local(axes, global);
-    EXPECT_NEAR(back->origin_x, inner->origin_x, 1e-12);
-    EXPECT_NEAR(back->origin_y, inner->origin_y, 1e-12);
-    EXPECT_NEAR(back->direction_x, inner->direction_x, 1e-12);
-    EXPECT_NEAR(back->direction_y, inner->direction_y, 1e-12);
+    expect_near({back->origin_x, back->origin_y, back->direction_x, back->direction_y},
+                {inner->origin_x, inner->origin_y, inner->direction_x, inner->direction_y});
 
     double ox, oy, dx, dy;
     kx::planeaxes_frame_to_local(axes, 10.0, 5.0, 0.0, 2.0, &ox, &oy, &dx, &dy);
-    EXPECT_NEAR(ox, 0.0, 1e-12);
-    EXPECT_NEAR(oy, 0.0, 1e-12);
-    EXPECT_NEAR(dx, 1.0, 1e-12);
-    EXPECT_NEAR(dy, 0.0, 1e-12);
+    expect_near({ox, oy, dx, dy}, {0.0, 0.0, 1.0, 0.0});
 
     for (kx::PlaneAxes **p : {&axes, &inner, &global, &back}) kx::planeaxes_destroy(p);
     EXPECT_EQ(axes, nullptr);
@@ -112,15 +121,11 @@ TEST_F(NumbersTest, VectorHelpers) {
     const double ex[3] = {1, 0, 0}, ey[3] = {0, 1, 0};
     double result[3];
     kx::vector3_cross(ex, ey, result);
-    EXPECT_EQ(result[0], 0.0);
-    EXPECT_EQ(result[1], 0.0);
-    EXPECT_EQ(result[2], 1.0);
+    EXPECT_EQ(std::vector<double>(result, result + 3), (std::vector<double>{0, 0, 1}));
     double a[3] = {2, 3, 4};
     const double b[3] = {5, 6, 7};
     kx::vector3_cross(a, b, a);  // the result may overwrite an argument
-    EXPECT_EQ(a[0], -3.0);
-    EXPECT_EQ(a[1], 6.0);
-    EXPECT_EQ(a[2], -3.0);
+    EXPECT_EQ(std::vector<double>(a, a + 3), (std::vector<double>{-3, 6, -3}));
 }
 
 TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreads) {
@@ -136,6 +141,291 @@ TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreads) {
     for (const auto &list : ids) all.insert(list.begin(), list.end());
     EXPECT_EQ(all.size(), 4u * PER_THREAD);
     EXPECT_EQ(all.count(0), 0u);
+}
+
+// The exchange-file form of reals: zero below 1e-08, whole numbers as "n.",
+// ten significant digits inside the 32-bit range, "%.1f" or twelve digits
+// outside it, and always a decimal point.
+using RealFormatTest = kxtest::LibraryTest;
+
+std::string format(double value) {
+    char16_t *text = kxIfcWriteData_format_real(value);
+    char *utf8 = kx::wstr_to_utf8(text);
+    std::string result(utf8);
+    kx::mem_free(utf8);
+    kx::wstr_destroy(&text);
+    return result;
+}
+
+const std::pair<double, const char *> kFormats[] = {
+    // Tiny values and negative zero are zero; 1e-08 itself is not below the
+    // limit.
+    {0.0, "0."}, {-0.0, "0."}, {1e-9, "0."}, {-1e-9, "0."}, {9.9e-9, "0."}, {1e-8, "1.E-08"},
+    // Whole numbers inside the 32-bit range (or within 1e-08 of one) end
+    // with a dot.
+    {2.0, "2."}, {-120.0, "-120."}, {2500.0, "2500."}, {3.000000000001, "3."}, {-2.999999999999, "-3."},
+    {2147483647.0, "2147483647."}, {-2147483648.0, "-2147483648."},
+    // Fractions inside the range take ten digits, then the point is added;
+    // glibc prints two exponent digits.
+    {-0.5, "-0.5"}, {2.5, "2.5"}, {0.1, "0.1"}, {1.0 / 3.0, "0.3333333333"}, {123456789.123, "123456789.1"},
+    {3.00000002, "3.00000002"}, {2147483646.7, "2147483647."}, {1.23456789e-7, "1.23456789E-07"},
+    {1e-5, "1.E-05"}, {-2.5e-7, "-2.5E-07"},
+    // Outside the range: "%.1f" within 0.10001 of a whole number (every
+    // double that large is whole), else twelve digits; when those drop the
+    // half, %G leaves no point and one goes before the exponent.
+    {1.0e20, "100000000000000000000.0"}, {-1.5e20, "-150000000000000000000.0"}, {4294967296.0, "4294967296.0"},
+    {2147483648.0, "2147483648.0"}, {-2147483649.0, "-2147483649.0"}, {3000000000.04, "3000000000.0"},
+    {3000000000.1, "3000000000.1"}, {3000000000.5, "3000000000.5"}, {-3000000000.25, "-3000000000.25"},
+    {1e15 + 0.5, "1.E+15"}, {1234567890123.5, "1.23456789012E+12"},
+    {std::numeric_limits<double>::infinity(), "INF."}, {-std::numeric_limits<double>::infinity(), "-INF."},
+};
+
+TEST_F(RealFormatTest, EachRangeHasItsForm) {
+    for (const auto &[value, text] : kFormats) EXPECT_EQ(format(value), text) << value;
+    const std::string huge = format(1e300);
+    ASSERT_EQ(huge.size(), 303u);
+    EXPECT_EQ(huge.substr(0, 4), "1000");
+    EXPECT_EQ(huge.substr(huge.size() - 2), ".0");
+    const std::string largest = format(std::numeric_limits<double>::max());
+    EXPECT_EQ(largest.size(), 311u);
+    EXPECT_EQ(largest.substr(0, 6), "179769");
+}
+
+// The ten- and twelve-digit forms are those of printf's %.10G / %.12G in
+// the "C" locale, completed with a point.
+std::string printf_reference(double value, int precision) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*G", precision, value);
+    std::string result(text);
+    const size_t point = result.find('.');
+    const size_t exponent = result.find('E');
+    if (point != std::string::npos && (exponent == std::string::npos || point < exponent))
+        return result;
+    if (exponent != std::string::npos) return result.insert(exponent, 1, '.');
+    return result + ".";
+}
+
+TEST_F(RealFormatTest, MatchesPrintfGeneralForm) {
+    uint64_t state = 0x9E3779B97F4A7C15ull;
+    auto next = [&state]() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    };
+    for (int i = 0; i < 20000; i++) {
+        // Mantissas with fractions over many magnitudes, both signs.
+        const double mantissa = static_cast<double>(next() % 1000000007ull) / 1000000007.0 + 0.01;
+        const int exponent = static_cast<int>(next() % 30) - 12;
+        const double value = (next() & 1 ? -1.0 : 1.0) * mantissa * std::pow(10.0, exponent);
+        if (std::fabs(value) < 1e-8) continue;
+        if (std::fabs(value) <= 2147483647.0) {
+            if (std::fabs(std::round(value) - value) < 1e-8) continue;
+            ASSERT_EQ(format(value), printf_reference(value, 10)) << value;
+        } else if (std::fabs(std::round(value) - value) >= 0.10001) {
+            ASSERT_EQ(format(value), printf_reference(value, 12)) << value;
+        }
+    }
+}
+
+using kx::WideString;
+
+// Copies a library string into a std::u16string and frees it.
+std::u16string take(WideString text) {
+    EXPECT_NE(text, nullptr);
+    if (text == nullptr) return u"<null>";
+    std::u16string copy(text);
+    kx::wstr_destroy(&text);
+    EXPECT_EQ(text, nullptr);
+    return copy;
+}
+
+std::string take_utf8(char *text) {
+    std::string copy(text);
+    kx::mem_free_and_clear(&text);
+    return copy;
+}
+
+using kxtest::wide;
+
+class WideStringTest : public kxtest::LibraryTest {};
+
+TEST_F(WideStringTest, NullWhereAStringIsRequiredIsReported) {
+    expect_reports();
+    EXPECT_EQ(kx::wstr_copy(nullptr), nullptr);
+    EXPECT_TRUE(asserts().saw("(text) != NULL"));
+    WideString held = nullptr;
+    kx::wstr_destroy(&held);
+    EXPECT_TRUE(asserts().saw("(*holder) != NULL"));
+    EXPECT_EQ(kx::wstr_length(nullptr), 0u);
+    EXPECT_FALSE(kx::wstr_equal(u"a", nullptr));
+    EXPECT_EQ(asserts().reports().size(), 4u);
+}
+
+TEST_F(WideStringTest, ConcatenatesInPlaceEvenWithItself) {
+    WideString text = kx::wstr_copy(u"Ifc");
+    kx::wstr_concat(&text, u"Wall");
+    kx::wstr_concat(&text, u"");
+    EXPECT_EQ(std::u16string(text), u"IfcWall");
+    kx::wstr_concat(&text, text + 3);  // the tail lives inside the held string
+    EXPECT_EQ(take(text), u"IfcWallWall");
+}
+
+TEST_F(WideStringTest, CaseBlanksAndSearch) {
+    WideString text = kx::wstr_copy(u"ifc_wall-\u00e9z");
+    kx::wstr_to_upper(text);
+    EXPECT_EQ(take(text), u"IFC_WALL-\u00e9Z");
+
+    EXPECT_TRUE(kx::wstr_is_blank(u""));
+    EXPECT_TRUE(kx::wstr_is_blank(u" \t\r\n "));
+    EXPECT_FALSE(kx::wstr_is_blank(u"  x "));
+
+    EXPECT_TRUE(kx::wstr_find_word(u"IFC2X3_TC1", u"2X3"));
+    EXPECT_TRUE(kx::wstr_find_word(u"IFC4", u"IFC4"));
+    EXPECT_FALSE(kx::wstr_find_word(u"IFC4", u"IFC4X"));
+    EXPECT_FALSE(kx::wstr_find_word(u"IFC4", u"ifc"));
+}
+
+TEST_F(WideStringTest, ReplacesEveryOccurrence) {
+    WideString text = kx::wstr_copy(u"it''s ''quoted''");
+    kx::wstr_replace_all(&text, u"''", u"'");
+    EXPECT_EQ(std::u16string(text), u"it's 'quoted'");
+    kx::wstr_replace_all(&text, u"'", u"\\S\\'");  // grows
+    EXPECT_EQ(std::u16string(text), u"it\\S\\'s \\S\\'quoted\\S\\'");
+    kx::wstr_replace_all(&text, u"absent", u"x");
+    kx::wstr_replace_all(&text, u"", u"x");  // nothing to look for
+    EXPECT_EQ(take(text), u"it\\S\\'s \\S\\'quoted\\S\\'");
+
+    text = kx::wstr_copy(u"aaaaa");
+    kx::wstr_replace_all(&text, u"aa", u"b");  // left to right, no overlaps
+    EXPECT_EQ(take(text), u"bba");
+    text = kx::wstr_copy(u"xx");
+    kx::wstr_replace_all(&text, u"x", u"");
+    EXPECT_EQ(take(text), u"");
+}
+
+TEST_F(WideStringTest, InvalidUtf8BecomesReplacementCharacters) {
+    struct Case {
+        const char *utf8;
+        std::u16string expected;
+    };
+    const Case cases[] = {
+        {"\x80", u"\ufffd"},                              // stray continuation
+        {"a\xbf" "b", u"a\ufffdb"},
+        {"\xc0\x80", u"\ufffd\ufffd"},                    // overlong NUL
+        {"\xc1\xbf", u"\ufffd\ufffd"},                    // overlong
+        {"\xe0\x80\xaf", u"\ufffd\ufffd\ufffd"},          // overlong three-byte
+        {"\xf0\x8f\xbf\xbf", u"\ufffd\ufffd\ufffd\ufffd"},  // overlong four-byte
+        {"\xed\xa0\x80", u"\ufffd\ufffd\ufffd"},          // encoded high surrogate
+        {"\xed\xbf\xbf", u"\ufffd\ufffd\ufffd"},          // encoded low surrogate
+        {"\xf4\x90\x80\x80", u"\ufffd\ufffd\ufffd\ufffd"},  // beyond U+10FFFF
+        {"\xf5\x80", u"\ufffd\ufffd"},                    // lead byte above F4
+        {"\xff" "A", u"\ufffdA"},
+        {"\xe2\x82", u"\ufffd"},                          // truncated at the end
+        {"\xe2\x82" "A", u"\ufffdA"},                     // truncated mid-text
+        {"\xf0\x9f\x98", u"\ufffd"},
+        {"\xf0\x9f" "\xc3\xa9", u"\ufffd\u00e9"},         // next sequence survives
+    };
+    for (const Case &c : cases) EXPECT_EQ(take(kx::wstr_from_utf8(c.utf8)), c.expected) << c.utf8;
+}
+
+TEST_F(WideStringTest, EncodesUtf8AndReplacesLoneSurrogates) {
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"")), "");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"A\u00e9\u20ac\U0001F600\U0010FFFF")),
+              "A\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xf4\x8f\xbf\xbf");
+    const char16_t lone_high_at_end[] = {u'a', 0xD83D, 0};
+    const char16_t lone_low[] = {0xDE00, u'b', 0};
+    const char16_t high_then_letter[] = {0xD83D, u'c', 0};
+    const char16_t swapped_pair[] = {0xDE00, 0xD83D, 0};
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(lone_high_at_end)), "a\xef\xbf\xbd");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(lone_low)), "\xef\xbf\xbd" "b");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(high_then_letter)), "\xef\xbf\xbd" "c");
+    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(swapped_pair)), "\xef\xbf\xbd\xef\xbf\xbd");
+
+    // Every scalar value survives UTF-16 -> UTF-8 -> UTF-16.
+    for (uint32_t code = 1; code <= 0x10FFFF; code += (code < 0x30000 ? 1 : 0x101)) {
+        if (code >= 0xD800 && code <= 0xDFFF) continue;
+        char16_t units[3] = {};
+        if (code < 0x10000) {
+            units[0] = char16_t(code);
+        } else {
+            units[0] = char16_t(0xD800 + ((code - 0x10000) >> 10));
+            units[1] = char16_t(0xDC00 + ((code - 0x10000) & 0x3FF));
+        }
+        char *utf8 = kx::wstr_to_utf8(units);
+        WideString back = kx::wstr_from_utf8(utf8);
+        kx::mem_free_and_clear(&utf8);
+        ASSERT_EQ(std::u16string(back), std::u16string(units)) << std::hex << code;
+        kx::wstr_destroy(&back);
+    }
+}
+
+TEST_F(WideStringTest, FormatsIntegersTextAndCharacters) {
+    const std::pair<std::u16string, std::u16string> cases[] = {
+        {take(kx::wstr_format(u"%d %i %u %x %X %o %#x", -1, 42, 3000000000u, 255u, 255u, 8u, 255u)),
+         u"-1 42 3000000000 ff FF 10 0xff"},
+        {take(kx::wstr_format(u"%lld %zu", INT64_MIN, SIZE_MAX)), u"-9223372036854775808 18446744073709551615"},
+        {take(kx::wstr_format(u"%hd %hu %hhd %llu", 70000, 70000, 300, UINT64_MAX)),
+         u"4464 4464 44 18446744073709551615"},
+        {take(kx::wstr_format(u"[%5d|%-5d|%05d|%+d|% d]", 42, 42, -42, 42, 42)), u"[   42|42   |-0042|+42| 42]"},
+        {take(kx::wstr_format(u"[%.3d|%*d|%-*d|%*d]", 7, 4, 1, 3, 2, -4, 9)), u"[007|   1|2  |9   ]"},
+        // Arguments after 32-bit and 64-bit ones are read from the right place.
+        {take(kx::wstr_format(u"%ld %lld %ld %s", int32_t(1), 2LL, int32_t(3), u"four")), u"1 2 3 four"},
+        {take(kx::wstr_format(u"'%s' %hs", u"\u00e9\U0001F600", "Caf\xe9")), u"'\u00e9\U0001F600' Caf\u00e9"},
+        {take(kx::wstr_format(u"[%6s|%-6s|%.2s|%6.2hs]", u"abc", u"abc", u"abc", "xyz")), u"[   abc|abc   |ab|    xy]"},
+        {take(kx::wstr_format(u"%s|%hs", static_cast<const char16_t *>(nullptr), static_cast<const char *>(nullptr))),
+         u"(null)|(null)"},
+        {take(kx::wstr_format(u"%c%c%3c%hc", 'A', 0x20AC, 'z', '\xe9')), u"A\u20ac  z\u00e9"},
+        {take(kx::wstr_format(u"100%% \u00e9%d\u20ac", 5)), u"100% \u00e95\u20ac"},
+        {take(kx::wstr_format(u"")), u""},
+    };
+    for (const auto &[got, expected] : cases) EXPECT_EQ(got, expected);
+    int object = 0;
+    char expected[64];
+    std::snprintf(expected, sizeof expected, "%p", static_cast<void *>(&object));
+    EXPECT_EQ(take(kx::wstr_format(u"%p", static_cast<void *>(&object))), wide(expected));
+}
+
+TEST_F(WideStringTest, FormatsFloatingPointAsPrintfDoes) {
+    const char *specs[] = {"%f", "%F", "%e", "%E", "%g", "%G", "%+.3e", "%012.4f", "%-12.2f|",
+                           "%#.0f", "%.0e", "%a", "%.17g"};
+    const double values[] = {0.0, -0.0, 1.0, -123.456, 1e-300, 6.02214076e23, DBL_MAX,
+                             1.0 / 0.0, -1.0 / 0.0};
+    for (const char *spec : specs) {
+        for (double value : values) {
+            char expected[512];
+            std::snprintf(expected, sizeof expected, spec, value);
+            EXPECT_EQ(take(kx::wstr_format(wide(spec).c_str(), value)), wide(expected))
+                << spec << " " << value;
+        }
+    }
+    EXPECT_EQ(take(kx::wstr_format(u"%.*f", 2, 3.14159)), u"3.14");
+    EXPECT_EQ(take(kx::wstr_format(u"%.*f", -1, 1.5)), u"1.500000");  // negative: no precision
+    EXPECT_EQ(take(kx::wstr_format(u"%Lg", 2.5L)), u"2.5");
+    // Longer than any fixed buffer.
+    EXPECT_EQ(take(kx::wstr_format(u"%f", DBL_MAX)).size(), 316u);
+    EXPECT_EQ(take(kx::wstr_format(u"%300d", 1)), std::u16string(299, u' ') + u"1");
+}
+
+TEST_F(WideStringTest, UnknownConversionIsReportedAndKept) {
+    expect_reports();
+    EXPECT_EQ(take(kx::wstr_format(u"a%qb %d", 7)), u"a%qb 7");
+    EXPECT_EQ(take(kx::wstr_format(u"end%")), u"end%");
+    ASSERT_EQ(asserts().reports().size(), 2u);
+    EXPECT_EQ(asserts().reports()[0].condition, "");
+    EXPECT_EQ(asserts().reports()[0].source, "kxwstring (KXIFCMODEL.DLL)");
+}
+
+TEST_F(WideStringTest, TextApiAcceptsNullsEverywhere) {
+    EXPECT_EQ(kxWideString_new_from_utf8(nullptr), nullptr);
+    EXPECT_EQ(kxWideString_to_utf8(nullptr), nullptr);
+    EXPECT_EQ(kxWideString_length(nullptr), 0u);
+    kxWChar *no_wide = nullptr;
+    char *no_narrow = nullptr;
+    kxWideString_free(&no_wide);
+    kxUtf8String_free(&no_narrow);
+    kxWideString_free(nullptr);
+    kxUtf8String_free(nullptr);
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 // and unresolved references.
 #include <string>
 
-#include "support/parseparlist.h"
 #include "support/memory.h"
+#include "support/parseparlist.h"
 #include "support/rbtree.h"
 #include "support/wstring.h"
 #include "model_fixture.h"
@@ -34,10 +34,9 @@ protected:
 // Stand-ins for instances: only their addresses are used.
 kxBaseObject *fake_instance(int &storage) { return reinterpret_cast<kxBaseObject *>(&storage); }
 
-// ---------------------------------------------------------------------------
-// Walking the list
+// ---- walking the list ----
 
-TEST_F(ParameterListTest, EveryKindComesBackInFileOrder) {
+TEST_F(ParameterListTest, EveryKindComesBackInFileOrderAndBackStepsOntoTheLastTaken) {
     int wall = 0;
     char16_t *name = kx::wstr_copy(u"IFCLABEL");
     kxParseParList_append(list, kxParserParam_nested_begin(3, 10));
@@ -85,6 +84,12 @@ TEST_F(ParameterListTest, EveryKindComesBackInFileOrder) {
     EXPECT_FALSE(kxParseParList_has_more(list));
     EXPECT_FALSE(kxParseParList_has_errors(list));
     EXPECT_EQ(kxParseParList_get(list, 9), p);
+    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
+    kxParseParList_append(list, kxParserParam_integer(2, 1, 3));
+    kxParserParam *first = next();
+    kxParseParList_back(list, first);
+    EXPECT_EQ(next(), first);
+    EXPECT_EQ(kxParserParam_get_integer(next()), 2);
 }
 
 TEST_F(ParameterListTest, AskingPastTheEndFlagsTooFewParameters) {
@@ -102,15 +107,6 @@ TEST_F(ParameterListTest, AskingPastTheEndFlagsTooFewParameters) {
     EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxIfcLabel", u"Name", CIERTO, &parameter));
     EXPECT_EQ(parameter, nullptr);
     EXPECT_TRUE(kxParseParList_has_errors(list));
-}
-
-TEST_F(ParameterListTest, BackStepsOntoTheParameterJustTaken) {
-    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
-    kxParseParList_append(list, kxParserParam_integer(2, 1, 3));
-    kxParserParam *first = next();
-    kxParseParList_back(list, first);
-    EXPECT_EQ(next(), first);
-    EXPECT_EQ(kxParserParam_get_integer(next()), 2);
 }
 
 TEST_F(ParameterListTest, MisuseIsReported) {
@@ -138,8 +134,7 @@ TEST_F(ParameterListTest, MisuseIsReported) {
     EXPECT_TRUE(asserts().saw("(parameter_list) != NULL"));
 }
 
-// ---------------------------------------------------------------------------
-// Nested begins and error marks
+// ---- nested begins and error marks ----
 
 TEST_F(ParameterListTest, NestedBeginOrWhyNot) {
     kxParseParList_append(list, kxParserParam_nested_begin(1, 1));
@@ -172,7 +167,8 @@ TEST_F(ParameterListTest, NestedBeginOrWhyNot) {
     EXPECT_EQ(text_of(parameter->message), u"Names");
 }
 
-TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMark) {
+TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMarkAndAppendingAfterErrorsIsReported) {
+    expect_reports();
     kxParseParList_append(list, kxParserParam_integer(7, 1, 1));
     kxParserParam *parameter = next();
     kxParseParList_mark_error(list, parameter, u"double", u"Radius");
@@ -181,12 +177,7 @@ TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMark) {
     EXPECT_EQ(text_of(parameter->expected_type), u"double");
     EXPECT_EQ(text_of(parameter->message), u"Radius");
     EXPECT_TRUE(kxParseParList_has_errors(list));
-}
-
-TEST_F(ParameterListTest, AppendingAfterErrorsIsReported) {
-    expect_reports();
-    kxParseParList_append(list, kxParserParam_integer(7, 1, 1));
-    kxParseParList_mark_error(list, next(), u"double", u"Radius");
+    // Appending after errors, and after running past the end, is reported.
     kxParserParam *none = nullptr;
     kxParseParList_next(list, &none);
     add_literal(u".T.");  // appended all the same
@@ -195,10 +186,10 @@ TEST_F(ParameterListTest, AppendingAfterErrorsIsReported) {
     EXPECT_EQ(kxParseParList_count(list), 2u);
 }
 
-// ---------------------------------------------------------------------------
-// Saved states
+// ---- saved states ----
 
-TEST_F(ParameterListTest, NestedSaveAndRestore) {
+TEST_F(ParameterListTest, NestedSaveAndRestoreDropsTheLaterStates) {
+    expect_reports();
     for (int32_t i = 0; i < 5; i++) kxParseParList_append(list, kxParserParam_integer(i, 1, 1));
     const uint32_t outer = kxParseParList_save_state(list);
     next();
@@ -219,21 +210,16 @@ TEST_F(ParameterListTest, NestedSaveAndRestore) {
     EXPECT_EQ(kxParserParam_get_integer(next()), 0);
     EXPECT_EQ(kxParseParList_save_state(list), outer);
     kxParseParList_restore_state(list, outer);
-}
-
-TEST_F(ParameterListTest, RestoreDropsTheLaterStates) {
-    expect_reports();
-    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
-    const uint32_t outer = kxParseParList_save_state(list);
-    const uint32_t inner = kxParseParList_save_state(list);
+    // Restoring drops the later states.
+    EXPECT_EQ(kxParseParList_save_state(list), outer);
+    EXPECT_EQ(kxParseParList_save_state(list), inner);
     kxParseParList_restore_state(list, outer);
     EXPECT_TRUE(asserts().reports().empty());
     kxParseParList_restore_state(list, inner);  // dropped with the outer one
     EXPECT_TRUE(asserts().saw("position < parameter_list->saved_count"));
 }
 
-// ---------------------------------------------------------------------------
-// References
+// ---- references ----
 
 TEST_F(ParameterListTest, UnresolvedReferencesPassWhenAllowed) {
     int placement = 0;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "core/coretypes.h"
 #include "core/coretypes_io.h"
@@ -53,21 +54,7 @@ void write_label(kxIfcWriteData *writer, const char16_t *text) {
 
 // ---- separators and groups ----
 
-TEST_F(ValueWriterTest, GroupClosedAsTheOtherKind) {
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_begin_typed_value(writer_);
-    kxIfcWriteData_write_integer(writer_, 1);
-    kxIfcWriteData_end_list(writer_);
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_integer(writer_, 2);
-    kxIfcWriteData_end_typed_value(writer_, u"IfcInteger");  // type name kept as given
-    EXPECT_EQ(line(u"IfcRel_x9"), "#1= IFCREL_X9((1),IfcInteger(2));\n");
-
-    kxIfcWriteData_begin_parameters(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING();\n");
-}
-
-TEST_F(ValueWriterTest, ValueForms) {
+TEST_F(ValueWriterTest, ValueFormsAndGroups) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_integer(writer_, INT32_MIN);
     kxIfcWriteData_write_integer(writer_, 2147483647);
@@ -79,19 +66,22 @@ TEST_F(ValueWriterTest, ValueForms) {
     char16_t *owned = kx::wstr_copy(u".ELEMENT.");
     kxIfcWriteData_write_text_owned(writer_, &owned);
     EXPECT_EQ(owned, nullptr);
-    EXPECT_EQ(line(),
-              "#1= IFCTHING(-2147483648,2147483647,#4294967295,-0.5,1.E-05,'It''s a\\\\b','',"
-              ".ELEMENT.);\n");
-}
-
-TEST_F(ValueWriterTest, BinaryLiterals) {
+    // A group closed as the other kind; the type name is kept as given.
+    kxIfcWriteData_begin_typed_value(writer_);
+    kxIfcWriteData_write_integer(writer_, 1);
+    kxIfcWriteData_end_list(writer_);
     kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_binary(writer_, u"1");
-    kxIfcWriteData_write_binary(writer_, u"0101");
-    kxIfcWriteData_write_binary(writer_, u"11111");
-    kxIfcWriteData_write_binary(writer_, u"10000000");
-    kxIfcWriteData_write_binary(writer_, u"");  // nothing at all
-    kxIfcWriteData_write_binary(writer_, u"011010011");
+    kxIfcWriteData_write_integer(writer_, 2);
+    kxIfcWriteData_end_typed_value(writer_, u"IfcInteger");
+    EXPECT_EQ(line(u"IfcRel_x9"), "#1= IFCREL_X9(-2147483648,2147483647,#4294967295,-0.5,1.E-05,'It''s a\\\\b','',"
+                                  ".ELEMENT.,(1),IfcInteger(2));\n");
+    kxIfcWriteData_begin_parameters(writer_);
+    EXPECT_EQ(line(), "#1= IFCTHING();\n");
+
+    // Binary literals: the leading digit counts the unused high bits.
+    kxIfcWriteData_begin_parameters(writer_);
+    for (const char16_t *bits : {u"1", u"0101", u"11111", u"10000000", u"", u"011010011"})
+        kxIfcWriteData_write_binary(writer_, bits);  // "" writes nothing at all
     EXPECT_EQ(line(), "#1= IFCTHING(\"31\",\"05\",\"31F\",\"080\",\"30D3\");\n");
     kxIfcWriteData_begin_parameters(writer_);
     std::string bits(1001, '1');
@@ -101,7 +91,7 @@ TEST_F(ValueWriterTest, BinaryLiterals) {
 
 // ---- instance lines ----
 
-TEST_F(ValueWriterTest, LinesWithoutIdTakeTheWritersCounter) {
+TEST_F(ValueWriterTest, LinesTakeTheWritersCounterOrTheirIdAndNestedOnesAreReferenced) {
     uint32_t id = 0;
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_entity_line(writer_, u"IfcA", 0xFFFFFFFFu, &id);
@@ -115,9 +105,7 @@ TEST_F(ValueWriterTest, LinesWithoutIdTakeTheWritersCounter) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_entity_line(writer_, u"IfcD", 0xFFFFFFFFu, nullptr);
     EXPECT_EQ(output(), "#1= IFCA();\n#30= IFCB();\n#2= IFCC();\n#3= IFCD();\n");
-}
-
-TEST_F(ValueWriterTest, InstanceWrittenWhileAnotherIsCollectedIsReferenced) {
+    // An instance written while another is collected is referenced by it.
     kxIfcWriteData_begin_parameters(writer_);
     EXPECT_TRUE(kxIfcWriteData_is_writing_nested(writer_));
     kxIfcWriteData_write_integer(writer_, 5);
@@ -128,7 +116,7 @@ TEST_F(ValueWriterTest, InstanceWrittenWhileAnotherIsCollectedIsReferenced) {
     kxIfcWriteData_write_unset(writer_);
     kxIfcWriteData_write_entity_line(writer_, u"IfcOuter", 9, nullptr);
     EXPECT_FALSE(kxIfcWriteData_is_writing_nested(writer_));
-    EXPECT_EQ(output(), "#1= IFCINNER('inner',IFCLABEL('label'));\n#9= IFCOUTER(5,#1,$);\n");
+    EXPECT_EQ(output().substr(49), "#4= IFCINNER('inner',IFCLABEL('label'));\n#9= IFCOUTER(5,#4,$);\n");
 }
 
 // ---- wrapping at 120 columns ----
@@ -138,7 +126,7 @@ std::u16string value_of(size_t length, char16_t fill = u'A') {
     return std::u16string(length, fill);
 }
 
-TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
+TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120AndLongValuesStandAlone) {
     // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas
     // reach 111; the tenth's comma makes 112, and 112 + 10 > 120.
     kxIfcWriteData_begin_parameters(writer_);
@@ -164,25 +152,6 @@ TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
     kxIfcWriteData_write_text(writer_, value_of(100).c_str());
     EXPECT_EQ(line(u"IfcLongerName", 123456),
               "#123456= IFCLONGERNAME(1,\n" + std::string(100, 'A') + ");\n");
-}
-
-TEST_F(ValueWriterTest, ColumnExactly120StaysOnTheLine) {
-    // 111 after nine values; a value of 8 after its comma ends at column 120
-    // exactly and stays; the next one (comma at 121) wraps.
-    kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string ten = value_of(10);
-    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
-    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
-    kxIfcWriteData_write_unset(writer_);
-    std::string expected = "#1= IFCTHING(";
-    for (int i = 0; i < 9; i++) expected += std::string(10, 'A') + ",";
-    expected += "BBBBBBBB,\n$);\n";
-    const std::string written = line();
-    EXPECT_EQ(written, expected);
-    EXPECT_EQ(written.find('\n'), 121u);  // 120 columns and the comma
-}
-
-TEST_F(ValueWriterTest, LongValueIsPrintedWholeOnANewLine) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_integer(writer_, 1);
     const std::u16string long_value = value_of(200);
@@ -194,20 +163,6 @@ TEST_F(ValueWriterTest, LongValueIsPrintedWholeOnANewLine) {
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, long_value.c_str());
     EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(200, 'A') + ");\n");
-}
-
-TEST_F(ValueWriterTest, NeverWrapsBetweenATypeNameAndItsParenthesis) {
-    // 13 + 100 + comma = 114: the name (8) and "(" stay on the line and pass
-    // 120; the value inside then starts a new line.
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
-    write_label(writer_, u"Wall");
-    const std::string written = line();
-    EXPECT_EQ(written, "#1= IFCTHING(" + std::string(100, 'A') + ",IFCLABEL(\n'Wall'));\n");
-    EXPECT_EQ(written.find("IFCLABEL\n"), std::string::npos);
-}
-
-TEST_F(ValueWriterTest, ListParenthesisAndClosingOnesWrapToo) {
     // An opening parenthesis after a value wraps like a value.
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 13 + 106 = 119
@@ -225,6 +180,30 @@ TEST_F(ValueWriterTest, ListParenthesisAndClosingOnesWrapToo) {
     EXPECT_EQ(line(), "#1= IFCTHING((" + std::string(106, 'A') + "\n));\n");
 }
 
+TEST_F(ValueWriterTest, ColumnExactly120StaysOnTheLineAndTypeNamesKeepTheirParenthesis) {
+    // 111 after nine values; a value of 8 after its comma ends at column 120
+    // exactly and stays; the next one (comma at 121) wraps.
+    kxIfcWriteData_begin_parameters(writer_);
+    const std::u16string ten = value_of(10);
+    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
+    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
+    kxIfcWriteData_write_unset(writer_);
+    std::string expected = "#1= IFCTHING(";
+    for (int i = 0; i < 9; i++) expected += std::string(10, 'A') + ",";
+    expected += "BBBBBBBB,\n$);\n";
+    const std::string written = line();
+    EXPECT_EQ(written, expected);
+    EXPECT_EQ(written.find('\n'), 121u);  // 120 columns and the comma
+    // 13 + 100 + comma = 114: the name (8) and "(" stay on the line and pass
+    // 120; the value inside then starts a new line.
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
+    write_label(writer_, u"Wall");
+    const std::string label_line = line();
+    EXPECT_EQ(label_line, "#1= IFCTHING(" + std::string(100, 'A') + ",IFCLABEL(\n'Wall'));\n");
+    EXPECT_EQ(label_line.find("IFCLABEL\n"), std::string::npos);
+}
+
 // ---- misuse is reported ----
 
 TEST_F(ValueWriterTest, FreeingWithAGroupOpenIsReported) {
@@ -240,8 +219,7 @@ TEST_F(ValueWriterTest, FreeingWithAGroupOpenIsReported) {
 TEST_F(ValueWriterTest, ClosingWithoutAGroupAndNullArgumentsAreReported) {
     expect_reports();
     kxIfcWriteData_end_list(writer_);
-    EXPECT_TRUE(asserts().saw("num_stacked_buffers > 0"));
-    asserts().clear();
+    EXPECT_TRUE(reported("num_stacked_buffers > 0"));
     kxIfcWriteData_write_integer(writer_, 4);
     EXPECT_EQ(line(), "#1= IFCTHING(4);\n");  // printed, then nothing to go back to
     EXPECT_TRUE(asserts().saw("num_stacked_buffers > 0"));
@@ -289,10 +267,65 @@ TEST_F(ValueWriterTest, BaseTypeWritersReportBadValues) {
     asserts().clear();
     char bits[] = {'1', '0', 'x', '1'};
     kx::coretype_write_binary(writer_, kxBinary{bits, 4});
-    EXPECT_TRUE(asserts().saw("value.contents[i] == '1'"));
-    asserts().clear();
+    EXPECT_TRUE(reported("value.contents[i] == '1'"));
     EXPECT_EQ(line(), "#1= IFCTHING(.F.,.U.,\"0B\");\n");
     EXPECT_TRUE(asserts().reports().empty());
+}
+
+// The STEP string escapes: what the writer produces and what the reader
+// decodes.
+using StringCodecTest = kxtest::LibraryTest;
+
+std::u16string taken(char16_t *text) {
+    std::u16string result(text);
+    kx::wstr_destroy(&text);
+    return result;
+}
+
+std::u16string encode(const std::u16string &text) { return taken(kxIfcWriteData_encode_string(text.c_str())); }
+std::u16string decode(const std::u16string &text) { return taken(kxIfcWriteData_decode_string(text.c_str())); }
+
+// Text and what the writer makes of it.
+const std::pair<std::u16string, std::u16string> kEncoded[] = {
+    // Quote and backslash are doubled; printable ASCII, '~' and the blank
+    // included, stays as it is.
+    {u"It's", u"It''s"}, {u"a\\b", u"a\\\\b"}, {u"''", u"''''"}, {u"", u""},
+    {u" Wall-1 ~#$*()\".", u" Wall-1 ~#$*()\"."},
+    // Every code unit outside printable ASCII gets its own group (two in a
+    // row: two groups) in upper-case digits; a surrogate pair one half at a
+    // time.
+    {u"Wall \u00e9", u"Wall \\X2\\00E9\\X0\\"}, {u"a\nb", u"a\\X2\\000A\\X0\\b"}, {u"\t", u"\\X2\\0009\\X0\\"},
+    {u"\u007f", u"\\X2\\007F\\X0\\"}, {u"\u00e9\u00e8", u"\\X2\\00E9\\X0\\\\X2\\00E8\\X0\\"},
+    {u"\uFFFD", u"\\X2\\FFFD\\X0\\"}, {u"\U0001F600", u"\\X2\\D83D\\X0\\\\X2\\DE00\\X0\\"},
+};
+
+// Text as a file holds it and what the reader makes of it.
+const std::pair<std::u16string, std::u16string> kDecoded[] = {
+    // The writer's escapes, in either case.
+    {u"It''s", u"It's"}, {u"a\\\\b", u"a\\b"}, {u"Wall \\X2\\00E9\\X0\\", u"Wall \u00e9"},
+    {u"\\x2\\00e9\\x0\\", u"\u00e9"}, {u"\\X2\\D83D\\X0\\\\X2\\DE00\\X0\\", u"\U0001F600"}, {u"", u""},
+    // Two-digit escapes; an escaped quote joins the quotes around it.
+    {u"\\X\\E9t\\X\\E9", u"\u00e9t\u00e9"}, {u"\\x\\e9", u"\u00e9"}, {u"\\X\\0A", u"\n"},
+    {u"a\\X\\27b", u"a'b"}, {u"\\X\\27\\X\\27", u"'"},
+    // Kept literally: a group of several code units, a lone backslash,
+    // cut-off escapes, escapes without hex digits, and what follows "\\".
+    {u"\\X2\\00E900E8\\X0\\", u"\\X2\\00E900E8\\X0\\"}, {u"a\\b", u"a\\b"}, {u"end\\", u"end\\"},
+    {u"\\X2\\00E", u"\\X2\\00E"}, {u"\\X2\\00E9\\X0", u"\\X2\\00E9\\X0"}, {u"\\X\\4", u"\\X\\4"},
+    {u"\\X\\G1", u"\\X\\G1"}, {u"\\S\\a\\P", u"\\S\\a\\P"}, {u"\\\\X\\41", u"\\X\\41"},
+};
+
+TEST_F(StringCodecTest, EncodesAndDecodesTheEscapes) {
+    for (const auto &[text, encoded] : kEncoded) EXPECT_EQ(encode(text), encoded) << kxtest::utf8(text.c_str());
+    for (const auto &[text, decoded] : kDecoded) EXPECT_EQ(decode(text), decoded) << kxtest::utf8(text.c_str());
+}
+
+TEST_F(StringCodecTest, EveryCodeUnitRoundTrips) {
+    std::u16string all;
+    for (uint32_t c = 1; c <= 0xFFFF; c++) all.push_back(static_cast<char16_t>(c));
+    const std::u16string encoded = encode(all);
+    for (char16_t c : encoded) ASSERT_TRUE(c >= 0x20 && c <= 0x7E) << int(c);
+    EXPECT_EQ(decode(encoded), all);
+    for (const auto &pair : kEncoded) EXPECT_EQ(decode(encode(pair.first)), pair.first);
 }
 
 }  // namespace
