@@ -8,6 +8,7 @@
 #include "support/assert.h"
 #include "support/memory.h"
 #include "support/numbers.h"
+#include "support/realtext.h"
 #include "support/steptext.h"
 #include "support/wstring.h"
 
@@ -270,20 +271,25 @@ char *put_long(char *destination, int32_t value) {
 // "%.1f" form; everything else is far shorter.
 constexpr size_t REAL_TEXT_SIZE = 400;
 
-// Like printf's "%.<precision>G", whatever the locale.
-char *put_general(char *destination, char *end, double value, int precision) {
-    char *text_end =
-        std::to_chars(destination, end, value, std::chars_format::general, precision).ptr;
-    for (char *c = destination; c < text_end; c++) {
-        if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+// Like printf's "%.<precision>G" with a point always present ("1.E-05",
+// "120."), whatever the locale.
+uint32_t put_general(double value, int precision, char *text) {
+    if (!std::isfinite(value)) {  // "INF.", "-INF.", "NAN."
+        char *end = std::to_chars(text, text + 8, value).ptr;
+        for (char *c = text; c < end; c++)
+            if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+        *end++ = '.';
+        return static_cast<uint32_t>(end - text);
     }
-    return text_end;
+    kx::DecimalDigits decimal;
+    kx::decimal_round(value, precision, &decimal);
+    const bool plain = decimal.exponent >= -4 && decimal.exponent < precision;
+    return kx::decimal_put(decimal, plain, text);
 }
 
 // Writes the real into `text` and returns the number of characters.
 uint32_t format_real_text(double value, char (&text)[REAL_TEXT_SIZE]) {
-    char *const end = text + REAL_TEXT_SIZE - 1;
-    char *text_end;
+    static_assert(REAL_TEXT_SIZE >= kx::kDecimalTextSize);
     if (std::fabs(value) < 1e-08) {
         text[0] = '0';
         text[1] = '.';
@@ -292,33 +298,19 @@ uint32_t format_real_text(double value, char (&text)[REAL_TEXT_SIZE]) {
     if (value >= -2147483648.0 && value <= 2147483647.0) {
         const int32_t nearest = kx::number_round_to_long(value);
         if (std::fabs(static_cast<double>(nearest) - value) < 1e-08) {
-            text_end = put_long(text, nearest);
+            char *text_end = put_long(text, nearest);
             *text_end++ = '.';
             return static_cast<uint32_t>(text_end - text);
         }
-        text_end = put_general(text, end, value, 10);
-    } else {
-        const double whole = kx::number_round_decimals(value, 0);
-        if (std::fabs(whole - value) < 0.10001) {
-            text_end = std::to_chars(text, end, value, std::chars_format::fixed, 1).ptr;
-        } else {
-            text_end = put_general(text, end, value, 12);
-        }
+        return put_general(value, 10, text);
     }
-    // Every real holds a decimal point: before the exponent, or at the end.
-    const uint32_t length = static_cast<uint32_t>(text_end - text);
-    for (uint32_t i = 0; i < length; i++) {
-        if (text[i] == '.') return length;
-        if (text[i] == 'E') {
-            kx_assert(length < 100);
-            std::memmove(text + i + 1, text + i, length - i);
-            text[i] = '.';
-            return length + 1;
-        }
+    const double whole = kx::number_round_decimals(value, 0);
+    if (std::fabs(whole - value) < 0.10001) {
+        const char *text_end =
+            std::to_chars(text, text + REAL_TEXT_SIZE - 1, value, std::chars_format::fixed, 1).ptr;
+        return static_cast<uint32_t>(text_end - text);
     }
-    kx_assert_text(length + 1 < 100, "i+1 < 100");
-    text[length] = '.';
-    return length + 1;
+    return put_general(value, 12, text);
 }
 
 // ---- strings ----

@@ -1,0 +1,161 @@
+#define KX_UNIT "kxrealtext"
+#include "support/realtext.h"
+
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+namespace kx {
+namespace {
+
+// The powers of ten a double holds exactly.
+constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr int kMaxExactPower = 22;
+
+// The magnitude scaled to `significant` whole digits, rounded to an integer
+// in floating point: magnitude x 10^scale rounds to `whole`, which has
+// `significant` digits or is 10^significant. False when the scale needs a
+// power of ten a double does not hold exactly.
+struct Scaled {
+    double product;  // magnitude x 10^scale, rounded once
+    double whole;    // product rounded to an integer
+    int scale;
+};
+
+bool scale_to_digits(double magnitude, int significant, Scaled *scaled) {
+    // floor(log10(2^binary_exponent)) is the decimal exponent or one less.
+    const int binary_exponent = static_cast<int>(std::bit_cast<uint64_t>(magnitude) >> 52) - 1023;
+    const int estimate = (binary_exponent * 78913) >> 18;
+    int scale = significant - 1 - estimate;
+    if (scale < 0 || scale > kMaxExactPower) return false;
+    double product = magnitude * kPowersOfTen[scale];
+    if (product >= kPowersOfTen[significant]) {
+        if (--scale < 0) return false;
+        product = magnitude * kPowersOfTen[scale];
+    }
+    scaled->product = product;
+    scaled->whole = std::nearbyint(product);
+    scaled->scale = scale;
+    return true;
+}
+
+// Digits of a whole number below 2^53 with `scale`: whole x 10^-scale.
+void set_digits(double whole, int significant, int scale, bool negative, DecimalDigits *out) {
+    const uint64_t integer = static_cast<uint64_t>(whole);
+    char *end = std::to_chars(out->digits, out->digits + sizeof out->digits, integer).ptr;
+    uint32_t count = static_cast<uint32_t>(end - out->digits);
+    // Rounding up to 10^significant gives one digit more: the exponent grows.
+    out->exponent = significant - 1 - scale + (static_cast<int>(count) - significant);
+    while (count > 1 && out->digits[count - 1] == '0') count--;
+    out->count = count;
+    out->negative = negative;
+}
+
+// Reads "d.ddde+XX" as written by std::to_chars in scientific form.
+void parse_scientific(const char *text, const char *end, bool negative, DecimalDigits *out) {
+    uint32_t count = 0;
+    const char *c = text;
+    for (; c < end && *c != 'e'; c++)
+        if (*c != '.') out->digits[count++] = *c;
+    int exponent = 0;
+    if (c < end) {
+        c++;
+        if (*c == '+') c++;
+        std::from_chars(c, end, exponent);
+    }
+    while (count > 1 && out->digits[count - 1] == '0') count--;
+    out->count = count;
+    out->exponent = exponent;
+    out->negative = negative;
+}
+
+void set_zero(bool negative, DecimalDigits *out) {
+    out->digits[0] = '0';
+    out->count = 1;
+    out->exponent = 0;
+    out->negative = negative;
+}
+
+}  // namespace
+
+void decimal_round(double value, int significant, DecimalDigits *out) {
+    const bool negative = std::signbit(value);
+    const double magnitude = std::fabs(value);
+    if (magnitude == 0.0) return set_zero(negative, out);
+    // Scaled in floating point, the product is off the exact one by at most
+    // half a unit in its last place; away from a half it rounds the same.
+    Scaled scaled;
+    if (significant <= 15 && std::isnormal(magnitude) && scale_to_digits(magnitude, significant, &scaled)) {
+        const double distance_from_half = std::fabs(scaled.product - std::floor(scaled.product) - 0.5);
+        if (distance_from_half > scaled.product * 4.5e-16)
+            return set_digits(scaled.whole, significant, scaled.scale, negative, out);
+    }
+    char text[48];
+    const char *end =
+        std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific, significant - 1).ptr;
+    parse_scientific(text, end, negative, out);
+}
+
+void decimal_shortest(double value, DecimalDigits *out) {
+    const bool negative = std::signbit(value);
+    const double magnitude = std::fabs(value);
+    if (magnitude == 0.0) return set_zero(negative, out);
+    // Two different decimals of at most 15 digits never read back to the
+    // same double, so one of them that does is the shortest there is. The
+    // check is exact: the whole number and the power of ten are exact
+    // doubles and their quotient is rounded once, as reading it would be.
+    constexpr int kUniqueDigits = 15;
+    Scaled scaled;
+    if (std::isnormal(magnitude) && scale_to_digits(magnitude, kUniqueDigits, &scaled) &&
+        scaled.whole / kPowersOfTen[scaled.scale] == magnitude)
+        return set_digits(scaled.whole, kUniqueDigits, scaled.scale, negative, out);
+    char text[48];
+    const char *end = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific).ptr;
+    parse_scientific(text, end, negative, out);
+}
+
+uint32_t decimal_put(const DecimalDigits &decimal, bool plain, char *out) {
+    char *c = out;
+    if (decimal.negative) *c++ = '-';
+    const char *digits = decimal.digits;
+    const int32_t count = static_cast<int32_t>(decimal.count);
+    const int32_t exponent = decimal.exponent;
+    if (!plain) {
+        *c++ = digits[0];
+        *c++ = '.';
+        std::memcpy(c, digits + 1, count - 1);
+        c += count - 1;
+        *c++ = 'E';
+        *c++ = exponent < 0 ? '-' : '+';
+        const int32_t magnitude = exponent < 0 ? -exponent : exponent;
+        if (magnitude < 10) *c++ = '0';
+        c = std::to_chars(c, c + 4, magnitude).ptr;
+    } else if (exponent < 0) {
+        *c++ = '0';
+        *c++ = '.';
+        std::memset(c, '0', -exponent - 1);
+        c += -exponent - 1;
+        std::memcpy(c, digits, count);
+        c += count;
+    } else {
+        const int32_t whole_digits = exponent + 1;
+        if (count <= whole_digits) {
+            std::memcpy(c, digits, count);
+            c += count;
+            std::memset(c, '0', whole_digits - count);
+            c += whole_digits - count;
+            *c++ = '.';
+        } else {
+            std::memcpy(c, digits, whole_digits);
+            c += whole_digits;
+            *c++ = '.';
+            std::memcpy(c, digits + whole_digits, count - whole_digits);
+            c += count - whole_digits;
+        }
+    }
+    return static_cast<uint32_t>(c - out);
+}
+
+}  // namespace kx
