@@ -77,12 +77,13 @@ bool write_file(kxIfcModel *ifc_model, FILE *file, const char16_t *written_name)
     std::setvbuf(file, file_buffer, _IOFBF, kOutputBufferSize);
     kxIfcWriteData *output = kxIfcWriteData_new(file);
     kxIfcWriteData_set_lossless(output, ifc_model->text_mode == KX_TEXT_MODE_LOSSLESS);
+    kxIfcWriteData_set_batched(output, true);
     kxIfcWriteData_write_line(output, u"ISO-10303-21");
     kx::header_write_section(ifc_model->header, written_name, ifc_model->ifc_version, output);
     kxIfcWriteData_write_newline(output);
     write_data_section(ifc_model, output);
     kxIfcWriteData_write_line(output, u"END-ISO-10303-21");
-    bool written = !kxIfcWriteData_failed(output) && std::fflush(file) == 0 && std::ferror(file) == 0;
+    bool written = kxIfcWriteData_flush(output) && std::fflush(file) == 0 && std::ferror(file) == 0;
     kxIfcWriteData_free(&output);
     written = kx::file_close(&file) && written;
     kx::mem_free(file_buffer);

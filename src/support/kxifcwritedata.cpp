@@ -24,6 +24,13 @@
 // offset and length. Both arrays are reused from one instance line to the
 // next, so writing a model allocates next to nothing per line.
 //
+// An instance begun with kxIfcWriteData_begin_instance knows its head, so
+// its items go straight onto the line as they come, through the same
+// placing rules that print a collected group; only instances whose head
+// comes at the end (kxIfcWriteData_write_entity_line) are collected first.
+// Lines gather in one output buffer that is handed to the file in large
+// pieces when the writer is batched, else after every line.
+//
 // Everything written to the file is 7-bit ASCII: values are formatted and
 // encoded straight into bytes, and the few wide texts handed over ready-made
 // (type names, enumeration literals) are narrowed when they are appended.
@@ -69,6 +76,31 @@ struct ByteBuffer {
     uint32_t capacity;
 };
 
+// A name narrowed once: its bytes in the cache's text.
+struct NarrowName {
+    const char16_t *wide;  // the name as handed over; nullptr: a free slot
+    uint32_t offset;
+    uint32_t length;
+    uint32_t columns;
+};
+
+// Names of the schema's tables narrowed by the address of their wide
+// text, which stays put and unchanged while the writer lives.
+struct NameCache {
+    NarrowName *slots;  // open addressing; a power of two of them
+    uint32_t capacity;
+    uint32_t count;
+    ByteBuffer text;
+    bool upper;  // names kept in upper case
+};
+
+// Where the instance line being printed stands.
+struct LineState {
+    uint32_t column;
+    uint32_t previous_kind;
+    bool first;  // no item placed yet: none is preceded by a separator
+};
+
 }  // namespace
 
 struct kxIfcWriteData {
@@ -84,10 +116,19 @@ struct kxIfcWriteData {
     SuspendedGroup *stack;
     uint32_t num_stacked_buffers;
     uint32_t stack_capacity;
-    // The instance line being printed.
-    ByteBuffer line;
+    // Printed lines not yet handed to the file, the last one perhaps still
+    // being printed.
+    ByteBuffer pending;
+    LineState line;
+    // Groups open in an instance printed as it is written, its own
+    // parameters included; 0 when none is.
+    uint32_t instance_depth;
+    ByteBuffer scratch;  // a value being encoded
+    NameCache class_names;  // upper case
+    NameCache type_names;   // as given
     FILE *output;
     bool lossless;  // shortest exact reals, strings by the full escape rules
+    bool batched;   // lines are handed over in large pieces
     bool failed;    // some output could not be written
 };
 
@@ -126,20 +167,70 @@ void bytes_free(ByteBuffer *buffer) {
 // Printable ASCII (all the library ever hands over) is copied unit by unit;
 // anything else goes out as UTF-8, like the other text printers.
 uint32_t bytes_append_wide(ByteBuffer *buffer, const char16_t *text) {
-    const uint32_t units = kx::wstr_length(text);
-    char *destination = bytes_reserve(buffer, units);
+    // Room for short texts in one go; longer ones grow it as they are copied.
+    constexpr uint32_t kChunk = 64;
     uint32_t i = 0;
-    while (i < units && text[i] < 0x80) {
-        destination[i] = static_cast<char>(text[i]);
-        i++;
+    for (;;) {
+        char *destination = bytes_reserve(buffer, kChunk);
+        uint32_t copied = 0;
+        while (copied < kChunk && text[i] != u'\0' && text[i] < 0x80)
+            destination[copied++] = static_cast<char>(text[i++]);
+        buffer->length += copied;
+        if (copied < kChunk) break;
     }
-    buffer->length += i;
-    if (i < units) {
-        char *utf8 = kx::wstr_to_utf8(text + i);
-        bytes_append(buffer, utf8, static_cast<uint32_t>(std::strlen(utf8)));
-        kx::mem_free(utf8);
+    if (text[i] == u'\0') return i;
+    char *utf8 = kx::wstr_to_utf8(text + i);
+    bytes_append(buffer, utf8, static_cast<uint32_t>(std::strlen(utf8)));
+    kx::mem_free(utf8);
+    return i + kx::wstr_length(text + i);
+}
+
+// ---- names ----
+
+size_t name_slot(const NameCache *cache, const char16_t *wide) {
+    const uint64_t hash = (reinterpret_cast<uintptr_t>(wide) >> 1) * 0x9E3779B97F4A7C15ull;
+    size_t slot = static_cast<size_t>(hash >> 32) & (cache->capacity - 1);
+    while (cache->slots[slot].wide != nullptr && cache->slots[slot].wide != wide)
+        slot = (slot + 1) & (cache->capacity - 1);
+    return slot;
+}
+
+void name_cache_grow(NameCache *cache) {
+    const NarrowName *old_slots = cache->slots;
+    const uint32_t old_capacity = cache->capacity;
+    cache->capacity = old_capacity == 0 ? 256 : old_capacity * 2;
+    cache->slots = kx::mem_new_zeroed<NarrowName>(cache->capacity);
+    for (uint32_t i = 0; i < old_capacity; i++)
+        if (old_slots[i].wide != nullptr) cache->slots[name_slot(cache, old_slots[i].wide)] = old_slots[i];
+    kx::mem_free(const_cast<NarrowName *>(old_slots));
+}
+
+// The narrow form of a name, made on its first use.
+const NarrowName &cached_name(NameCache *cache, const char16_t *wide) {
+    if (cache->capacity > 0) {
+        const NarrowName &found = cache->slots[name_slot(cache, wide)];
+        if (found.wide == wide) return found;
     }
-    return units;
+    if (2 * (cache->count + 1) > cache->capacity) name_cache_grow(cache);
+    NarrowName &name = cache->slots[name_slot(cache, wide)];
+    ByteBuffer *text = &cache->text;
+    name.wide = wide;
+    name.offset = text->length;
+    name.columns = bytes_append_wide(text, wide);
+    name.length = text->length - name.offset;
+    if (cache->upper) {
+        for (char *c = text->data + name.offset; c < text->data + text->length; c++)
+            if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+    }
+    cache->count++;
+    return name;
+}
+
+void name_cache_free(NameCache *cache) {
+    kx::mem_free_and_clear(&cache->slots);
+    bytes_free(&cache->text);
+    cache->capacity = 0;
+    cache->count = 0;
 }
 
 // ---- items and groups ----
@@ -166,11 +257,6 @@ void parameter_append_text_tail(kxIfcWriteData *write_data, uint32_t kind, uint3
     *parameter_reserve(write_data, 1) =
         Parameter{kind, write_data->text.length - length, length, columns};
     write_data->num_parameters++;
-}
-
-void parameter_append_value(kxIfcWriteData *write_data, const char *bytes, uint32_t length) {
-    bytes_append(&write_data->text, bytes, length);
-    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
 }
 
 void parameter_append_wide_value(kxIfcWriteData *write_data, const char16_t *text) {
@@ -374,11 +460,136 @@ int32_t hex_run_value(const char16_t *digits, int count) {
 
 inline bool is_x(char16_t c) { return c == u'X' || c == u'x'; }
 
-// Prints the buffer as it stands to the output.
-void print_bytes(kxIfcWriteData *write_data, const char *bytes, size_t length) {
+// Hands the pending output to the file.
+void flush_pending(kxIfcWriteData *write_data) {
+    const size_t length = write_data->pending.length;
     if (write_data->output != nullptr && length > 0 &&
-        std::fwrite(bytes, 1, length, write_data->output) != length)
+        std::fwrite(write_data->pending.data, 1, length, write_data->output) != length)
         write_data->failed = true;
+    write_data->pending.length = 0;
+}
+
+// A line is complete: handed over now, or once enough have gathered.
+constexpr uint32_t BATCH_BYTES = 1u << 20;
+
+void line_done(kxIfcWriteData *write_data) {
+    if (!write_data->batched || write_data->pending.length >= BATCH_BYTES) flush_pending(write_data);
+}
+
+// ---- instance lines ----
+
+// The separators before an item that is not the first of its line: a comma
+// between the items of a group, and whether the line may end before it (it
+// does when the item would pass column 120). A type name and its "(" stay
+// together; a ")" takes no comma.
+struct Separators {
+    bool comma;
+    bool may_break;
+};
+
+Separators separators_before(uint32_t previous_kind, uint32_t kind) {
+    switch (kind) {
+        case PARAMETER_TYPE_NAME: return {previous_kind != PARAMETER_OPEN, false};
+        case PARAMETER_UNSET:
+        case PARAMETER_DERIVED:
+        case PARAMETER_VALUE: return {previous_kind != PARAMETER_OPEN, true};
+        case PARAMETER_OPEN:
+            return {previous_kind != PARAMETER_OPEN && previous_kind != PARAMETER_TYPE_NAME,
+                    previous_kind != PARAMETER_TYPE_NAME};
+        case PARAMETER_CLOSE: return {false, true};
+        default: kx_assert_unreachable(); return {false, true};
+    }
+}
+
+// The text of the items that have none of their own, by kind.
+constexpr char FIXED_ITEM_TEXT[] = {'\0', '(', ')', '$', '*', '\0'};
+
+// Prints one item on the instance line: its separators, then its text.
+void place_item(kxIfcWriteData *write_data, uint32_t kind, const char *text, uint32_t length,
+                uint32_t columns) {
+    LineState &line = write_data->line;
+    char *const start = bytes_reserve(&write_data->pending, length + 2);
+    char *out = start;
+    if (!line.first) {
+        const Separators separators = separators_before(line.previous_kind, kind);
+        if (separators.comma) {
+            *out++ = ',';
+            line.column++;
+        }
+        if (separators.may_break && line.column + columns > MAX_LINE_COLUMNS) {
+            *out++ = '\n';
+            line.column = 0;
+        }
+    }
+    if (length <= 16) {
+        for (uint32_t i = 0; i < length; i++) out[i] = text[i];
+    } else {
+        std::memcpy(out, text, length);
+    }
+    out += length;
+    line.first = false;
+    line.column += columns;
+    line.previous_kind = kind;
+    write_data->pending.length += static_cast<uint32_t>(out - start);
+}
+
+void place_fixed_item(kxIfcWriteData *write_data, uint32_t kind) {
+    place_item(write_data, kind, &FIXED_ITEM_TEXT[kind], 1, 1);
+}
+
+// Prints "#id= NAME(" with the class name (in upper case, `columns`
+// characters) and starts placing items after it.
+void begin_line(kxIfcWriteData *write_data, const char *class_name, uint32_t length, uint32_t columns,
+                uint32_t id) {
+    ByteBuffer *pending = &write_data->pending;
+    char *const head = bytes_reserve(pending, length + 16);
+    char *out = head;
+    *out++ = '#';
+    out = put_ulong(out, id);
+    *out++ = '=';
+    *out++ = ' ';
+    const uint32_t head_columns = static_cast<uint32_t>(out - head);
+    std::memcpy(out, class_name, length);
+    out += length;
+    *out++ = '(';
+    pending->length += static_cast<uint32_t>(out - head);
+    write_data->line = LineState{head_columns + columns + 1, PARAMETER_OPEN, true};
+}
+
+// Closes the instance's parameters: ");" and the line end.
+void end_line(kxIfcWriteData *write_data) {
+    bytes_append(&write_data->pending, ");\n", 3);
+    line_done(write_data);
+}
+
+// ---- items as they come: onto the line, or into the current group ----
+
+void emit_value(kxIfcWriteData *write_data, const char *bytes, uint32_t length, uint32_t columns) {
+    if (write_data->instance_depth > 0) {
+        place_item(write_data, PARAMETER_VALUE, bytes, length, columns);
+        return;
+    }
+    bytes_append(&write_data->text, bytes, length);
+    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, columns);
+}
+
+void emit_fixed(kxIfcWriteData *write_data, uint32_t kind) {
+    if (write_data->instance_depth > 0) {
+        place_fixed_item(write_data, kind);
+        return;
+    }
+    parameter_append_fixed(write_data, kind);
+}
+
+void emit_wide_value(kxIfcWriteData *write_data, const char16_t *text) {
+    if (write_data->instance_depth > 0) {
+        ByteBuffer *scratch = &write_data->scratch;
+        scratch->length = 0;
+        const uint32_t columns = bytes_append_wide(scratch, text);
+        place_item(write_data, PARAMETER_VALUE, scratch->data, scratch->length, columns);
+        return;
+    }
+    parameter_append_wide_value(write_data, text);
 }
 
 }  // namespace
@@ -389,6 +600,7 @@ kxIfcWriteData *kxIfcWriteData_new(FILE *output) {
     write_data->next_output_id = 1;
     write_data->current_operation = OPERATION_NONE;
     write_data->output = output;
+    write_data->class_names.upper = true;
     return write_data;
 }
 
@@ -402,34 +614,74 @@ void kxIfcWriteData_free(kxIfcWriteData **holder) {
     const uint32_t num_parameters = write_data->num_parameters;
     kx_assert(num_stacked_buffers == 0);
     kx_assert(num_parameters == 0);
+    flush_pending(write_data);
     kx::mem_free(write_data->parameters);
     kx::mem_free(write_data->stack);
     bytes_free(&write_data->text);
-    bytes_free(&write_data->line);
+    bytes_free(&write_data->pending);
+    bytes_free(&write_data->scratch);
+    name_cache_free(&write_data->class_names);
+    name_cache_free(&write_data->type_names);
     kx::mem_free_and_clear(holder);
 }
 
 kx_bool16 kxIfcWriteData_is_writing_nested(const kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return FALSO;
-    return write_data->num_stacked_buffers > 0 ? CIERTO : FALSO;
+    return write_data->num_stacked_buffers > 0 || write_data->instance_depth > 0 ? CIERTO : FALSO;
 }
 
 void kxIfcWriteData_begin_parameters(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
+    if (write_data->instance_depth > 0) {
+        place_fixed_item(write_data, PARAMETER_OPEN);
+        write_data->instance_depth++;
+        return;
+    }
     begin_group(write_data, OPERATION_PARAMETERS);
 }
 
 void kxIfcWriteData_begin_typed_value(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
+    // An instance printed as it is written needs the name first.
+    kx_assert(write_data->instance_depth == 0);
+    if (write_data->instance_depth > 0) return kxIfcWriteData_begin_named_value(write_data, u"");
     begin_group(write_data, OPERATION_TYPED_VALUE);
 }
+
+void kxIfcWriteData_begin_named_value(kxIfcWriteData *write_data, const char16_t *type_name) {
+    kx_assert_not_null(write_data);
+    kx_assert_not_null(type_name);
+    if (write_data == nullptr || type_name == nullptr) return;
+    if (write_data->instance_depth > 0) {
+        const NarrowName &name = cached_name(&write_data->type_names, type_name);
+        place_item(write_data, PARAMETER_TYPE_NAME, write_data->type_names.text.data + name.offset, name.length,
+                   name.columns);
+        place_fixed_item(write_data, PARAMETER_OPEN);
+        write_data->instance_depth++;
+        return;
+    }
+    begin_group(write_data, OPERATION_TYPED_VALUE);
+}
+
+namespace {
+
+// Closes a group of an instance printed as it is written.
+void close_placed_group(kxIfcWriteData *write_data) {
+    kx_assert(write_data->instance_depth > 1);
+    if (write_data->instance_depth <= 1) return;
+    place_fixed_item(write_data, PARAMETER_CLOSE);
+    write_data->instance_depth--;
+}
+
+}  // namespace
 
 void kxIfcWriteData_end_list(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
+    if (write_data->instance_depth > 0) return close_placed_group(write_data);
     end_group(write_data, nullptr);
 }
 
@@ -437,6 +689,7 @@ void kxIfcWriteData_end_typed_value(kxIfcWriteData *write_data, const char16_t *
     kx_assert_not_null(write_data);
     kx_assert_not_null(type_name);
     if (write_data == nullptr) return;
+    if (write_data->instance_depth > 0) return close_placed_group(write_data);
     end_group(write_data, type_name != nullptr ? type_name : u"");
 }
 
@@ -445,37 +698,34 @@ void kxIfcWriteData_write_reference(kxIfcWriteData *write_data, uint32_t output_
     if (write_data == nullptr) return;
     char text[16];
     text[0] = '#';
-    const char *end = put_ulong(text + 1, output_file_id);
-    parameter_append_value(write_data, text, static_cast<uint32_t>(end - text));
+    const uint32_t length = static_cast<uint32_t>(put_ulong(text + 1, output_file_id) - text);
+    emit_value(write_data, text, length, length);
 }
 
 void kxIfcWriteData_write_integer(kxIfcWriteData *write_data, int32_t value) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
     char text[16];
-    const char *end = put_long(text, value);
-    parameter_append_value(write_data, text, static_cast<uint32_t>(end - text));
+    const uint32_t length = static_cast<uint32_t>(put_long(text, value) - text);
+    emit_value(write_data, text, length, length);
 }
 
 void kxIfcWriteData_write_real(kxIfcWriteData *write_data, double value) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
     // Infinities and NaNs have no STEP form: the value is written unset.
-    if (!std::isfinite(value)) {
-        parameter_append_fixed(write_data, PARAMETER_UNSET);
-        return;
-    }
+    if (!std::isfinite(value)) return emit_fixed(write_data, PARAMETER_UNSET);
     char text[REAL_TEXT_SIZE];
     const uint32_t length =
         write_data->lossless ? kx::step_format_real_shortest(value, text) : format_real_text(value, text);
-    parameter_append_value(write_data, text, length);
+    emit_value(write_data, text, length, length);
 }
 
 void kxIfcWriteData_write_text(kxIfcWriteData *write_data, const char16_t *value_text) {
     kx_assert_not_null(write_data);
     kx_assert_not_null(value_text);
     if (write_data == nullptr || value_text == nullptr) return;
-    parameter_append_wide_value(write_data, value_text);
+    emit_wide_value(write_data, value_text);
 }
 
 void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **value_text) {
@@ -484,7 +734,7 @@ void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **valu
     if (write_data == nullptr || value_text == nullptr) return;
     kx_assert_not_null(*value_text);
     if (*value_text == nullptr) return;
-    parameter_append_wide_value(write_data, *value_text);
+    emit_wide_value(write_data, *value_text);
     kx::wstr_destroy(value_text);
 }
 
@@ -492,16 +742,16 @@ void kxIfcWriteData_write_string(kxIfcWriteData *write_data, const char16_t *val
     kx_assert_not_null(write_data);
     kx_assert_not_null(value_text);
     if (write_data == nullptr || value_text == nullptr) return;
-    ByteBuffer *text = &write_data->text;
+    ByteBuffer *scratch = &write_data->scratch;
     const uint32_t units = kx::wstr_length(value_text);
-    char *start = bytes_reserve(text, units * 12 + 2);
+    scratch->length = 0;
+    char *start = bytes_reserve(scratch, units * 12 + 2);
     char *end = start;
     *end++ = '\'';
     end = write_data->lossless ? end + kx::step_encode_string(value_text, end) : encode_into(value_text, end);
     *end++ = '\'';
     const uint32_t length = static_cast<uint32_t>(end - start);
-    text->length += length;
-    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
+    emit_value(write_data, start, length, length);
 }
 
 void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bits) {
@@ -513,8 +763,9 @@ void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bit
     // The first hex digit carries the bits that do not fill a whole one.
     const uint32_t unused_bits = (4 - num_bits % 4) % 4;
     const uint32_t num_digits = (num_bits + 3) / 4;
-    ByteBuffer *text = &write_data->text;
-    char *start = bytes_reserve(text, num_digits + 3);
+    ByteBuffer *scratch = &write_data->scratch;
+    scratch->length = 0;
+    char *start = bytes_reserve(scratch, num_digits + 3);
     char *end = start;
     *end++ = '"';
     *end++ = static_cast<char>('0' + unused_bits);
@@ -530,20 +781,19 @@ void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bit
     }
     *end++ = '"';
     const uint32_t length = static_cast<uint32_t>(end - start);
-    text->length += length;
-    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
+    emit_value(write_data, start, length, length);
 }
 
 void kxIfcWriteData_write_unset(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    parameter_append_fixed(write_data, PARAMETER_UNSET);
+    emit_fixed(write_data, PARAMETER_UNSET);
 }
 
 void kxIfcWriteData_write_derived(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    parameter_append_fixed(write_data, PARAMETER_DERIVED);
+    emit_fixed(write_data, PARAMETER_DERIVED);
 }
 
 void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t *class_name,
@@ -557,86 +807,24 @@ void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t
         output_file_id == NEXT_ID ? write_data->next_output_id++ : output_file_id;
     if (id_out != nullptr) *id_out = id;
 
-    // "#%lu= %s(" with the class name in upper case.
-    ByteBuffer *line = &write_data->line;
-    line->length = 0;
-    char head[16];
-    head[0] = '#';
-    char *head_end = put_ulong(head + 1, id);
-    *head_end++ = '=';
-    *head_end++ = ' ';
-    bytes_append(line, head, static_cast<uint32_t>(head_end - head));
-    const uint32_t name_start = line->length;
-    uint32_t column = static_cast<uint32_t>(head_end - head) + bytes_append_wide(line, class_name);
-    for (uint32_t i = name_start; i < line->length; i++) {
-        char &c = line->data[i];
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    }
-    bytes_append(line, "(", 1);
-    column += 1;
-
-    // The parameters: at most a comma, a line end and the text per item.
+    // A line printed as it was written is closed by kxIfcWriteData_end_instance.
+    kx_assert(write_data->instance_depth == 0);
+    ByteBuffer *name = &write_data->scratch;
+    name->length = 0;
+    const uint32_t columns = bytes_append_wide(name, class_name);
+    for (char *c = name->data; c < name->data + name->length; c++)
+        if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+    begin_line(write_data, name->data, name->length, columns, id);
     const Parameter *items = write_data->parameters;
-    const uint32_t first = write_data->current_start;
-    const uint32_t count = write_data->num_parameters;
-    const uint32_t text_bytes =
-        write_data->text.length -
-        (write_data->num_stacked_buffers > 0
-             ? write_data->stack[write_data->num_stacked_buffers - 1].text_start
-             : 0);
-    char *out = bytes_reserve(line, text_bytes + 3 * (count - first) + 3);
     const char *text = write_data->text.data;
-    uint32_t kind_prev = PARAMETER_OPEN;
-    for (uint32_t i = first; i < count; i++) {
+    for (uint32_t i = write_data->current_start; i < write_data->num_parameters; i++) {
         const Parameter &parameter = items[i];
-        const uint32_t kind = parameter.kind;
-        if (i > first) {
-            bool comma = false;
-            bool may_break = true;
-            switch (kind) {
-                case PARAMETER_TYPE_NAME:
-                    comma = kind_prev != PARAMETER_OPEN;
-                    may_break = false;
-                    break;
-                case PARAMETER_UNSET:
-                case PARAMETER_DERIVED:
-                case PARAMETER_VALUE: comma = kind_prev != PARAMETER_OPEN; break;
-                case PARAMETER_OPEN:
-                    comma = kind_prev != PARAMETER_OPEN && kind_prev != PARAMETER_TYPE_NAME;
-                    may_break = kind_prev != PARAMETER_TYPE_NAME;
-                    break;
-                case PARAMETER_CLOSE: break;
-                default: kx_assert_unreachable(); break;
-            }
-            if (comma) {
-                *out++ = ',';
-                column++;
-            }
-            if (may_break && column + parameter.columns > MAX_LINE_COLUMNS) {
-                *out++ = '\n';
-                column = 0;
-            }
-        }
-        switch (kind) {
-            case PARAMETER_OPEN: *out++ = '('; break;
-            case PARAMETER_CLOSE: *out++ = ')'; break;
-            case PARAMETER_UNSET: *out++ = '$'; break;
-            case PARAMETER_DERIVED: *out++ = '*'; break;
-            case PARAMETER_TYPE_NAME:
-            case PARAMETER_VALUE:
-                std::memcpy(out, text + parameter.offset, parameter.length);
-                out += parameter.length;
-                break;
-            default: kx_assert_unreachable(); break;
-        }
-        column += parameter.columns;
-        kind_prev = kind;
+        const bool own_text = parameter.kind == PARAMETER_VALUE || parameter.kind == PARAMETER_TYPE_NAME;
+        kx_assert(parameter.kind <= PARAMETER_VALUE);
+        place_item(write_data, parameter.kind, own_text ? text + parameter.offset : &FIXED_ITEM_TEXT[parameter.kind],
+                   parameter.length, parameter.columns);
     }
-    *out++ = ')';
-    *out++ = ';';
-    *out++ = '\n';
-    line->length = static_cast<uint32_t>(out - line->data);
-    print_bytes(write_data, line->data, line->length);
+    end_line(write_data);
 
     // The group is done: drop its items and its reserved slot, and go back
     // to the suspended group.
@@ -660,17 +848,16 @@ void kxIfcWriteData_write_line(kxIfcWriteData *write_data, const char16_t *text)
     kx_assert_not_null(write_data);
     kx_assert_not_null(text);
     if (write_data == nullptr || text == nullptr) return;
-    ByteBuffer *line = &write_data->line;
-    line->length = 0;
-    bytes_append_wide(line, text);
-    bytes_append(line, ";\n", 2);
-    print_bytes(write_data, line->data, line->length);
+    bytes_append_wide(&write_data->pending, text);
+    bytes_append(&write_data->pending, ";\n", 2);
+    line_done(write_data);
 }
 
 void kxIfcWriteData_write_newline(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    print_bytes(write_data, "\n", 1);
+    bytes_append(&write_data->pending, "\n", 1);
+    line_done(write_data);
 }
 
 char16_t *kxIfcWriteData_encode_string(const char16_t *text) {
@@ -682,6 +869,42 @@ char16_t *kxIfcWriteData_encode_string(const char16_t *text) {
     char16_t *end = encode_into(text, encoded);
     *end = u'\0';
     return encoded;
+}
+
+uint32_t kxIfcWriteData_begin_instance(kxIfcWriteData *write_data, const char16_t *class_name,
+                                      uint32_t output_file_id) {
+    kx_assert_not_null(write_data);
+    kx_assert_not_null(class_name);
+    if (write_data == nullptr) return output_file_id;
+    kx_assert(!kxIfcWriteData_is_writing_nested(write_data));
+    const uint32_t id = output_file_id == NEXT_ID ? write_data->next_output_id++ : output_file_id;
+    const NarrowName &name = cached_name(&write_data->class_names, class_name != nullptr ? class_name : u"");
+    begin_line(write_data, write_data->class_names.text.data + name.offset, name.length, name.columns, id);
+    write_data->instance_depth = 1;
+    return id;
+}
+
+void kxIfcWriteData_end_instance(kxIfcWriteData *write_data) {
+    kx_assert_not_null(write_data);
+    if (write_data == nullptr) return;
+    kx_assert(write_data->instance_depth == 1);
+    if (write_data->instance_depth == 0) return;
+    end_line(write_data);
+    write_data->instance_depth = 0;
+}
+
+void kxIfcWriteData_set_batched(kxIfcWriteData *write_data, bool batched) {
+    kx_assert_not_null(write_data);
+    if (write_data == nullptr) return;
+    write_data->batched = batched;
+    if (!batched) flush_pending(write_data);
+}
+
+bool kxIfcWriteData_flush(kxIfcWriteData *write_data) {
+    kx_assert_not_null(write_data);
+    if (write_data == nullptr) return false;
+    flush_pending(write_data);
+    return !write_data->failed;
 }
 
 void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless) {

@@ -71,6 +71,102 @@ void parse_scientific(const char *text, const char *end, bool negative, DecimalD
     out->negative = negative;
 }
 
+#ifdef __SIZEOF_INT128__
+// 10^n for n from 0 to 19.
+uint64_t power_of_ten(int n) {
+    static constexpr uint64_t kPowers[] = {1ull,
+                                           10ull,
+                                           100ull,
+                                           1000ull,
+                                           10000ull,
+                                           100000ull,
+                                           1000000ull,
+                                           10000000ull,
+                                           100000000ull,
+                                           1000000000ull,
+                                           10000000000ull,
+                                           100000000000ull,
+                                           1000000000000ull,
+                                           10000000000000ull,
+                                           100000000000000ull,
+                                           1000000000000000ull,
+                                           10000000000000000ull,
+                                           100000000000000000ull,
+                                           1000000000000000000ull,
+                                           10000000000000000000ull};
+    return kPowers[n];
+}
+
+__extension__ typedef unsigned __int128 Uint128;
+
+// Which of two multiples of `step` is nearer to x = whole + fraction / 2^shift
+// (0 <= fraction < 2^shift), the lower one being whole - offset with
+// offset < step: -1 lower, 1 upper, 0 a tie.
+int nearer_multiple(uint64_t offset, uint64_t step, Uint128 fraction, int shift) {
+    // The lower one is nearer when 2 x (offset + fraction / 2^shift) < step.
+    if (2 * offset + 2 <= step) return -1;
+    if (2 * offset > step) return 1;
+    if (2 * offset == step) return fraction == 0 ? 0 : 1;
+    const Uint128 half = Uint128{1} << (shift - 1);  // 2 offset + 1 == step
+    return fraction < half ? -1 : (fraction > half ? 1 : 0);
+}
+
+// The shortest digits by exact integer arithmetic, for doubles from 1e-6 up
+// to 2^53 that need sixteen or seventeen digits: every decimal between the
+// midpoints to the neighbouring doubles reads back to this one (the
+// midpoints themselves when the mantissa is even). The value scaled to
+// seventeen whole digits, and those midpoints, are exact 128-bit integers
+// over a power of two. False where it does not apply or meets a tie.
+bool shortest_exact(double magnitude, bool negative, DecimalDigits *out) {
+    const uint64_t bits = std::bit_cast<uint64_t>(magnitude);
+    const int biased_exponent = static_cast<int>(bits >> 52);
+    const uint64_t fraction_bits = bits & ((uint64_t{1} << 52) - 1);
+    // A power of two has a nearer neighbour below: left to the library.
+    if (fraction_bits == 0 || biased_exponent == 0) return false;
+    const uint64_t mantissa = fraction_bits | (uint64_t{1} << 52);
+    const int shift = 1 - (biased_exponent - 1075);  // magnitude = 2 mantissa / 2^shift
+    constexpr int kDigits = 17;
+    const int binary_exponent = biased_exponent - 1023;
+    const int scale = kDigits - 1 - ((binary_exponent * 78913) >> 18);  // at most one too many
+    // 10^scale below 2^74 keeps the products below 2^128.
+    if (shift <= 0 || shift >= 100 || scale < 0 || scale > 22) return false;
+    // Midpoints and value in units of 10^-scale, times 2^shift.
+    const int first_factor = scale < 19 ? scale : 19;
+    const Uint128 power = static_cast<Uint128>(power_of_ten(first_factor)) * power_of_ten(scale - first_factor);
+    const Uint128 lower = (2 * mantissa - 1) * power;
+    const Uint128 upper = (2 * mantissa + 1) * power;
+    const Uint128 value = 2 * mantissa * power;
+    const Uint128 remainder_mask = (Uint128{1} << shift) - 1;
+    const bool inclusive = (mantissa & 1) == 0;
+    uint64_t low = static_cast<uint64_t>(lower >> shift);
+    if ((lower & remainder_mask) != 0 || !inclusive) low++;
+    uint64_t high = static_cast<uint64_t>(upper >> shift);
+    if ((upper & remainder_mask) == 0 && !inclusive) high--;
+    const uint64_t whole = static_cast<uint64_t>(value >> shift);
+    // The widest step of which a multiple lies between the midpoints.
+    uint64_t step = 1;
+    int zeros = 0;
+    while (zeros < kDigits && (high / (step * 10)) * (step * 10) >= low) {
+        step *= 10;
+        zeros++;
+    }
+    const uint64_t below = (whole / step) * step;
+    const int nearer = nearer_multiple(whole - below, step, value & remainder_mask, shift);
+    if (nearer == 0) return false;
+    uint64_t chosen = nearer < 0 ? below : below + step;
+    if (chosen < low) chosen += step;
+    if (chosen > high) chosen -= step;
+    if (chosen < low || chosen > high) return false;
+    char *end = std::to_chars(out->digits, out->digits + sizeof out->digits, chosen).ptr;
+    uint32_t count = static_cast<uint32_t>(end - out->digits);
+    out->exponent = static_cast<int>(count) - 1 - scale;
+    while (count > 1 && out->digits[count - 1] == '0') count--;
+    out->count = count;
+    out->negative = negative;
+    return true;
+}
+#endif
+
 void set_zero(bool negative, DecimalDigits *out) {
     out->digits[0] = '0';
     out->count = 1;
@@ -111,6 +207,9 @@ void decimal_shortest(double value, DecimalDigits *out) {
     if (std::isnormal(magnitude) && scale_to_digits(magnitude, kUniqueDigits, &scaled) &&
         scaled.whole / kPowersOfTen[scaled.scale] == magnitude)
         return set_digits(scaled.whole, kUniqueDigits, scaled.scale, negative, out);
+#ifdef __SIZEOF_INT128__
+    if (shortest_exact(magnitude, negative, out)) return;
+#endif
     char text[48];
     const char *end = std::to_chars(text, text + sizeof text, magnitude, std::chars_format::scientific).ptr;
     parse_scientific(text, end, negative, out);
