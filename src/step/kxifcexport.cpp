@@ -19,10 +19,6 @@
 
 namespace {
 
-// Output buffer of the file: large writes keep the system calls few on
-// files of hundreds of megabytes.
-constexpr size_t kOutputBufferSize = 1u << 20;
-
 // DATA section: one line per entity instance, in the model's order. Select
 // values held as objects get no line; they are written inside the lines of
 // the instances that use them.
@@ -73,8 +69,9 @@ bool taken_by_other_than_file(const char16_t *name) {
 
 // Writes the whole file; false when some of it could not be written.
 bool write_file(kxIfcModel *ifc_model, FILE *file, const char16_t *written_name) {
-    char *file_buffer = static_cast<char *>(kx::mem_alloc(kOutputBufferSize));
-    std::setvbuf(file, file_buffer, _IOFBF, kOutputBufferSize);
+    // The writer gathers the lines and hands them over a megabyte at a time:
+    // the stream needs no buffer of its own to keep the system calls few.
+    std::setvbuf(file, nullptr, _IONBF, 0);
     kxIfcWriteData *output = kxIfcWriteData_new(file);
     kxIfcWriteData_set_lossless(output, ifc_model->text_mode == KX_TEXT_MODE_LOSSLESS);
     kxIfcWriteData_set_batched(output, true);
@@ -86,7 +83,6 @@ bool write_file(kxIfcModel *ifc_model, FILE *file, const char16_t *written_name)
     bool written = kxIfcWriteData_flush(output) && std::fflush(file) == 0 && std::ferror(file) == 0;
     kxIfcWriteData_free(&output);
     written = kx::file_close(&file) && written;
-    kx::mem_free(file_buffer);
     // A direct walk over the model's list: the model visitor would leave
     // every instance marked as visited.
     clear_written_flags(ifc_model);

@@ -98,7 +98,8 @@ struct NameCache {
 struct LineState {
     uint32_t column;
     uint32_t previous_kind;
-    bool first;  // no item placed yet: none is preceded by a separator
+    bool first;      // no item placed yet: none is preceded by a separator
+    bool may_break;  // the item being placed may start a new line
 };
 
 }  // namespace
@@ -374,7 +375,7 @@ uint32_t put_general(double value, int precision, char *text) {
 }
 
 // Writes the real into `text` and returns the number of characters.
-uint32_t format_real_text(double value, char (&text)[REAL_TEXT_SIZE]) {
+uint32_t format_real_text(double value, char *text) {
     static_assert(REAL_TEXT_SIZE >= kx::kDecimalTextSize);
     if (std::fabs(value) < 1e-08) {
         text[0] = '0';
@@ -504,33 +505,50 @@ Separators separators_before(uint32_t previous_kind, uint32_t kind) {
 // The text of the items that have none of their own, by kind.
 constexpr char FIXED_ITEM_TEXT[] = {'\0', '(', ')', '$', '*', '\0'};
 
-// Prints one item on the instance line: its separators, then its text.
-void place_item(kxIfcWriteData *write_data, uint32_t kind, const char *text, uint32_t length,
-                uint32_t columns) {
+// An item is placed in two steps around the writing of its text, so that a
+// value can be formatted straight onto the line: item_start writes the
+// comma and returns where the text goes (with room for `room` bytes and a
+// line end); item_end ends the line before the text when the text would
+// pass column 120.
+char *item_start(kxIfcWriteData *write_data, uint32_t kind, uint32_t room) {
     LineState &line = write_data->line;
-    char *const start = bytes_reserve(&write_data->pending, length + 2);
-    char *out = start;
+    char *out = bytes_reserve(&write_data->pending, room + 2);
+    line.may_break = false;
     if (!line.first) {
         const Separators separators = separators_before(line.previous_kind, kind);
         if (separators.comma) {
             *out++ = ',';
             line.column++;
         }
-        if (separators.may_break && line.column + columns > MAX_LINE_COLUMNS) {
-            *out++ = '\n';
-            line.column = 0;
-        }
+        line.may_break = separators.may_break;
     }
+    return out;
+}
+
+void item_end(kxIfcWriteData *write_data, uint32_t kind, char *text, char *text_end, uint32_t columns) {
+    LineState &line = write_data->line;
+    if (line.may_break && line.column + columns > MAX_LINE_COLUMNS) {
+        std::memmove(text + 1, text, static_cast<size_t>(text_end - text));
+        *text = '\n';
+        text_end++;
+        line.column = 0;
+    }
+    line.first = false;
+    line.column += columns;
+    line.previous_kind = kind;
+    write_data->pending.length = static_cast<uint32_t>(text_end - write_data->pending.data);
+}
+
+// Prints one item of ready text on the instance line.
+void place_item(kxIfcWriteData *write_data, uint32_t kind, const char *text, uint32_t length,
+                uint32_t columns) {
+    char *out = item_start(write_data, kind, length);
     if (length <= 16) {
         for (uint32_t i = 0; i < length; i++) out[i] = text[i];
     } else {
         std::memcpy(out, text, length);
     }
-    out += length;
-    line.first = false;
-    line.column += columns;
-    line.previous_kind = kind;
-    write_data->pending.length += static_cast<uint32_t>(out - start);
+    item_end(write_data, kind, out, out + length, columns);
 }
 
 void place_fixed_item(kxIfcWriteData *write_data, uint32_t kind) {
@@ -553,7 +571,7 @@ void begin_line(kxIfcWriteData *write_data, const char *class_name, uint32_t len
     out += length;
     *out++ = '(';
     pending->length += static_cast<uint32_t>(out - head);
-    write_data->line = LineState{head_columns + columns + 1, PARAMETER_OPEN, true};
+    write_data->line = LineState{head_columns + columns + 1, PARAMETER_OPEN, true, false};
 }
 
 // Closes the instance's parameters: ");" and the line end.
@@ -564,13 +582,20 @@ void end_line(kxIfcWriteData *write_data) {
 
 // ---- items as they come: onto the line, or into the current group ----
 
-void emit_value(kxIfcWriteData *write_data, const char *bytes, uint32_t length, uint32_t columns) {
-    if (write_data->instance_depth > 0) {
-        place_item(write_data, PARAMETER_VALUE, bytes, length, columns);
-        return;
-    }
-    bytes_append(&write_data->text, bytes, length);
-    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, columns);
+// A value is formatted where value_start says, with room for `room`
+// bytes, and ends at value_end: straight onto the line of an instance
+// printed as it is written, else into the text of the current group. Its
+// text is ASCII: a character per byte.
+char *value_start(kxIfcWriteData *write_data, uint32_t room) {
+    if (write_data->instance_depth > 0) return item_start(write_data, PARAMETER_VALUE, room);
+    return bytes_reserve(&write_data->text, room);
+}
+
+void value_end(kxIfcWriteData *write_data, char *text, char *text_end) {
+    const uint32_t length = static_cast<uint32_t>(text_end - text);
+    if (write_data->instance_depth > 0) return item_end(write_data, PARAMETER_VALUE, text, text_end, length);
+    write_data->text.length += length;
+    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
 }
 
 void emit_fixed(kxIfcWriteData *write_data, uint32_t kind) {
@@ -696,18 +721,16 @@ void kxIfcWriteData_end_typed_value(kxIfcWriteData *write_data, const char16_t *
 void kxIfcWriteData_write_reference(kxIfcWriteData *write_data, uint32_t output_file_id) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    char text[16];
+    char *text = value_start(write_data, 16);
     text[0] = '#';
-    const uint32_t length = static_cast<uint32_t>(put_ulong(text + 1, output_file_id) - text);
-    emit_value(write_data, text, length, length);
+    value_end(write_data, text, put_ulong(text + 1, output_file_id));
 }
 
 void kxIfcWriteData_write_integer(kxIfcWriteData *write_data, int32_t value) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    char text[16];
-    const uint32_t length = static_cast<uint32_t>(put_long(text, value) - text);
-    emit_value(write_data, text, length, length);
+    char *text = value_start(write_data, 16);
+    value_end(write_data, text, put_long(text, value));
 }
 
 void kxIfcWriteData_write_real(kxIfcWriteData *write_data, double value) {
@@ -715,10 +738,10 @@ void kxIfcWriteData_write_real(kxIfcWriteData *write_data, double value) {
     if (write_data == nullptr) return;
     // Infinities and NaNs have no STEP form: the value is written unset.
     if (!std::isfinite(value)) return emit_fixed(write_data, PARAMETER_UNSET);
-    char text[REAL_TEXT_SIZE];
+    char *text = value_start(write_data, REAL_TEXT_SIZE);
     const uint32_t length =
         write_data->lossless ? kx::step_format_real_shortest(value, text) : format_real_text(value, text);
-    emit_value(write_data, text, length, length);
+    value_end(write_data, text, text + length);
 }
 
 void kxIfcWriteData_write_text(kxIfcWriteData *write_data, const char16_t *value_text) {
@@ -742,16 +765,13 @@ void kxIfcWriteData_write_string(kxIfcWriteData *write_data, const char16_t *val
     kx_assert_not_null(write_data);
     kx_assert_not_null(value_text);
     if (write_data == nullptr || value_text == nullptr) return;
-    ByteBuffer *scratch = &write_data->scratch;
     const uint32_t units = kx::wstr_length(value_text);
-    scratch->length = 0;
-    char *start = bytes_reserve(scratch, units * 12 + 2);
+    char *start = value_start(write_data, units * 12 + 2);
     char *end = start;
     *end++ = '\'';
     end = write_data->lossless ? end + kx::step_encode_string(value_text, end) : encode_into(value_text, end);
     *end++ = '\'';
-    const uint32_t length = static_cast<uint32_t>(end - start);
-    emit_value(write_data, start, length, length);
+    value_end(write_data, start, end);
 }
 
 void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bits) {
@@ -763,9 +783,7 @@ void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bit
     // The first hex digit carries the bits that do not fill a whole one.
     const uint32_t unused_bits = (4 - num_bits % 4) % 4;
     const uint32_t num_digits = (num_bits + 3) / 4;
-    ByteBuffer *scratch = &write_data->scratch;
-    scratch->length = 0;
-    char *start = bytes_reserve(scratch, num_digits + 3);
+    char *start = value_start(write_data, num_digits + 3);
     char *end = start;
     *end++ = '"';
     *end++ = static_cast<char>('0' + unused_bits);
@@ -780,8 +798,7 @@ void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bit
         }
     }
     *end++ = '"';
-    const uint32_t length = static_cast<uint32_t>(end - start);
-    emit_value(write_data, start, length, length);
+    value_end(write_data, start, end);
 }
 
 void kxIfcWriteData_write_unset(kxIfcWriteData *write_data) {
@@ -897,6 +914,7 @@ void kxIfcWriteData_set_batched(kxIfcWriteData *write_data, bool batched) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
     write_data->batched = batched;
+    if (batched) bytes_reserve(&write_data->pending, BATCH_BYTES + (BATCH_BYTES >> 4));
     if (!batched) flush_pending(write_data);
 }
 

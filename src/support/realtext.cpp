@@ -41,37 +41,6 @@ bool scale_to_digits(double magnitude, int significant, Scaled *scaled) {
     return true;
 }
 
-// Digits of a whole number below 2^53 with `scale`: whole x 10^-scale.
-void set_digits(double whole, int significant, int scale, bool negative, DecimalDigits *out) {
-    const uint64_t integer = static_cast<uint64_t>(whole);
-    char *end = std::to_chars(out->digits, out->digits + sizeof out->digits, integer).ptr;
-    uint32_t count = static_cast<uint32_t>(end - out->digits);
-    // Rounding up to 10^significant gives one digit more: the exponent grows.
-    out->exponent = significant - 1 - scale + (static_cast<int>(count) - significant);
-    while (count > 1 && out->digits[count - 1] == '0') count--;
-    out->count = count;
-    out->negative = negative;
-}
-
-// Reads "d.ddde+XX" as written by std::to_chars in scientific form.
-void parse_scientific(const char *text, const char *end, bool negative, DecimalDigits *out) {
-    uint32_t count = 0;
-    const char *c = text;
-    for (; c < end && *c != 'e'; c++)
-        if (*c != '.') out->digits[count++] = *c;
-    int exponent = 0;
-    if (c < end) {
-        c++;
-        if (*c == '+') c++;
-        std::from_chars(c, end, exponent);
-    }
-    while (count > 1 && out->digits[count - 1] == '0') count--;
-    out->count = count;
-    out->exponent = exponent;
-    out->negative = negative;
-}
-
-#ifdef __SIZEOF_INT128__
 // 10^n for n from 0 to 19.
 uint64_t power_of_ten(int n) {
     static constexpr uint64_t kPowers[] = {1ull,
@@ -97,6 +66,78 @@ uint64_t power_of_ten(int n) {
     return kPowers[n];
 }
 
+// The number of digits of a whole number that has at least `at_least`.
+uint32_t digit_count(uint64_t whole, uint32_t at_least) {
+    uint32_t count = at_least;
+    while (count < 20 && whole >= power_of_ten(static_cast<int>(count))) count++;
+    return count;
+}
+
+// Writes the eight decimal digits of a number below 10^8, leading zeros
+// included, with a few multiplications on all of them at once: the number
+// is split in two halves of four digits, each of them in two pairs, each
+// of those in two digits, every split a multiply-and-shift division in
+// its own lane of a 64-bit word (exact for the ranges each lane holds).
+// Lanes are laid out so that the bytes of the word, lowest first, are the
+// digits in reading order.
+void put_eight_digits(uint32_t value, char *out) {
+    const uint64_t halves = (value / 10000) | (static_cast<uint64_t>(value % 10000) << 32);
+    const uint64_t hundreds = ((halves * 10486) >> 20) & 0x0000007F0000007Full;  // lane / 100
+    const uint64_t pairs = hundreds | ((halves - hundreds * 100) << 16);
+    const uint64_t tens = ((pairs * 103) >> 10) & 0x000F000F000F000Full;  // lane / 10
+    const uint64_t digits = tens | ((pairs - tens * 10) << 8);
+    const uint64_t text = digits | 0x3030303030303030ull;  // '0' added to each
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(out, &text, 8);
+    } else {
+        for (int i = 0; i < 8; i++) out[i] = static_cast<char>(text >> (8 * i));
+    }
+}
+
+// The digits of whole x 10^-scale, a whole number of `count` digits,
+// without its trailing zeros.
+void set_whole_digits(uint64_t whole, uint32_t count, int scale, bool negative, DecimalDigits *out) {
+    // All 24 digit places, then the last `count` of them (copied with what
+    // follows them, as a block of fixed size).
+    static_assert(sizeof out->digits == 24);
+    char text[48] = {};
+    put_eight_digits(static_cast<uint32_t>(whole / 10000000000000000ull), text);
+    put_eight_digits(static_cast<uint32_t>(whole / 100000000 % 100000000), text + 8);
+    put_eight_digits(static_cast<uint32_t>(whole % 100000000), text + 16);
+    const char *digits = text + 24 - count;
+    out->exponent = static_cast<int>(count) - 1 - scale;
+    while (count > 1 && digits[count - 1] == '0') count--;
+    std::memcpy(out->digits, digits, sizeof out->digits);
+    out->count = count;
+    out->negative = negative;
+}
+
+// Digits of a whole number below 2^53 with `scale`: whole x 10^-scale, of
+// `significant` digits or rounded up to 10^significant.
+void set_digits(double whole, int significant, int scale, bool negative, DecimalDigits *out) {
+    const uint64_t integer = static_cast<uint64_t>(whole);
+    set_whole_digits(integer, digit_count(integer, static_cast<uint32_t>(significant)), scale, negative, out);
+}
+
+// Reads "d.ddde+XX" as written by std::to_chars in scientific form.
+void parse_scientific(const char *text, const char *end, bool negative, DecimalDigits *out) {
+    uint32_t count = 0;
+    const char *c = text;
+    for (; c < end && *c != 'e'; c++)
+        if (*c != '.') out->digits[count++] = *c;
+    int exponent = 0;
+    if (c < end) {
+        c++;
+        if (*c == '+') c++;
+        std::from_chars(c, end, exponent);
+    }
+    while (count > 1 && out->digits[count - 1] == '0') count--;
+    out->count = count;
+    out->exponent = exponent;
+    out->negative = negative;
+}
+
+#ifdef __SIZEOF_INT128__
 __extension__ typedef unsigned __int128 Uint128;
 
 // Which of two multiples of `step` is nearer to x = whole + fraction / 2^shift
@@ -157,12 +198,7 @@ bool shortest_exact(double magnitude, bool negative, DecimalDigits *out) {
     if (chosen < low) chosen += step;
     if (chosen > high) chosen -= step;
     if (chosen < low || chosen > high) return false;
-    char *end = std::to_chars(out->digits, out->digits + sizeof out->digits, chosen).ptr;
-    uint32_t count = static_cast<uint32_t>(end - out->digits);
-    out->exponent = static_cast<int>(count) - 1 - scale;
-    while (count > 1 && out->digits[count - 1] == '0') count--;
-    out->count = count;
-    out->negative = negative;
+    set_whole_digits(chosen, digit_count(chosen, kDigits - 1), scale, negative, out);
     return true;
 }
 #endif
