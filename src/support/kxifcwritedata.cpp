@@ -44,6 +44,8 @@ enum ParameterKind : uint32_t {
     PARAMETER_UNSET = 3,
     PARAMETER_DERIVED = 4,
     PARAMETER_VALUE = 5,
+    // Not an item: what precedes the first item of an instance line.
+    PARAMETER_LINE_START = 6,
 };
 
 // The kind of group of a buffer.
@@ -97,9 +99,8 @@ struct NameCache {
 // Where the instance line being printed stands.
 struct LineState {
     uint32_t column;
-    uint32_t previous_kind;
-    bool first;      // no item placed yet: none is preceded by a separator
-    bool may_break;  // the item being placed may start a new line
+    uint32_t previous_kind;  // PARAMETER_LINE_START before the first item
+    bool may_break;          // the item being placed may start a new line
 };
 
 }  // namespace
@@ -143,12 +144,15 @@ uint32_t grown_capacity(uint32_t capacity, uint64_t needed) {
 }
 
 // Room for `extra` more bytes; returns where they go.
+void bytes_grow(ByteBuffer *buffer, uint64_t needed) {
+    buffer->capacity = grown_capacity(buffer->capacity, needed);
+    buffer->data = static_cast<char *>(kx::mem_realloc(buffer->data, buffer->capacity));
+}
+
 char *bytes_reserve(ByteBuffer *buffer, uint32_t extra) {
     const uint64_t needed = static_cast<uint64_t>(buffer->length) + extra;
-    if (needed > buffer->capacity) {
-        buffer->capacity = grown_capacity(buffer->capacity, needed);
-        buffer->data = static_cast<char *>(kx::mem_realloc(buffer->data, buffer->capacity));
-    }
+    if (needed > buffer->capacity) [[unlikely]]
+        bytes_grow(buffer, needed);
     return buffer->data + buffer->length;
 }
 
@@ -346,12 +350,14 @@ void end_group(kxIfcWriteData *write_data, const char16_t *type_name) {
 // ---- numbers ----
 
 // Decimal digits of an unsigned long; returns the end.
-char *put_ulong(char *destination, uint32_t value) {
-    return std::to_chars(destination, destination + 10, value).ptr;
-}
+// Both need room for 11 bytes at `destination`.
+char *put_ulong(char *destination, uint32_t value) { return kx::put_decimal(value, destination); }
 
 char *put_long(char *destination, int32_t value) {
-    return std::to_chars(destination, destination + 11, value).ptr;
+    if (value < 0) *destination++ = '-';
+    // The magnitude in unsigned arithmetic: INT32_MIN has no positive int32.
+    const uint32_t magnitude = value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    return kx::put_decimal(magnitude, destination);
 }
 
 // The real number format. The largest double takes 311 characters in the
@@ -479,28 +485,30 @@ void line_done(kxIfcWriteData *write_data) {
 
 // ---- instance lines ----
 
-// The separators before an item that is not the first of its line: a comma
-// between the items of a group, and whether the line may end before it (it
-// does when the item would pass column 120). A type name and its "(" stay
-// together; a ")" takes no comma.
-struct Separators {
-    bool comma;
-    bool may_break;
-};
+// The separators before an item, by the kind of the item before it and its
+// own: a comma between the items of a group, and whether the line may end
+// before it (it does when the item would pass column 120). A type name and
+// its "(" stay together; a ")" takes no comma; the first item of a line
+// takes neither.
+constexpr uint8_t SEPARATOR_COMMA = 1;
+constexpr uint8_t SEPARATOR_MAY_BREAK = 2;
+constexpr uint8_t SEPARATOR_BOTH = SEPARATOR_COMMA | SEPARATOR_MAY_BREAK;
 
-Separators separators_before(uint32_t previous_kind, uint32_t kind) {
-    switch (kind) {
-        case PARAMETER_TYPE_NAME: return {previous_kind != PARAMETER_OPEN, false};
-        case PARAMETER_UNSET:
-        case PARAMETER_DERIVED:
-        case PARAMETER_VALUE: return {previous_kind != PARAMETER_OPEN, true};
-        case PARAMETER_OPEN:
-            return {previous_kind != PARAMETER_OPEN && previous_kind != PARAMETER_TYPE_NAME,
-                    previous_kind != PARAMETER_TYPE_NAME};
-        case PARAMETER_CLOSE: return {false, true};
-        default: kx_assert_unreachable(); return {false, true};
-    }
-}
+constexpr uint8_t SEPARATORS[7][6] = {
+    // Rows: the item before; columns: the item (TYPE_NAME, OPEN, CLOSE, UNSET, DERIVED, VALUE).
+    /* after TYPE_NAME */ {SEPARATOR_COMMA, 0, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH, SEPARATOR_BOTH},
+    /* after OPEN */ {0, SEPARATOR_MAY_BREAK, SEPARATOR_MAY_BREAK, SEPARATOR_MAY_BREAK, SEPARATOR_MAY_BREAK,
+                      SEPARATOR_MAY_BREAK},
+    /* after CLOSE */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                       SEPARATOR_BOTH},
+    /* after UNSET */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                       SEPARATOR_BOTH},
+    /* after DERIVED */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                         SEPARATOR_BOTH},
+    /* after VALUE */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                       SEPARATOR_BOTH},
+    /* at LINE_START */ {0, 0, 0, 0, 0, 0},
+};
 
 // The text of the items that have none of their own, by kind.
 constexpr char FIXED_ITEM_TEXT[] = {'\0', '(', ')', '$', '*', '\0'};
@@ -510,22 +518,21 @@ constexpr char FIXED_ITEM_TEXT[] = {'\0', '(', ')', '$', '*', '\0'};
 // comma and returns where the text goes (with room for `room` bytes and a
 // line end); item_end ends the line before the text when the text would
 // pass column 120.
-char *item_start(kxIfcWriteData *write_data, uint32_t kind, uint32_t room) {
+// Both are small and on the path of every value: always inlined.
+[[gnu::always_inline]] inline char *item_start(kxIfcWriteData *write_data, uint32_t kind, uint32_t room) {
     LineState &line = write_data->line;
     char *out = bytes_reserve(&write_data->pending, room + 2);
-    line.may_break = false;
-    if (!line.first) {
-        const Separators separators = separators_before(line.previous_kind, kind);
-        if (separators.comma) {
-            *out++ = ',';
-            line.column++;
-        }
-        line.may_break = separators.may_break;
+    const uint8_t separators = SEPARATORS[line.previous_kind][kind];
+    if (separators & SEPARATOR_COMMA) {
+        *out++ = ',';
+        line.column++;
     }
+    line.may_break = (separators & SEPARATOR_MAY_BREAK) != 0;
     return out;
 }
 
-void item_end(kxIfcWriteData *write_data, uint32_t kind, char *text, char *text_end, uint32_t columns) {
+[[gnu::always_inline]] inline void item_end(kxIfcWriteData *write_data, uint32_t kind, char *text, char *text_end,
+                                            uint32_t columns) {
     LineState &line = write_data->line;
     if (line.may_break && line.column + columns > MAX_LINE_COLUMNS) {
         std::memmove(text + 1, text, static_cast<size_t>(text_end - text));
@@ -533,7 +540,6 @@ void item_end(kxIfcWriteData *write_data, uint32_t kind, char *text, char *text_
         text_end++;
         line.column = 0;
     }
-    line.first = false;
     line.column += columns;
     line.previous_kind = kind;
     write_data->pending.length = static_cast<uint32_t>(text_end - write_data->pending.data);
@@ -552,7 +558,9 @@ void place_item(kxIfcWriteData *write_data, uint32_t kind, const char *text, uin
 }
 
 void place_fixed_item(kxIfcWriteData *write_data, uint32_t kind) {
-    place_item(write_data, kind, &FIXED_ITEM_TEXT[kind], 1, 1);
+    char *out = item_start(write_data, kind, 1);
+    *out = FIXED_ITEM_TEXT[kind];
+    item_end(write_data, kind, out, out + 1, 1);
 }
 
 // Prints "#id= NAME(" with the class name (in upper case, `columns`
@@ -571,7 +579,7 @@ void begin_line(kxIfcWriteData *write_data, const char *class_name, uint32_t len
     out += length;
     *out++ = '(';
     pending->length += static_cast<uint32_t>(out - head);
-    write_data->line = LineState{head_columns + columns + 1, PARAMETER_OPEN, true, false};
+    write_data->line = LineState{head_columns + columns + 1, PARAMETER_LINE_START, false};
 }
 
 // Closes the instance's parameters: ");" and the line end.
@@ -586,12 +594,12 @@ void end_line(kxIfcWriteData *write_data) {
 // bytes, and ends at value_end: straight onto the line of an instance
 // printed as it is written, else into the text of the current group. Its
 // text is ASCII: a character per byte.
-char *value_start(kxIfcWriteData *write_data, uint32_t room) {
+[[gnu::always_inline]] inline char *value_start(kxIfcWriteData *write_data, uint32_t room) {
     if (write_data->instance_depth > 0) return item_start(write_data, PARAMETER_VALUE, room);
     return bytes_reserve(&write_data->text, room);
 }
 
-void value_end(kxIfcWriteData *write_data, char *text, char *text_end) {
+[[gnu::always_inline]] inline void value_end(kxIfcWriteData *write_data, char *text, char *text_end) {
     const uint32_t length = static_cast<uint32_t>(text_end - text);
     if (write_data->instance_depth > 0) return item_end(write_data, PARAMETER_VALUE, text, text_end, length);
     write_data->text.length += length;

@@ -80,13 +80,18 @@ uint32_t digit_count(uint64_t whole, uint32_t at_least) {
 // its own lane of a 64-bit word (exact for the ranges each lane holds).
 // Lanes are laid out so that the bytes of the word, lowest first, are the
 // digits in reading order.
-void put_eight_digits(uint32_t value, char *out) {
+uint64_t eight_digit_values(uint32_t value) {
     const uint64_t halves = (value / 10000) | (static_cast<uint64_t>(value % 10000) << 32);
     const uint64_t hundreds = ((halves * 10486) >> 20) & 0x0000007F0000007Full;  // lane / 100
     const uint64_t pairs = hundreds | ((halves - hundreds * 100) << 16);
     const uint64_t tens = ((pairs * 103) >> 10) & 0x000F000F000F000Full;  // lane / 10
-    const uint64_t digits = tens | ((pairs - tens * 10) << 8);
-    const uint64_t text = digits | 0x3030303030303030ull;  // '0' added to each
+    return tens | ((pairs - tens * 10) << 8);
+}
+
+constexpr uint64_t kEightZeroDigits = 0x3030303030303030ull;  // '0' in each byte
+
+void put_eight_digits(uint32_t value, char *out) {
+    const uint64_t text = eight_digit_values(value) | kEightZeroDigits;
     if constexpr (std::endian::native == std::endian::little) {
         std::memcpy(out, &text, 8);
     } else {
@@ -101,9 +106,9 @@ void set_whole_digits(uint64_t whole, uint32_t count, int scale, bool negative, 
     // follows them, as a block of fixed size).
     static_assert(sizeof out->digits == 24);
     char text[48] = {};
-    put_eight_digits(static_cast<uint32_t>(whole / 10000000000000000ull), text);
-    put_eight_digits(static_cast<uint32_t>(whole / 100000000 % 100000000), text + 8);
     put_eight_digits(static_cast<uint32_t>(whole % 100000000), text + 16);
+    if (count > 8) put_eight_digits(static_cast<uint32_t>(whole / 100000000 % 100000000), text + 8);
+    if (count > 16) put_eight_digits(static_cast<uint32_t>(whole / 10000000000000000ull), text);
     const char *digits = text + 24 - count;
     out->exponent = static_cast<int>(count) - 1 - scale;
     while (count > 1 && digits[count - 1] == '0') count--;
@@ -211,6 +216,17 @@ void set_zero(bool negative, DecimalDigits *out) {
 }
 
 }  // namespace
+
+char *put_decimal(uint32_t value, char *out) {
+    if constexpr (std::endian::native != std::endian::little) return std::to_chars(out, out + 10, value).ptr;
+    if (value >= 100000000) return std::to_chars(out, out + 10, value).ptr;
+    // Leading zero digits are the zero bytes at the low end of the word.
+    const uint64_t digits = eight_digit_values(value);
+    const int leading = digits == 0 ? 7 : std::countr_zero(digits) / 8;
+    const uint64_t text = (digits | kEightZeroDigits) >> (8 * leading);
+    std::memcpy(out, &text, 8);
+    return out + 8 - leading;
+}
 
 void decimal_round(double value, int significant, DecimalDigits *out) {
     const bool negative = std::signbit(value);

@@ -8,6 +8,10 @@
 
 namespace kx {
 
+// Writes the decimal digits of a whole number and returns their end. Up to
+// eight bytes past the end may be written over: `out` needs room for 10.
+char *put_decimal(uint32_t value, char *out);
+
 // A finite real as significant digits: d1.d2d3... x 10^exponent.
 struct DecimalDigits {
     char digits[24];  // no trailing zeros; "0" for zero
