@@ -93,7 +93,8 @@ struct NameCache {
     uint32_t capacity;
     uint32_t count;
     ByteBuffer text;
-    bool upper;  // names kept in upper case
+    const NarrowName *last;  // the name looked up last: lines of one class often follow each other
+    bool upper;              // names kept in upper case
 };
 
 // Where the instance line being printed stands.
@@ -208,13 +209,18 @@ void name_cache_grow(NameCache *cache) {
     for (uint32_t i = 0; i < old_capacity; i++)
         if (old_slots[i].wide != nullptr) cache->slots[name_slot(cache, old_slots[i].wide)] = old_slots[i];
     kx::mem_free(const_cast<NarrowName *>(old_slots));
+    cache->last = nullptr;
 }
 
 // The narrow form of a name, made on its first use.
 const NarrowName &cached_name(NameCache *cache, const char16_t *wide) {
+    if (cache->last != nullptr && cache->last->wide == wide) return *cache->last;
     if (cache->capacity > 0) {
         const NarrowName &found = cache->slots[name_slot(cache, wide)];
-        if (found.wide == wide) return found;
+        if (found.wide == wide) {
+            cache->last = &found;
+            return found;
+        }
     }
     if (2 * (cache->count + 1) > cache->capacity) name_cache_grow(cache);
     NarrowName &name = cache->slots[name_slot(cache, wide)];
@@ -228,11 +234,13 @@ const NarrowName &cached_name(NameCache *cache, const char16_t *wide) {
             if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
     }
     cache->count++;
+    cache->last = &name;
     return name;
 }
 
 void name_cache_free(NameCache *cache) {
     kx::mem_free_and_clear(&cache->slots);
+    cache->last = nullptr;
     bytes_free(&cache->text);
     cache->capacity = 0;
     cache->count = 0;

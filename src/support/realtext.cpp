@@ -90,8 +90,9 @@ uint64_t eight_digit_values(uint32_t value) {
 
 constexpr uint64_t kEightZeroDigits = 0x3030303030303030ull;  // '0' in each byte
 
-void put_eight_digits(uint32_t value, char *out) {
-    const uint64_t text = eight_digit_values(value) | kEightZeroDigits;
+// Writes digit values as made by eight_digit_values.
+void store_eight_digits(uint64_t digits, char *out) {
+    const uint64_t text = digits | kEightZeroDigits;
     if constexpr (std::endian::native == std::endian::little) {
         std::memcpy(out, &text, 8);
     } else {
@@ -102,16 +103,29 @@ void put_eight_digits(uint32_t value, char *out) {
 // The digits of whole x 10^-scale, a whole number of `count` digits,
 // without its trailing zeros.
 void set_whole_digits(uint64_t whole, uint32_t count, int scale, bool negative, DecimalDigits *out) {
-    // All 24 digit places, then the last `count` of them (copied with what
-    // follows them, as a block of fixed size).
+    // The 24 digit places in three words, in reading order; of them the
+    // last `count`, copied with what follows them as a block of fixed size.
     static_assert(sizeof out->digits == 24);
-    char text[48] = {};
-    put_eight_digits(static_cast<uint32_t>(whole % 100000000), text + 16);
-    if (count > 8) put_eight_digits(static_cast<uint32_t>(whole / 100000000 % 100000000), text + 8);
-    if (count > 16) put_eight_digits(static_cast<uint32_t>(whole / 10000000000000000ull), text);
-    const char *digits = text + 24 - count;
+    const uint64_t words[3] = {count > 16 ? eight_digit_values(static_cast<uint32_t>(whole / 10000000000000000ull)) : 0,
+                               count > 8 ? eight_digit_values(static_cast<uint32_t>(whole / 100000000 % 100000000)) : 0,
+                               eight_digit_values(static_cast<uint32_t>(whole % 100000000))};
+    char text[48];
+    for (int i = 0; i < 3; i++) store_eight_digits(words[i], text + 8 * i);
+    std::memset(text + 24, 0, 24);
     out->exponent = static_cast<int>(count) - 1 - scale;
-    while (count > 1 && digits[count - 1] == '0') count--;
+    // Trailing zero digits: the zero bytes at the high end of the last words.
+    uint32_t zeros = 0;
+    for (int i = 2; i >= 0 && zeros < 24; i--) {
+        if (std::endian::native != std::endian::little) break;
+        if (words[i] != 0) {
+            zeros += static_cast<uint32_t>(std::countl_zero(words[i])) / 8;
+            break;
+        }
+        zeros += 8;
+    }
+    const char *digits = text + 24 - count;
+    count = zeros < count ? count - zeros : 1;
+    while (count > 1 && digits[count - 1] == '0') count--;  // where the bytes are not little-endian
     std::memcpy(out->digits, digits, sizeof out->digits);
     out->count = count;
     out->negative = negative;
