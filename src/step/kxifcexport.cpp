@@ -30,7 +30,7 @@ void write_data_section(const kxIfcModel *ifc_model, kxIfcWriteData *output) {
         if (ifc_model->export_progress != nullptr && i % 65536 == 0)
             ifc_model->export_progress(ifc_model->export_progress_data, i, count);
         kxBaseObject *base_object = static_cast<kxBaseObject *>(items[i]);
-        kx_assert_text(!kx::baseobject_has_been_written(base_object),
+        kx_assert_text((base_object->flags & kx::OBJECT_WRITTEN) == 0,
                        "kxBaseObject_has_been_written_to_output_file(base_object) == FALSO");
         const kxClass_t *klass = kx::baseobject_class(base_object);
         if (klass == nullptr || !klass->is_entity) continue;
@@ -47,7 +47,7 @@ void clear_written_flags(const kxIfcModel *ifc_model) {
     const uint32_t count = kx::ptrarray_count(ifc_model->objects);
     void *const *items = ifc_model->objects->items;
     for (uint32_t i = 0; i < count; i++)
-        kx::baseobject_clear_written_flag(static_cast<kxBaseObject *>(items[i]));
+        static_cast<kxBaseObject *>(items[i])->flags &= static_cast<uint16_t>(~kx::OBJECT_WRITTEN);
 }
 
 // A base name that stays inside the export's directory.

@@ -1,6 +1,7 @@
 #define KX_UNIT "kxifcwritedata"
 #include "support/writedata.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -144,12 +145,12 @@ uint32_t grown_capacity(uint32_t capacity, uint64_t needed) {
     return static_cast<uint32_t>(grown);
 }
 
-// Room for `extra` more bytes; returns where they go.
 void bytes_grow(ByteBuffer *buffer, uint64_t needed) {
     buffer->capacity = grown_capacity(buffer->capacity, needed);
     buffer->data = static_cast<char *>(kx::mem_realloc(buffer->data, buffer->capacity));
 }
 
+// Room for `extra` more bytes; returns where they go.
 char *bytes_reserve(ByteBuffer *buffer, uint32_t extra) {
     const uint64_t needed = static_cast<uint64_t>(buffer->length) + extra;
     if (needed > buffer->capacity) [[unlikely]]
@@ -419,10 +420,17 @@ uint32_t format_real_text(double value, char *text) {
 constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
 
 // The characters a code unit takes in an encoded string.
-inline uint32_t encoded_width(char16_t c) {
-    if (c < 0x20 || c > 0x7E) return 12;
-    return (c == u'\'' || c == u'\\') ? 2 : 1;
-}
+// Printable ASCII takes one, "'" and "\" are doubled, anything else is
+// written as \X2\hhhh\X0\.
+constexpr auto ASCII_ENCODED_WIDTHS = [] {
+    std::array<uint8_t, 128> widths{};
+    for (uint32_t c = 0; c < 128; c++) widths[c] = c < 0x20 || c > 0x7E ? 12 : 1;
+    widths['\''] = 2;
+    widths['\\'] = 2;
+    return widths;
+}();
+
+inline uint32_t encoded_width(char16_t c) { return c < 0x80 ? ASCII_ENCODED_WIDTHS[c] : 12; }
 
 // Encodes the text into `destination` (room for 12 characters per code
 // unit); returns the end. Char is char for the file, char16_t for strings.
@@ -430,7 +438,10 @@ template <typename Char>
 Char *encode_into(const char16_t *text, Char *destination) {
     for (; *text != u'\0'; text++) {
         const char16_t c = *text;
-        if (c < 0x20 || c > 0x7E) {
+        const uint32_t width = encoded_width(c);
+        if (width == 1) {
+            *destination++ = static_cast<Char>(c);
+        } else if (width == 12) {
             destination[0] = '\\';
             destination[1] = 'X';
             destination[2] = '2';
@@ -444,12 +455,10 @@ Char *encode_into(const char16_t *text, Char *destination) {
             destination[10] = '0';
             destination[11] = '\\';
             destination += 12;
-        } else if (c == u'\'' || c == u'\\') {
+        } else {
             destination[0] = static_cast<Char>(c);
             destination[1] = static_cast<Char>(c);
             destination += 2;
-        } else {
-            *destination++ = static_cast<Char>(c);
         }
     }
     return destination;
