@@ -1,7 +1,6 @@
 #define KX_UNIT "kxifcwritedata"
 #include "support/writedata.h"
 
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -420,17 +419,8 @@ uint32_t format_real_text(double value, char *text) {
 constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
 
 // The characters a code unit takes in an encoded string.
-// Printable ASCII takes one, "'" and "\" are doubled, anything else is
-// written as \X2\hhhh\X0\.
-constexpr auto ASCII_ENCODED_WIDTHS = [] {
-    std::array<uint8_t, 128> widths{};
-    for (uint32_t c = 0; c < 128; c++) widths[c] = c < 0x20 || c > 0x7E ? 12 : 1;
-    widths['\''] = 2;
-    widths['\\'] = 2;
-    return widths;
-}();
-
-inline uint32_t encoded_width(char16_t c) { return c < 0x80 ? ASCII_ENCODED_WIDTHS[c] : 12; }
+// Beyond ASCII every code unit is written as \X2\hhhh\X0\.
+inline uint32_t encoded_width(char16_t c) { return c < 0x80 ? kx::kStepAsciiWidths[c] : 12; }
 
 // Encodes the text into `destination` (room for 12 characters per code
 // unit); returns the end. Char is char for the file, char16_t for strings.

@@ -153,7 +153,10 @@ private:
     int code_page_ = 0;  // ISO 8859-1 until a \P directive
 };
 
-bool printable(char16_t c) { return c >= 0x20 && c <= 0x7E; }
+bool printable(char16_t c) { return c < 0x80 && kStepAsciiWidths[c] != 12; }
+
+// Printable and neither "'" nor "\\": written as itself.
+bool plain(char16_t c) { return c < 0x80 && kStepAsciiWidths[c] == 1; }
 
 }  // namespace
 
@@ -165,6 +168,8 @@ template <typename Char>
 size_t step_encode_string(const char16_t *text, Char *out) {
     Char *o = out;
     for (const char16_t *c = text; *c != 0;) {
+        while (plain(*c)) *o++ = static_cast<Char>(*c++);
+        if (*c == 0) break;
         if (printable(*c)) {
             if (*c == u'\'' || *c == u'\\') *o++ = static_cast<Char>(*c);
             *o++ = static_cast<Char>(*c++);
