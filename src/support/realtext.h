@@ -4,13 +4,42 @@
 // function, plain or with an exponent. Internal to the library.
 #pragma once
 
+#include <bit>
+#include <charconv>
 #include <cstdint>
+#include <cstring>
 
 namespace kx {
 
+// The eight decimal digits of a number below 10^8, leading zeros
+// included, as the bytes of a word (digit values, not yet characters), by
+// a few multiplications on all of them at once: the number is split in two
+// halves of four digits, each of them in two pairs, each of those in two
+// digits, every split a multiply-and-shift division in its own lane of the
+// word (exact for the ranges each lane holds). Lanes are laid out so that
+// the bytes of the word, lowest first, are the digits in reading order.
+inline uint64_t eight_digit_values(uint32_t value) {
+    const uint64_t halves = (value / 10000) | (static_cast<uint64_t>(value % 10000) << 32);
+    const uint64_t hundreds = ((halves * 10486) >> 20) & 0x0000007F0000007Full;  // lane / 100
+    const uint64_t pairs = hundreds | ((halves - hundreds * 100) << 16);
+    const uint64_t tens = ((pairs * 103) >> 10) & 0x000F000F000F000Full;  // lane / 10
+    return tens | ((pairs - tens * 10) << 8);
+}
+
+constexpr uint64_t kEightZeroDigits = 0x3030303030303030ull;  // '0' in each byte
+
 // Writes the decimal digits of a whole number and returns their end. Up to
 // eight bytes past the end may be written over: `out` needs room for 10.
-char *put_decimal(uint32_t value, char *out);
+inline char *put_decimal(uint32_t value, char *out) {
+    if (std::endian::native != std::endian::little || value >= 100000000)
+        return std::to_chars(out, out + 10, value).ptr;
+    // Leading zero digits are the zero bytes at the low end of the word.
+    const uint64_t digits = eight_digit_values(value);
+    const int leading = digits == 0 ? 7 : std::countr_zero(digits) / 8;
+    const uint64_t text = (digits | kEightZeroDigits) >> (8 * leading);
+    std::memcpy(out, &text, 8);
+    return out + 8 - leading;
+}
 
 // A finite real as significant digits: d1.d2d3... x 10^exponent.
 struct DecimalDigits {
