@@ -53,11 +53,21 @@ void write_select(kxIfcWriteData *output, const kxBaseObject *instance) {
             kxIfcWriteData_write_unset(output);
         return;
     }
-    kxIfcWriteData_begin_typed_value(output);
+    // Type names are written in upper case; a defined type has its own.
+    char16_t enum_name[128];
     const char16_t *type_name = nullptr;
+    char16_t *long_enum_name = nullptr;
     if (member.kind == SLOT_ENUM) {
         const EnumInfo &info_enum = g_enums[member.type_ref];
-        type_name = info_enum.name;
+        const uint32_t length = wstr_length(info_enum.name);
+        char16_t *upper = enum_name;
+        if (length < 128)
+            std::memcpy(enum_name, info_enum.name, (length + 1) * sizeof(char16_t));
+        else
+            upper = long_enum_name = wstr_copy(info_enum.name);
+        wstr_to_upper(upper);
+        type_name = upper;
+        kxIfcWriteData_begin_named_value(output, type_name);
         const char16_t *literal = enum_has_value(info_enum, value.integer) ? enum_to_literal(info_enum, value.integer) : nullptr;
         if (literal != nullptr)
             kxIfcWriteData_write_text(output, literal);
@@ -66,6 +76,7 @@ void write_select(kxIfcWriteData *output, const kxBaseObject *instance) {
     } else {
         const DefinedTypeInfo &defined = g_defined_types[member.type_ref];
         type_name = defined.upper_name;
+        kxIfcWriteData_begin_named_value(output, type_name);
         switch (member.kind) {
         case SLOT_STRING: coretype_write_string(output, value.string); break;
         case SLOT_REAL: coretype_write_real(output, value.real); break;
@@ -82,10 +93,8 @@ void write_select(kxIfcWriteData *output, const kxBaseObject *instance) {
         default: kx_assert_unreachable(); break;
         }
     }
-    char16_t *upper = wstr_copy(type_name);
-    wstr_to_upper(upper);
-    kxIfcWriteData_end_typed_value(output, upper);
-    wstr_destroy(&upper);
+    kxIfcWriteData_end_typed_value(output, type_name);
+    if (long_enum_name != nullptr) wstr_destroy(&long_enum_name);
 }
 
 void write_cell(kxIfcWriteData *output, const kxAggregateCell &cell, const AggregateInfo &info) {
@@ -225,14 +234,14 @@ void entity_write_object(kxBaseObject *instance, kxIfcWriteData *output) {
     }
     const ClassRelease *release = baseobject_class_release(instance);
     if (release == nullptr) return;
-    kxIfcWriteData_begin_parameters(output);
+    kxIfcWriteData_begin_instance(output, instance->object_class->upper_name, instance->output_file_id);
     for (uint32_t i = 0; i < release->num_attrs; i++) {
         const AttrRef &attr = release->attrs[i];
         const SlotInfo &slot = g_slots[attr.slot];
         if (!write_slot_value(output, instance, attr, slot)) write_empty(output, attr, slot);
     }
     kx_assert_text((instance->flags & OBJECT_WRITTEN) == 0, "base_object->has_been_written_to_output == FALSO");
-    kxIfcWriteData_write_entity_line(output, instance->object_class->upper_name, instance->output_file_id, nullptr);
+    kxIfcWriteData_end_instance(output);
     instance->flags |= OBJECT_WRITTEN;
 }
 

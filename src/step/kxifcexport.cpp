@@ -19,10 +19,6 @@
 
 namespace {
 
-// Output buffer of the file: large writes keep the system calls few on
-// files of hundreds of megabytes.
-constexpr size_t kOutputBufferSize = 1u << 20;
-
 // DATA section: one line per entity instance, in the model's order. Select
 // values held as objects get no line; they are written inside the lines of
 // the instances that use them.
@@ -34,7 +30,7 @@ void write_data_section(const kxIfcModel *ifc_model, kxIfcWriteData *output) {
         if (ifc_model->export_progress != nullptr && i % 65536 == 0)
             ifc_model->export_progress(ifc_model->export_progress_data, i, count);
         kxBaseObject *base_object = static_cast<kxBaseObject *>(items[i]);
-        kx_assert_text(!kx::baseobject_has_been_written(base_object),
+        kx_assert_text((base_object->flags & kx::OBJECT_WRITTEN) == 0,
                        "kxBaseObject_has_been_written_to_output_file(base_object) == FALSO");
         const kxClass_t *klass = kx::baseobject_class(base_object);
         if (klass == nullptr || !klass->is_entity) continue;
@@ -51,7 +47,7 @@ void clear_written_flags(const kxIfcModel *ifc_model) {
     const uint32_t count = kx::ptrarray_count(ifc_model->objects);
     void *const *items = ifc_model->objects->items;
     for (uint32_t i = 0; i < count; i++)
-        kx::baseobject_clear_written_flag(static_cast<kxBaseObject *>(items[i]));
+        static_cast<kxBaseObject *>(items[i])->flags &= static_cast<uint16_t>(~kx::OBJECT_WRITTEN);
 }
 
 // A base name that stays inside the export's directory.
@@ -73,19 +69,20 @@ bool taken_by_other_than_file(const char16_t *name) {
 
 // Writes the whole file; false when some of it could not be written.
 bool write_file(kxIfcModel *ifc_model, FILE *file, const char16_t *written_name) {
-    char *file_buffer = static_cast<char *>(kx::mem_alloc(kOutputBufferSize));
-    std::setvbuf(file, file_buffer, _IOFBF, kOutputBufferSize);
+    // The writer gathers the lines and hands them over a megabyte at a time:
+    // the stream needs no buffer of its own to keep the system calls few.
+    std::setvbuf(file, nullptr, _IONBF, 0);
     kxIfcWriteData *output = kxIfcWriteData_new(file);
     kxIfcWriteData_set_lossless(output, ifc_model->text_mode == KX_TEXT_MODE_LOSSLESS);
+    kxIfcWriteData_set_batched(output, true);
     kxIfcWriteData_write_line(output, u"ISO-10303-21");
     kx::header_write_section(ifc_model->header, written_name, ifc_model->ifc_version, output);
     kxIfcWriteData_write_newline(output);
     write_data_section(ifc_model, output);
     kxIfcWriteData_write_line(output, u"END-ISO-10303-21");
-    bool written = !kxIfcWriteData_failed(output) && std::fflush(file) == 0 && std::ferror(file) == 0;
+    bool written = kxIfcWriteData_flush(output) && std::fflush(file) == 0 && std::ferror(file) == 0;
     kxIfcWriteData_free(&output);
     written = kx::file_close(&file) && written;
-    kx::mem_free(file_buffer);
     // A direct walk over the model's list: the model visitor would leave
     // every instance marked as visited.
     clear_written_flags(ifc_model);

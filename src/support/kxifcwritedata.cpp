@@ -8,6 +8,7 @@
 #include "support/assert.h"
 #include "support/memory.h"
 #include "support/numbers.h"
+#include "support/realtext.h"
 #include "support/steptext.h"
 #include "support/wstring.h"
 
@@ -23,6 +24,13 @@
 // offset and length. Both arrays are reused from one instance line to the
 // next, so writing a model allocates next to nothing per line.
 //
+// An instance begun with kxIfcWriteData_begin_instance knows its head, so
+// its items go straight onto the line as they come, through the same
+// placing rules that print a collected group; only instances whose head
+// comes at the end (kxIfcWriteData_write_entity_line) are collected first.
+// Lines gather in one output buffer that is handed to the file in large
+// pieces when the writer is batched, else after every line.
+//
 // Everything written to the file is 7-bit ASCII: values are formatted and
 // encoded straight into bytes, and the few wide texts handed over ready-made
 // (type names, enumeration literals) are narrowed when they are appended.
@@ -36,6 +44,8 @@ enum ParameterKind : uint32_t {
     PARAMETER_UNSET = 3,
     PARAMETER_DERIVED = 4,
     PARAMETER_VALUE = 5,
+    // Not an item: what precedes the first item of an instance line.
+    PARAMETER_LINE_START = 6,
 };
 
 // The kind of group of a buffer.
@@ -68,6 +78,32 @@ struct ByteBuffer {
     uint32_t capacity;
 };
 
+// A name narrowed once: its bytes in the cache's text.
+struct NarrowName {
+    const char16_t *wide;  // the name as handed over; nullptr: a free slot
+    uint32_t offset;
+    uint32_t length;
+    uint32_t columns;
+};
+
+// Names of the schema's tables narrowed by the address of their wide
+// text, which stays put and unchanged while the writer lives.
+struct NameCache {
+    NarrowName *slots;  // open addressing; a power of two of them
+    uint32_t capacity;
+    uint32_t count;
+    ByteBuffer text;
+    const NarrowName *last;  // the name looked up last: lines of one class often follow each other
+    bool upper;              // names kept in upper case
+};
+
+// Where the instance line being printed stands.
+struct LineState {
+    uint32_t column;
+    uint32_t previous_kind;  // PARAMETER_LINE_START before the first item
+    bool may_break;          // the item being placed may start a new line
+};
+
 }  // namespace
 
 struct kxIfcWriteData {
@@ -83,10 +119,19 @@ struct kxIfcWriteData {
     SuspendedGroup *stack;
     uint32_t num_stacked_buffers;
     uint32_t stack_capacity;
-    // The instance line being printed.
-    ByteBuffer line;
+    // Printed lines not yet handed to the file, the last one perhaps still
+    // being printed.
+    ByteBuffer pending;
+    LineState line;
+    // Groups open in an instance printed as it is written, its own
+    // parameters included; 0 when none is.
+    uint32_t instance_depth;
+    ByteBuffer scratch;  // a value being encoded
+    NameCache class_names;  // upper case
+    NameCache type_names;   // as given
     FILE *output;
     bool lossless;  // shortest exact reals, strings by the full escape rules
+    bool batched;   // lines are handed over in large pieces
     bool failed;    // some output could not be written
 };
 
@@ -99,13 +144,16 @@ uint32_t grown_capacity(uint32_t capacity, uint64_t needed) {
     return static_cast<uint32_t>(grown);
 }
 
+void bytes_grow(ByteBuffer *buffer, uint64_t needed) {
+    buffer->capacity = grown_capacity(buffer->capacity, needed);
+    buffer->data = static_cast<char *>(kx::mem_realloc(buffer->data, buffer->capacity));
+}
+
 // Room for `extra` more bytes; returns where they go.
 char *bytes_reserve(ByteBuffer *buffer, uint32_t extra) {
     const uint64_t needed = static_cast<uint64_t>(buffer->length) + extra;
-    if (needed > buffer->capacity) {
-        buffer->capacity = grown_capacity(buffer->capacity, needed);
-        buffer->data = static_cast<char *>(kx::mem_realloc(buffer->data, buffer->capacity));
-    }
+    if (needed > buffer->capacity) [[unlikely]]
+        bytes_grow(buffer, needed);
     return buffer->data + buffer->length;
 }
 
@@ -125,20 +173,77 @@ void bytes_free(ByteBuffer *buffer) {
 // Printable ASCII (all the library ever hands over) is copied unit by unit;
 // anything else goes out as UTF-8, like the other text printers.
 uint32_t bytes_append_wide(ByteBuffer *buffer, const char16_t *text) {
-    const uint32_t units = kx::wstr_length(text);
-    char *destination = bytes_reserve(buffer, units);
+    // Room for short texts in one go; longer ones grow it as they are copied.
+    constexpr uint32_t kChunk = 64;
     uint32_t i = 0;
-    while (i < units && text[i] < 0x80) {
-        destination[i] = static_cast<char>(text[i]);
-        i++;
+    for (;;) {
+        char *destination = bytes_reserve(buffer, kChunk);
+        uint32_t copied = 0;
+        while (copied < kChunk && text[i] != u'\0' && text[i] < 0x80)
+            destination[copied++] = static_cast<char>(text[i++]);
+        buffer->length += copied;
+        if (copied < kChunk) break;
     }
-    buffer->length += i;
-    if (i < units) {
-        char *utf8 = kx::wstr_to_utf8(text + i);
-        bytes_append(buffer, utf8, static_cast<uint32_t>(std::strlen(utf8)));
-        kx::mem_free(utf8);
+    if (text[i] == u'\0') return i;
+    char *utf8 = kx::wstr_to_utf8(text + i);
+    bytes_append(buffer, utf8, static_cast<uint32_t>(std::strlen(utf8)));
+    kx::mem_free(utf8);
+    return i + kx::wstr_length(text + i);
+}
+
+// ---- names ----
+
+size_t name_slot(const NameCache *cache, const char16_t *wide) {
+    const uint64_t hash = (reinterpret_cast<uintptr_t>(wide) >> 1) * 0x9E3779B97F4A7C15ull;
+    size_t slot = static_cast<size_t>(hash >> 32) & (cache->capacity - 1);
+    while (cache->slots[slot].wide != nullptr && cache->slots[slot].wide != wide)
+        slot = (slot + 1) & (cache->capacity - 1);
+    return slot;
+}
+
+void name_cache_grow(NameCache *cache) {
+    const NarrowName *old_slots = cache->slots;
+    const uint32_t old_capacity = cache->capacity;
+    cache->capacity = old_capacity == 0 ? 256 : old_capacity * 2;
+    cache->slots = kx::mem_new_zeroed<NarrowName>(cache->capacity);
+    for (uint32_t i = 0; i < old_capacity; i++)
+        if (old_slots[i].wide != nullptr) cache->slots[name_slot(cache, old_slots[i].wide)] = old_slots[i];
+    kx::mem_free(const_cast<NarrowName *>(old_slots));
+    cache->last = nullptr;
+}
+
+// The narrow form of a name, made on its first use.
+const NarrowName &cached_name(NameCache *cache, const char16_t *wide) {
+    if (cache->last != nullptr && cache->last->wide == wide) return *cache->last;
+    if (cache->capacity > 0) {
+        const NarrowName &found = cache->slots[name_slot(cache, wide)];
+        if (found.wide == wide) {
+            cache->last = &found;
+            return found;
+        }
     }
-    return units;
+    if (2 * (cache->count + 1) > cache->capacity) name_cache_grow(cache);
+    NarrowName &name = cache->slots[name_slot(cache, wide)];
+    ByteBuffer *text = &cache->text;
+    name.wide = wide;
+    name.offset = text->length;
+    name.columns = bytes_append_wide(text, wide);
+    name.length = text->length - name.offset;
+    if (cache->upper) {
+        for (char *c = text->data + name.offset; c < text->data + text->length; c++)
+            if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+    }
+    cache->count++;
+    cache->last = &name;
+    return name;
+}
+
+void name_cache_free(NameCache *cache) {
+    kx::mem_free_and_clear(&cache->slots);
+    cache->last = nullptr;
+    bytes_free(&cache->text);
+    cache->capacity = 0;
+    cache->count = 0;
 }
 
 // ---- items and groups ----
@@ -165,11 +270,6 @@ void parameter_append_text_tail(kxIfcWriteData *write_data, uint32_t kind, uint3
     *parameter_reserve(write_data, 1) =
         Parameter{kind, write_data->text.length - length, length, columns};
     write_data->num_parameters++;
-}
-
-void parameter_append_value(kxIfcWriteData *write_data, const char *bytes, uint32_t length) {
-    bytes_append(&write_data->text, bytes, length);
-    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
 }
 
 void parameter_append_wide_value(kxIfcWriteData *write_data, const char16_t *text) {
@@ -258,32 +358,39 @@ void end_group(kxIfcWriteData *write_data, const char16_t *type_name) {
 // ---- numbers ----
 
 // Decimal digits of an unsigned long; returns the end.
-char *put_ulong(char *destination, uint32_t value) {
-    return std::to_chars(destination, destination + 10, value).ptr;
-}
+// Both need room for 11 bytes at `destination`.
+char *put_ulong(char *destination, uint32_t value) { return kx::put_decimal(value, destination); }
 
 char *put_long(char *destination, int32_t value) {
-    return std::to_chars(destination, destination + 11, value).ptr;
+    if (value < 0) *destination++ = '-';
+    // The magnitude in unsigned arithmetic: INT32_MIN has no positive int32.
+    const uint32_t magnitude = value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    return kx::put_decimal(magnitude, destination);
 }
 
 // The real number format. The largest double takes 311 characters in the
 // "%.1f" form; everything else is far shorter.
 constexpr size_t REAL_TEXT_SIZE = 400;
 
-// Like printf's "%.<precision>G", whatever the locale.
-char *put_general(char *destination, char *end, double value, int precision) {
-    char *text_end =
-        std::to_chars(destination, end, value, std::chars_format::general, precision).ptr;
-    for (char *c = destination; c < text_end; c++) {
-        if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+// Like printf's "%.<precision>G" with a point always present ("1.E-05",
+// "120."), whatever the locale.
+uint32_t put_general(double value, int precision, char *text) {
+    if (!std::isfinite(value)) {  // "INF.", "-INF.", "NAN."
+        char *end = std::to_chars(text, text + 8, value).ptr;
+        for (char *c = text; c < end; c++)
+            if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+        *end++ = '.';
+        return static_cast<uint32_t>(end - text);
     }
-    return text_end;
+    kx::DecimalDigits decimal;
+    kx::decimal_round(value, precision, &decimal);
+    const bool plain = decimal.exponent >= -4 && decimal.exponent < precision;
+    return kx::decimal_put(decimal, plain, text);
 }
 
 // Writes the real into `text` and returns the number of characters.
-uint32_t format_real_text(double value, char (&text)[REAL_TEXT_SIZE]) {
-    char *const end = text + REAL_TEXT_SIZE - 1;
-    char *text_end;
+uint32_t format_real_text(double value, char *text) {
+    static_assert(REAL_TEXT_SIZE >= kx::kDecimalTextSize);
     if (std::fabs(value) < 1e-08) {
         text[0] = '0';
         text[1] = '.';
@@ -292,33 +399,19 @@ uint32_t format_real_text(double value, char (&text)[REAL_TEXT_SIZE]) {
     if (value >= -2147483648.0 && value <= 2147483647.0) {
         const int32_t nearest = kx::number_round_to_long(value);
         if (std::fabs(static_cast<double>(nearest) - value) < 1e-08) {
-            text_end = put_long(text, nearest);
+            char *text_end = put_long(text, nearest);
             *text_end++ = '.';
             return static_cast<uint32_t>(text_end - text);
         }
-        text_end = put_general(text, end, value, 10);
-    } else {
-        const double whole = kx::number_round_decimals(value, 0);
-        if (std::fabs(whole - value) < 0.10001) {
-            text_end = std::to_chars(text, end, value, std::chars_format::fixed, 1).ptr;
-        } else {
-            text_end = put_general(text, end, value, 12);
-        }
+        return put_general(value, 10, text);
     }
-    // Every real holds a decimal point: before the exponent, or at the end.
-    const uint32_t length = static_cast<uint32_t>(text_end - text);
-    for (uint32_t i = 0; i < length; i++) {
-        if (text[i] == '.') return length;
-        if (text[i] == 'E') {
-            kx_assert(length < 100);
-            std::memmove(text + i + 1, text + i, length - i);
-            text[i] = '.';
-            return length + 1;
-        }
+    const double whole = kx::number_round_decimals(value, 0);
+    if (std::fabs(whole - value) < 0.10001) {
+        const char *text_end =
+            std::to_chars(text, text + REAL_TEXT_SIZE - 1, value, std::chars_format::fixed, 1).ptr;
+        return static_cast<uint32_t>(text_end - text);
     }
-    kx_assert_text(length + 1 < 100, "i+1 < 100");
-    text[length] = '.';
-    return length + 1;
+    return put_general(value, 12, text);
 }
 
 // ---- strings ----
@@ -326,10 +419,8 @@ uint32_t format_real_text(double value, char (&text)[REAL_TEXT_SIZE]) {
 constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
 
 // The characters a code unit takes in an encoded string.
-inline uint32_t encoded_width(char16_t c) {
-    if (c < 0x20 || c > 0x7E) return 12;
-    return (c == u'\'' || c == u'\\') ? 2 : 1;
-}
+// Beyond ASCII every code unit is written as \X2\hhhh\X0\.
+inline uint32_t encoded_width(char16_t c) { return c < 0x80 ? kx::kStepAsciiWidths[c] : 12; }
 
 // Encodes the text into `destination` (room for 12 characters per code
 // unit); returns the end. Char is char for the file, char16_t for strings.
@@ -337,7 +428,10 @@ template <typename Char>
 Char *encode_into(const char16_t *text, Char *destination) {
     for (; *text != u'\0'; text++) {
         const char16_t c = *text;
-        if (c < 0x20 || c > 0x7E) {
+        const uint32_t width = encoded_width(c);
+        if (width == 1) {
+            *destination++ = static_cast<Char>(c);
+        } else if (width == 12) {
             destination[0] = '\\';
             destination[1] = 'X';
             destination[2] = '2';
@@ -351,12 +445,10 @@ Char *encode_into(const char16_t *text, Char *destination) {
             destination[10] = '0';
             destination[11] = '\\';
             destination += 12;
-        } else if (c == u'\'' || c == u'\\') {
+        } else {
             destination[0] = static_cast<Char>(c);
             destination[1] = static_cast<Char>(c);
             destination += 2;
-        } else {
-            *destination++ = static_cast<Char>(c);
         }
     }
     return destination;
@@ -382,11 +474,162 @@ int32_t hex_run_value(const char16_t *digits, int count) {
 
 inline bool is_x(char16_t c) { return c == u'X' || c == u'x'; }
 
-// Prints the buffer as it stands to the output.
-void print_bytes(kxIfcWriteData *write_data, const char *bytes, size_t length) {
+// Hands the pending output to the file.
+void flush_pending(kxIfcWriteData *write_data) {
+    const size_t length = write_data->pending.length;
     if (write_data->output != nullptr && length > 0 &&
-        std::fwrite(bytes, 1, length, write_data->output) != length)
+        std::fwrite(write_data->pending.data, 1, length, write_data->output) != length)
         write_data->failed = true;
+    write_data->pending.length = 0;
+}
+
+// A line is complete: handed over now, or once enough have gathered.
+constexpr uint32_t BATCH_BYTES = 1u << 20;
+
+void line_done(kxIfcWriteData *write_data) {
+    if (!write_data->batched || write_data->pending.length >= BATCH_BYTES) flush_pending(write_data);
+}
+
+// ---- instance lines ----
+
+// The separators before an item, by the kind of the item before it and its
+// own: a comma between the items of a group, and whether the line may end
+// before it (it does when the item would pass column 120). A type name and
+// its "(" stay together; a ")" takes no comma; the first item of a line
+// takes neither.
+constexpr uint8_t SEPARATOR_COMMA = 1;
+constexpr uint8_t SEPARATOR_MAY_BREAK = 2;
+constexpr uint8_t SEPARATOR_BOTH = SEPARATOR_COMMA | SEPARATOR_MAY_BREAK;
+
+constexpr uint8_t SEPARATORS[7][6] = {
+    // Rows: the item before; columns: the item (TYPE_NAME, OPEN, CLOSE, UNSET, DERIVED, VALUE).
+    /* after TYPE_NAME */ {SEPARATOR_COMMA, 0, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH, SEPARATOR_BOTH},
+    /* after OPEN */ {0, SEPARATOR_MAY_BREAK, SEPARATOR_MAY_BREAK, SEPARATOR_MAY_BREAK, SEPARATOR_MAY_BREAK,
+                      SEPARATOR_MAY_BREAK},
+    /* after CLOSE */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                       SEPARATOR_BOTH},
+    /* after UNSET */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                       SEPARATOR_BOTH},
+    /* after DERIVED */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                         SEPARATOR_BOTH},
+    /* after VALUE */ {SEPARATOR_COMMA, SEPARATOR_BOTH, SEPARATOR_MAY_BREAK, SEPARATOR_BOTH, SEPARATOR_BOTH,
+                       SEPARATOR_BOTH},
+    /* at LINE_START */ {0, 0, 0, 0, 0, 0},
+};
+
+// The text of the items that have none of their own, by kind.
+constexpr char FIXED_ITEM_TEXT[] = {'\0', '(', ')', '$', '*', '\0'};
+
+// An item is placed in two steps around the writing of its text, so that a
+// value can be formatted straight onto the line: item_start writes the
+// comma and returns where the text goes (with room for `room` bytes and a
+// line end); item_end ends the line before the text when the text would
+// pass column 120.
+// Both are small and on the path of every value: always inlined.
+[[gnu::always_inline]] inline char *item_start(kxIfcWriteData *write_data, uint32_t kind, uint32_t room) {
+    LineState &line = write_data->line;
+    char *out = bytes_reserve(&write_data->pending, room + 2);
+    const uint8_t separators = SEPARATORS[line.previous_kind][kind];
+    if (separators & SEPARATOR_COMMA) {
+        *out++ = ',';
+        line.column++;
+    }
+    line.may_break = (separators & SEPARATOR_MAY_BREAK) != 0;
+    return out;
+}
+
+[[gnu::always_inline]] inline void item_end(kxIfcWriteData *write_data, uint32_t kind, char *text, char *text_end,
+                                            uint32_t columns) {
+    LineState &line = write_data->line;
+    if (line.may_break && line.column + columns > MAX_LINE_COLUMNS) {
+        std::memmove(text + 1, text, static_cast<size_t>(text_end - text));
+        *text = '\n';
+        text_end++;
+        line.column = 0;
+    }
+    line.column += columns;
+    line.previous_kind = kind;
+    write_data->pending.length = static_cast<uint32_t>(text_end - write_data->pending.data);
+}
+
+// Prints one item of ready text on the instance line.
+void place_item(kxIfcWriteData *write_data, uint32_t kind, const char *text, uint32_t length,
+                uint32_t columns) {
+    char *out = item_start(write_data, kind, length);
+    if (length <= 16) {
+        for (uint32_t i = 0; i < length; i++) out[i] = text[i];
+    } else {
+        std::memcpy(out, text, length);
+    }
+    item_end(write_data, kind, out, out + length, columns);
+}
+
+void place_fixed_item(kxIfcWriteData *write_data, uint32_t kind) {
+    char *out = item_start(write_data, kind, 1);
+    *out = FIXED_ITEM_TEXT[kind];
+    item_end(write_data, kind, out, out + 1, 1);
+}
+
+// Prints "#id= NAME(" with the class name (in upper case, `columns`
+// characters) and starts placing items after it.
+void begin_line(kxIfcWriteData *write_data, const char *class_name, uint32_t length, uint32_t columns,
+                uint32_t id) {
+    ByteBuffer *pending = &write_data->pending;
+    char *const head = bytes_reserve(pending, length + 16);
+    char *out = head;
+    *out++ = '#';
+    out = put_ulong(out, id);
+    *out++ = '=';
+    *out++ = ' ';
+    const uint32_t head_columns = static_cast<uint32_t>(out - head);
+    std::memcpy(out, class_name, length);
+    out += length;
+    *out++ = '(';
+    pending->length += static_cast<uint32_t>(out - head);
+    write_data->line = LineState{head_columns + columns + 1, PARAMETER_LINE_START, false};
+}
+
+// Closes the instance's parameters: ");" and the line end.
+void end_line(kxIfcWriteData *write_data) {
+    bytes_append(&write_data->pending, ");\n", 3);
+    line_done(write_data);
+}
+
+// ---- items as they come: onto the line, or into the current group ----
+
+// A value is formatted where value_start says, with room for `room`
+// bytes, and ends at value_end: straight onto the line of an instance
+// printed as it is written, else into the text of the current group. Its
+// text is ASCII: a character per byte.
+[[gnu::always_inline]] inline char *value_start(kxIfcWriteData *write_data, uint32_t room) {
+    if (write_data->instance_depth > 0) return item_start(write_data, PARAMETER_VALUE, room);
+    return bytes_reserve(&write_data->text, room);
+}
+
+[[gnu::always_inline]] inline void value_end(kxIfcWriteData *write_data, char *text, char *text_end) {
+    const uint32_t length = static_cast<uint32_t>(text_end - text);
+    if (write_data->instance_depth > 0) return item_end(write_data, PARAMETER_VALUE, text, text_end, length);
+    write_data->text.length += length;
+    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
+}
+
+void emit_fixed(kxIfcWriteData *write_data, uint32_t kind) {
+    if (write_data->instance_depth > 0) {
+        place_fixed_item(write_data, kind);
+        return;
+    }
+    parameter_append_fixed(write_data, kind);
+}
+
+void emit_wide_value(kxIfcWriteData *write_data, const char16_t *text) {
+    if (write_data->instance_depth > 0) {
+        ByteBuffer *scratch = &write_data->scratch;
+        scratch->length = 0;
+        const uint32_t columns = bytes_append_wide(scratch, text);
+        place_item(write_data, PARAMETER_VALUE, scratch->data, scratch->length, columns);
+        return;
+    }
+    parameter_append_wide_value(write_data, text);
 }
 
 }  // namespace
@@ -397,6 +640,7 @@ kxIfcWriteData *kxIfcWriteData_new(FILE *output) {
     write_data->next_output_id = 1;
     write_data->current_operation = OPERATION_NONE;
     write_data->output = output;
+    write_data->class_names.upper = true;
     return write_data;
 }
 
@@ -410,34 +654,74 @@ void kxIfcWriteData_free(kxIfcWriteData **holder) {
     const uint32_t num_parameters = write_data->num_parameters;
     kx_assert(num_stacked_buffers == 0);
     kx_assert(num_parameters == 0);
+    flush_pending(write_data);
     kx::mem_free(write_data->parameters);
     kx::mem_free(write_data->stack);
     bytes_free(&write_data->text);
-    bytes_free(&write_data->line);
+    bytes_free(&write_data->pending);
+    bytes_free(&write_data->scratch);
+    name_cache_free(&write_data->class_names);
+    name_cache_free(&write_data->type_names);
     kx::mem_free_and_clear(holder);
 }
 
 kx_bool16 kxIfcWriteData_is_writing_nested(const kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return FALSO;
-    return write_data->num_stacked_buffers > 0 ? CIERTO : FALSO;
+    return write_data->num_stacked_buffers > 0 || write_data->instance_depth > 0 ? CIERTO : FALSO;
 }
 
 void kxIfcWriteData_begin_parameters(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
+    if (write_data->instance_depth > 0) {
+        place_fixed_item(write_data, PARAMETER_OPEN);
+        write_data->instance_depth++;
+        return;
+    }
     begin_group(write_data, OPERATION_PARAMETERS);
 }
 
 void kxIfcWriteData_begin_typed_value(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
+    // An instance printed as it is written needs the name first.
+    kx_assert(write_data->instance_depth == 0);
+    if (write_data->instance_depth > 0) return kxIfcWriteData_begin_named_value(write_data, u"");
     begin_group(write_data, OPERATION_TYPED_VALUE);
 }
+
+void kxIfcWriteData_begin_named_value(kxIfcWriteData *write_data, const char16_t *type_name) {
+    kx_assert_not_null(write_data);
+    kx_assert_not_null(type_name);
+    if (write_data == nullptr || type_name == nullptr) return;
+    if (write_data->instance_depth > 0) {
+        const NarrowName &name = cached_name(&write_data->type_names, type_name);
+        place_item(write_data, PARAMETER_TYPE_NAME, write_data->type_names.text.data + name.offset, name.length,
+                   name.columns);
+        place_fixed_item(write_data, PARAMETER_OPEN);
+        write_data->instance_depth++;
+        return;
+    }
+    begin_group(write_data, OPERATION_TYPED_VALUE);
+}
+
+namespace {
+
+// Closes a group of an instance printed as it is written.
+void close_placed_group(kxIfcWriteData *write_data) {
+    kx_assert(write_data->instance_depth > 1);
+    if (write_data->instance_depth <= 1) return;
+    place_fixed_item(write_data, PARAMETER_CLOSE);
+    write_data->instance_depth--;
+}
+
+}  // namespace
 
 void kxIfcWriteData_end_list(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
+    if (write_data->instance_depth > 0) return close_placed_group(write_data);
     end_group(write_data, nullptr);
 }
 
@@ -445,45 +729,41 @@ void kxIfcWriteData_end_typed_value(kxIfcWriteData *write_data, const char16_t *
     kx_assert_not_null(write_data);
     kx_assert_not_null(type_name);
     if (write_data == nullptr) return;
+    if (write_data->instance_depth > 0) return close_placed_group(write_data);
     end_group(write_data, type_name != nullptr ? type_name : u"");
 }
 
 void kxIfcWriteData_write_reference(kxIfcWriteData *write_data, uint32_t output_file_id) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    char text[16];
+    char *text = value_start(write_data, 16);
     text[0] = '#';
-    const char *end = put_ulong(text + 1, output_file_id);
-    parameter_append_value(write_data, text, static_cast<uint32_t>(end - text));
+    value_end(write_data, text, put_ulong(text + 1, output_file_id));
 }
 
 void kxIfcWriteData_write_integer(kxIfcWriteData *write_data, int32_t value) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    char text[16];
-    const char *end = put_long(text, value);
-    parameter_append_value(write_data, text, static_cast<uint32_t>(end - text));
+    char *text = value_start(write_data, 16);
+    value_end(write_data, text, put_long(text, value));
 }
 
 void kxIfcWriteData_write_real(kxIfcWriteData *write_data, double value) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
     // Infinities and NaNs have no STEP form: the value is written unset.
-    if (!std::isfinite(value)) {
-        parameter_append_fixed(write_data, PARAMETER_UNSET);
-        return;
-    }
-    char text[REAL_TEXT_SIZE];
+    if (!std::isfinite(value)) return emit_fixed(write_data, PARAMETER_UNSET);
+    char *text = value_start(write_data, REAL_TEXT_SIZE);
     const uint32_t length =
         write_data->lossless ? kx::step_format_real_shortest(value, text) : format_real_text(value, text);
-    parameter_append_value(write_data, text, length);
+    value_end(write_data, text, text + length);
 }
 
 void kxIfcWriteData_write_text(kxIfcWriteData *write_data, const char16_t *value_text) {
     kx_assert_not_null(write_data);
     kx_assert_not_null(value_text);
     if (write_data == nullptr || value_text == nullptr) return;
-    parameter_append_wide_value(write_data, value_text);
+    emit_wide_value(write_data, value_text);
 }
 
 void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **value_text) {
@@ -492,7 +772,7 @@ void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **valu
     if (write_data == nullptr || value_text == nullptr) return;
     kx_assert_not_null(*value_text);
     if (*value_text == nullptr) return;
-    parameter_append_wide_value(write_data, *value_text);
+    emit_wide_value(write_data, *value_text);
     kx::wstr_destroy(value_text);
 }
 
@@ -500,16 +780,13 @@ void kxIfcWriteData_write_string(kxIfcWriteData *write_data, const char16_t *val
     kx_assert_not_null(write_data);
     kx_assert_not_null(value_text);
     if (write_data == nullptr || value_text == nullptr) return;
-    ByteBuffer *text = &write_data->text;
     const uint32_t units = kx::wstr_length(value_text);
-    char *start = bytes_reserve(text, units * 12 + 2);
+    char *start = value_start(write_data, units * 12 + 2);
     char *end = start;
     *end++ = '\'';
     end = write_data->lossless ? end + kx::step_encode_string(value_text, end) : encode_into(value_text, end);
     *end++ = '\'';
-    const uint32_t length = static_cast<uint32_t>(end - start);
-    text->length += length;
-    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
+    value_end(write_data, start, end);
 }
 
 void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bits) {
@@ -521,8 +798,7 @@ void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bit
     // The first hex digit carries the bits that do not fill a whole one.
     const uint32_t unused_bits = (4 - num_bits % 4) % 4;
     const uint32_t num_digits = (num_bits + 3) / 4;
-    ByteBuffer *text = &write_data->text;
-    char *start = bytes_reserve(text, num_digits + 3);
+    char *start = value_start(write_data, num_digits + 3);
     char *end = start;
     *end++ = '"';
     *end++ = static_cast<char>('0' + unused_bits);
@@ -537,21 +813,19 @@ void kxIfcWriteData_write_binary(kxIfcWriteData *write_data, const char16_t *bit
         }
     }
     *end++ = '"';
-    const uint32_t length = static_cast<uint32_t>(end - start);
-    text->length += length;
-    parameter_append_text_tail(write_data, PARAMETER_VALUE, length, length);
+    value_end(write_data, start, end);
 }
 
 void kxIfcWriteData_write_unset(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    parameter_append_fixed(write_data, PARAMETER_UNSET);
+    emit_fixed(write_data, PARAMETER_UNSET);
 }
 
 void kxIfcWriteData_write_derived(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    parameter_append_fixed(write_data, PARAMETER_DERIVED);
+    emit_fixed(write_data, PARAMETER_DERIVED);
 }
 
 void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t *class_name,
@@ -565,86 +839,24 @@ void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t
         output_file_id == NEXT_ID ? write_data->next_output_id++ : output_file_id;
     if (id_out != nullptr) *id_out = id;
 
-    // "#%lu= %s(" with the class name in upper case.
-    ByteBuffer *line = &write_data->line;
-    line->length = 0;
-    char head[16];
-    head[0] = '#';
-    char *head_end = put_ulong(head + 1, id);
-    *head_end++ = '=';
-    *head_end++ = ' ';
-    bytes_append(line, head, static_cast<uint32_t>(head_end - head));
-    const uint32_t name_start = line->length;
-    uint32_t column = static_cast<uint32_t>(head_end - head) + bytes_append_wide(line, class_name);
-    for (uint32_t i = name_start; i < line->length; i++) {
-        char &c = line->data[i];
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    }
-    bytes_append(line, "(", 1);
-    column += 1;
-
-    // The parameters: at most a comma, a line end and the text per item.
+    // A line printed as it was written is closed by kxIfcWriteData_end_instance.
+    kx_assert(write_data->instance_depth == 0);
+    ByteBuffer *name = &write_data->scratch;
+    name->length = 0;
+    const uint32_t columns = bytes_append_wide(name, class_name);
+    for (char *c = name->data; c < name->data + name->length; c++)
+        if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 'a' + 'A');
+    begin_line(write_data, name->data, name->length, columns, id);
     const Parameter *items = write_data->parameters;
-    const uint32_t first = write_data->current_start;
-    const uint32_t count = write_data->num_parameters;
-    const uint32_t text_bytes =
-        write_data->text.length -
-        (write_data->num_stacked_buffers > 0
-             ? write_data->stack[write_data->num_stacked_buffers - 1].text_start
-             : 0);
-    char *out = bytes_reserve(line, text_bytes + 3 * (count - first) + 3);
     const char *text = write_data->text.data;
-    uint32_t kind_prev = PARAMETER_OPEN;
-    for (uint32_t i = first; i < count; i++) {
+    for (uint32_t i = write_data->current_start; i < write_data->num_parameters; i++) {
         const Parameter &parameter = items[i];
-        const uint32_t kind = parameter.kind;
-        if (i > first) {
-            bool comma = false;
-            bool may_break = true;
-            switch (kind) {
-                case PARAMETER_TYPE_NAME:
-                    comma = kind_prev != PARAMETER_OPEN;
-                    may_break = false;
-                    break;
-                case PARAMETER_UNSET:
-                case PARAMETER_DERIVED:
-                case PARAMETER_VALUE: comma = kind_prev != PARAMETER_OPEN; break;
-                case PARAMETER_OPEN:
-                    comma = kind_prev != PARAMETER_OPEN && kind_prev != PARAMETER_TYPE_NAME;
-                    may_break = kind_prev != PARAMETER_TYPE_NAME;
-                    break;
-                case PARAMETER_CLOSE: break;
-                default: kx_assert_unreachable(); break;
-            }
-            if (comma) {
-                *out++ = ',';
-                column++;
-            }
-            if (may_break && column + parameter.columns > MAX_LINE_COLUMNS) {
-                *out++ = '\n';
-                column = 0;
-            }
-        }
-        switch (kind) {
-            case PARAMETER_OPEN: *out++ = '('; break;
-            case PARAMETER_CLOSE: *out++ = ')'; break;
-            case PARAMETER_UNSET: *out++ = '$'; break;
-            case PARAMETER_DERIVED: *out++ = '*'; break;
-            case PARAMETER_TYPE_NAME:
-            case PARAMETER_VALUE:
-                std::memcpy(out, text + parameter.offset, parameter.length);
-                out += parameter.length;
-                break;
-            default: kx_assert_unreachable(); break;
-        }
-        column += parameter.columns;
-        kind_prev = kind;
+        const bool own_text = parameter.kind == PARAMETER_VALUE || parameter.kind == PARAMETER_TYPE_NAME;
+        kx_assert(parameter.kind <= PARAMETER_VALUE);
+        place_item(write_data, parameter.kind, own_text ? text + parameter.offset : &FIXED_ITEM_TEXT[parameter.kind],
+                   parameter.length, parameter.columns);
     }
-    *out++ = ')';
-    *out++ = ';';
-    *out++ = '\n';
-    line->length = static_cast<uint32_t>(out - line->data);
-    print_bytes(write_data, line->data, line->length);
+    end_line(write_data);
 
     // The group is done: drop its items and its reserved slot, and go back
     // to the suspended group.
@@ -668,17 +880,16 @@ void kxIfcWriteData_write_line(kxIfcWriteData *write_data, const char16_t *text)
     kx_assert_not_null(write_data);
     kx_assert_not_null(text);
     if (write_data == nullptr || text == nullptr) return;
-    ByteBuffer *line = &write_data->line;
-    line->length = 0;
-    bytes_append_wide(line, text);
-    bytes_append(line, ";\n", 2);
-    print_bytes(write_data, line->data, line->length);
+    bytes_append_wide(&write_data->pending, text);
+    bytes_append(&write_data->pending, ";\n", 2);
+    line_done(write_data);
 }
 
 void kxIfcWriteData_write_newline(kxIfcWriteData *write_data) {
     kx_assert_not_null(write_data);
     if (write_data == nullptr) return;
-    print_bytes(write_data, "\n", 1);
+    bytes_append(&write_data->pending, "\n", 1);
+    line_done(write_data);
 }
 
 char16_t *kxIfcWriteData_encode_string(const char16_t *text) {
@@ -690,6 +901,43 @@ char16_t *kxIfcWriteData_encode_string(const char16_t *text) {
     char16_t *end = encode_into(text, encoded);
     *end = u'\0';
     return encoded;
+}
+
+uint32_t kxIfcWriteData_begin_instance(kxIfcWriteData *write_data, const char16_t *class_name,
+                                      uint32_t output_file_id) {
+    kx_assert_not_null(write_data);
+    kx_assert_not_null(class_name);
+    if (write_data == nullptr) return output_file_id;
+    kx_assert(!kxIfcWriteData_is_writing_nested(write_data));
+    const uint32_t id = output_file_id == NEXT_ID ? write_data->next_output_id++ : output_file_id;
+    const NarrowName &name = cached_name(&write_data->class_names, class_name != nullptr ? class_name : u"");
+    begin_line(write_data, write_data->class_names.text.data + name.offset, name.length, name.columns, id);
+    write_data->instance_depth = 1;
+    return id;
+}
+
+void kxIfcWriteData_end_instance(kxIfcWriteData *write_data) {
+    kx_assert_not_null(write_data);
+    if (write_data == nullptr) return;
+    kx_assert(write_data->instance_depth == 1);
+    if (write_data->instance_depth == 0) return;
+    end_line(write_data);
+    write_data->instance_depth = 0;
+}
+
+void kxIfcWriteData_set_batched(kxIfcWriteData *write_data, bool batched) {
+    kx_assert_not_null(write_data);
+    if (write_data == nullptr) return;
+    write_data->batched = batched;
+    if (batched) bytes_reserve(&write_data->pending, BATCH_BYTES + (BATCH_BYTES >> 4));
+    if (!batched) flush_pending(write_data);
+}
+
+bool kxIfcWriteData_flush(kxIfcWriteData *write_data) {
+    kx_assert_not_null(write_data);
+    if (write_data == nullptr) return false;
+    flush_pending(write_data);
+    return !write_data->failed;
 }
 
 void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless) {

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "support/memory.h"
+#include "support/realtext.h"
 
 namespace kx {
 
@@ -152,7 +153,10 @@ private:
     int code_page_ = 0;  // ISO 8859-1 until a \P directive
 };
 
-bool printable(char16_t c) { return c >= 0x20 && c <= 0x7E; }
+bool printable(char16_t c) { return c < 0x80 && kStepAsciiWidths[c] != 12; }
+
+// Printable and neither "'" nor "\\": written as itself.
+bool plain(char16_t c) { return c < 0x80 && kStepAsciiWidths[c] == 1; }
 
 }  // namespace
 
@@ -164,6 +168,8 @@ template <typename Char>
 size_t step_encode_string(const char16_t *text, Char *out) {
     Char *o = out;
     for (const char16_t *c = text; *c != 0;) {
+        while (plain(*c)) *o++ = static_cast<Char>(*c++);
+        if (*c == 0) break;
         if (printable(*c)) {
             if (*c == u'\'' || *c == u'\\') *o++ = static_cast<Char>(*c);
             *o++ = static_cast<Char>(*c++);
@@ -181,23 +187,14 @@ template size_t step_encode_string<char>(const char16_t *, char *);
 template size_t step_encode_string<char16_t>(const char16_t *, char16_t *);
 
 uint32_t step_format_real_shortest(double value, char *out) {
+    static_assert(kShortestRealSize >= 26);  // the longest form: "-d.ddddddddddddddddE-ddd"
     // Plain digits read best where they are not much longer than the
     // exponent form: from 1e-5 to 1e15.
     const double magnitude = std::fabs(value);
-    const bool fixed = magnitude == 0.0 || (magnitude >= 1e-5 && magnitude < 1e15);
-    char *end = std::to_chars(out, out + kShortestRealSize - 2, value,
-                              fixed ? std::chars_format::fixed : std::chars_format::scientific)
-                    .ptr;
-    size_t length = static_cast<size_t>(end - out);
-    char *exponent = static_cast<char *>(std::memchr(out, 'e', length));
-    if (exponent != nullptr) *exponent = 'E';
-    if (std::memchr(out, '.', length) == nullptr) {
-        char *at = exponent != nullptr ? exponent : out + length;
-        std::memmove(at + 1, at, static_cast<size_t>(out + length - at));
-        *at = '.';
-        length++;
-    }
-    return static_cast<uint32_t>(length);
+    const bool plain = magnitude == 0.0 || (magnitude >= 1e-5 && magnitude < 1e15);
+    DecimalDigits decimal;
+    decimal_shortest(value, &decimal);
+    return decimal_put(decimal, plain, out);
 }
 
 }  // namespace kx

@@ -3,6 +3,7 @@
 // they read back identically, reals in their shortest exact form.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -23,6 +24,17 @@ struct StringIssue {
 // under the code page of the last "\Px\" (A to I: ISO 8859-1 to 9). A
 // malformed directive is kept literally and a NUL is dropped; both are noted.
 char16_t *step_decode_string(const char16_t *text, size_t length, StringIssue *issue);
+
+// The characters a code unit below 0x80 takes in an encoded string:
+// printable ASCII one, "'" and "\" two (doubled), control characters 12
+// (a \X2\hhhh\X0\ group of their own). Both text modes encode by it.
+inline constexpr auto kStepAsciiWidths = [] {
+    std::array<uint8_t, 128> widths{};
+    for (uint32_t c = 0; c < 128; c++) widths[c] = c < 0x20 || c > 0x7E ? 12 : 1;
+    widths['\''] = 2;
+    widths['\\'] = 2;
+    return widths;
+}();
 
 // Room `step_encode_string` needs for a text of `units` code units.
 inline size_t step_encoded_bound(size_t units) { return units * 12 + 2; }

@@ -18,6 +18,12 @@ void kxIfcWriteData_free(kxIfcWriteData **write_data);
 kx_bool16 kxIfcWriteData_is_writing_nested(const kxIfcWriteData *write_data);
 void kxIfcWriteData_begin_parameters(kxIfcWriteData *write_data);
 void kxIfcWriteData_begin_typed_value(kxIfcWriteData *write_data);
+// A typed value whose name is known before its value (the name is given
+// again when it is closed). The only kind an instance begun with
+// kxIfcWriteData_begin_instance takes. The names given to this and to
+// kxIfcWriteData_begin_instance are kept narrowed by their address: they
+// must stay unchanged while the writer lives, as the schema's names do.
+void kxIfcWriteData_begin_named_value(kxIfcWriteData *write_data, const char16_t *type_name);
 void kxIfcWriteData_end_list(kxIfcWriteData *write_data);
 void kxIfcWriteData_end_typed_value(kxIfcWriteData *write_data, const char16_t *type_name);
 void kxIfcWriteData_write_reference(kxIfcWriteData *write_data, uint32_t output_file_id);
@@ -40,6 +46,13 @@ void kxIfcWriteData_write_derived(kxIfcWriteData *write_data);
 // through id_out when it is not NULL.
 void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t *class_name,
                                       uint32_t output_file_id, uint32_t *id_out);
+// An instance line printed as its values come: "#id= NAME(" at once, each
+// value as it is written, ");" at kxIfcWriteData_end_instance. Not while
+// another instance is open. An id of 0xFFFFFFFF takes the next id of the
+// writer's counter; returns the id used.
+uint32_t kxIfcWriteData_begin_instance(kxIfcWriteData *write_data, const char16_t *class_name,
+                                       uint32_t output_file_id);
+void kxIfcWriteData_end_instance(kxIfcWriteData *write_data);
 // Prints text followed by ";" and a line end (file frame and header).
 void kxIfcWriteData_write_line(kxIfcWriteData *write_data, const char16_t *text);
 void kxIfcWriteData_write_newline(kxIfcWriteData *write_data);
@@ -48,6 +61,12 @@ void kxIfcWriteData_write_newline(kxIfcWriteData *write_data);
 // full escape rules (one \X2\ group per run of non-ASCII code units).
 void kxIfcWriteData_set_lossless(kxIfcWriteData *write_data, bool lossless);
 bool kxIfcWriteData_is_lossless(const kxIfcWriteData *write_data);
+// Batched, the writer hands its lines to the file in pieces of about a
+// megabyte instead of one by one; kxIfcWriteData_flush (or freeing the
+// writer) hands over the rest. Flushing tells whether all output so far
+// could be written.
+void kxIfcWriteData_set_batched(kxIfcWriteData *write_data, bool batched);
+bool kxIfcWriteData_flush(kxIfcWriteData *write_data);
 // Whether some output could not be written (a full disk, a size limit).
 bool kxIfcWriteData_failed(const kxIfcWriteData *write_data);
 
