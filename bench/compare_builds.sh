@@ -5,11 +5,11 @@
 # checkout on one thread and on two) and prints the median of each measure
 # with the ratio to the revision's (below 1: less time or memory).
 #
-# Usage: bench/compare_builds.sh REVISION FILE.ifc [runs]   (default 3 runs)
+# Usage: bench/compare_builds.sh REVISION FILE.ifc...   (KX_RUNS runs each, default 3)
 set -euo pipefail
 revision=$1
-file=$2
-runs=${3:-3}
+shift
+runs=${KX_RUNS:-3}
 root=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d /tmp/kxifc_compare_XXXXXX)
 trap 'git -C "$root" worktree remove --force "$work/old" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
@@ -25,27 +25,30 @@ git -C "$root" worktree add --detach "$work/old" "$revision" > /dev/null
 build_bench "$work/old" "$work/old-build" "$work/bench-old"
 build_bench "$root" "$work/new-build" "$work/bench-new" -DKX_BENCH_THREADS
 
-# Alternating runs: the revision, this checkout on one thread, on two.
-for ((i = 0; i < runs; i++)); do
-    "$work/bench-old" "$file" > "$work/old.$i"
-    "$work/bench-new" "$file" 0 1 > "$work/new.$i"
-    "$work/bench-new" "$file" 0 2 > "$work/two.$i"
-done
-
 # The seconds (or MiB) of one measure in every run of a build, sorted.
 values() { grep -h "^$1" "$work"/$2.* | awk -v f="$3" '{print $f}' | sort -g; }
 median() { values "$1" "$2" "$3" | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN {printf "%.3f", a / b}'; }
 
-printf "%-22s %12s %12s %8s %12s %8s\n" measure "${revision:0:12}" "1 thread" ratio "2 threads" ratio
-for measure in "read:2" "write:2" "free:2" "model memory:3" "model memory:11"; do
-    name=${measure%%:*}
-    field=${measure##*:}
-    old=$(median "$name" old "$field")
-    new=$(median "$name" new "$field")
-    two=$(median "$name" two "$field")
-    label=$name
-    [ "$measure" = "model memory:11" ] && label="peak RSS (MiB)"
-    [ "$measure" = "model memory:3" ] && label="model memory (MiB)"
-    printf '%-22s %12s %12s %8s %12s %8s\n' "$label" "$old" "$new" "$(ratio "$new" "$old")" "$two" "$(ratio "$two" "$old")"
+for file in "$@"; do
+    # Alternating runs: the revision, this checkout on one thread, on two.
+    rm -f "$work"/old.* "$work"/new.* "$work"/two.*
+    for ((i = 0; i < runs; i++)); do
+        "$work/bench-old" "$file" > "$work/old.$i"
+        "$work/bench-new" "$file" 0 1 > "$work/new.$i"
+        "$work/bench-new" "$file" 0 2 > "$work/two.$i"
+    done
+    echo "$(basename "$file"): median of $runs runs"
+    printf "%-22s %12s %12s %8s %12s %8s\n" measure "${revision:0:12}" "1 thread" ratio "2 threads" ratio
+    for measure in "read:2" "write:2" "free:2" "model memory:3" "model memory:11"; do
+        name=${measure%%:*}
+        field=${measure##*:}
+        old=$(median "$name" old "$field")
+        new=$(median "$name" new "$field")
+        two=$(median "$name" two "$field")
+        label=$name
+        [ "$measure" = "model memory:11" ] && label="peak RSS (MiB)"
+        [ "$measure" = "model memory:3" ] && label="model memory (MiB)"
+        printf '%-22s %12s %12s %8s %12s %8s\n' "$label" "$old" "$new" "$(ratio "$new" "$old")" "$two" "$(ratio "$two" "$old")"
+    done
 done
