@@ -18,7 +18,7 @@ namespace kx {
 class TextWindow {
 public:
     // `capacity`: the buffer's first size (it grows for longer statements).
-    explicit TextWindow(const char16_t *path, size_t capacity = 4u << 20);
+    explicit TextWindow(const char16_t *path, size_t capacity = 1u << 20);
     ~TextWindow();
     TextWindow(const TextWindow &) = delete;
     TextWindow &operator=(const TextWindow &) = delete;
