@@ -5,8 +5,8 @@
 
 #include "kxifc_model.h"
 #include "support/assert.h"
-#include "support/threads.h"
 #include "support/memory.h"
+#include "support/threads.h"
 #include "support/wstring.h"
 
 namespace kx {

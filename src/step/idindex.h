@@ -5,16 +5,12 @@
 #include <bit>
 #include <cstdint>
 #include <unordered_map>
-#include <vector>
 
 #include "support/memory.h"
 
 struct kxBaseObject;
 
 namespace kx {
-
-template <typename T>
-using TrackedVector = std::vector<T, TrackedAllocator<T>>;
 
 // File id -> instance: a direct table while ids stay dense (as exporters
 // write them), a hash map once they do not. Once every id is known (after
@@ -65,26 +61,29 @@ public:
     // table empty), else gives back its spare room at the end; no id can be
     // added after.
     void freeze() {
-        if (frozen_ || dense_ == nullptr) return;
+        if (frozen_) return;
+        frozen_ = true;
         size_t held = 0, used = 0;
         for (size_t id = 0; id < dense_size_; id++) {
             if (dense_[id] == nullptr) continue;
             held++;
             used = id + 1;
         }
-        if (4 * held >= 3 * used) {
-            dense_ = static_cast<kxBaseObject **>(mem_realloc(dense_, (used > 0 ? used : 1) * sizeof(kxBaseObject *)));
-            dense_size_ = used;
-            frozen_ = true;
+        dense_size_ = used;
+        if (used == 0) {
+            mem_free_and_clear(&dense_);
             return;
         }
-        const size_t words = (dense_size_ + 63) / 64;
+        if (4 * held >= 3 * used) {
+            dense_ = static_cast<kxBaseObject **>(mem_realloc(dense_, used * sizeof(kxBaseObject *)));
+            return;
+        }
+        const size_t words = (used + 63) / 64;
         present_ = mem_new_zeroed<uint64_t>(words);
         ranks_ = static_cast<uint32_t *>(mem_alloc(words * sizeof(uint32_t)));
-        frozen_ = true;
-        packed_ = static_cast<kxBaseObject **>(mem_alloc((held > 0 ? held : 1) * sizeof(kxBaseObject *)));
+        packed_ = static_cast<kxBaseObject **>(mem_alloc(held * sizeof(kxBaseObject *)));
         uint32_t next = 0;
-        for (size_t id = 0; id < dense_size_; id++) {
+        for (size_t id = 0; id < used; id++) {
             if (id % 64 == 0) ranks_[id / 64] = next;
             if (dense_[id] == nullptr) continue;
             present_[id / 64] |= uint64_t{1} << (id % 64);

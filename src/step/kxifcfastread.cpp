@@ -10,10 +10,10 @@
 #include "schema/engines.h"
 #include "schema/select.h"
 #include "step/readreport.h"
-#include "support/threads.h"
 #include "step/scanner.h"
 #include "support/steptext.h"
 #include "support/memory.h"
+#include "support/threads.h"
 #include "support/wstring.h"
 
 namespace kx {

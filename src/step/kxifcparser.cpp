@@ -18,11 +18,11 @@
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <unordered_map>
+#include <vector>
 
 #include "core/baseobject.h"
 #include "core/class.h"
@@ -783,8 +783,6 @@ bool unreadable(Parser *parser) {
     return false;
 }
 
-// Reads the data section from the scanner's position (just after "DATA;")
-// up to "ENDSEC;". False on a syntax error.
 // Notes where a line could start a part of the second pass: one part for
 // each share of the file, at the first line beginning a physical line.
 void note_part_start(Parser *parser, const Scanner &scanner, const Token &token) {
@@ -794,6 +792,8 @@ void note_part_start(Parser *parser, const Scanner &scanner, const Token &token)
         parser->part_starts.push_back({offset, token.line});
 }
 
+// Reads the data section from the scanner's position (just after "DATA;")
+// up to "ENDSEC;", or up to the parser's stop. False on a syntax error.
 bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
     constexpr uint64_t kProgressStep = 4 << 20;
     const uint64_t size = parser->file->size();
@@ -928,8 +928,7 @@ struct PartReader {
         kxParseParList_free(&parser.parameters);
         ptrarray_destroy_const(&parser.objects);
         ptrarray_destroy_const(&parser.value_objects);
-        kxReadReport *report = parser.report;
-        kxReadReport_free(&report);
+        kxReadReport_free(&parser.report);  // NULL once merged
     }
     PartReader(const PartReader &) = delete;
     PartReader &operator=(const PartReader &) = delete;
@@ -1079,9 +1078,16 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
         ok = run_pass(&parser, SINGLE_PASS_SELECTED);
     } else {
         const bool two_passes = read_mode == 2 || (read_mode == 0 && file.size() > kSinglePassLimit);
-        if (two_passes) parser.parts_wanted = report_threads(report);
-        ok = two_passes ? run_pass(&parser, CREATE_ONLY) && (parser.ids->freeze(), run_pass(&parser, PARSE_CREATED))
-                        : run_pass(&parser, SINGLE_PASS);
+        if (!two_passes) {
+            ok = run_pass(&parser, SINGLE_PASS);
+        } else {
+            parser.parts_wanted = report_threads(report);
+            ok = run_pass(&parser, CREATE_ONLY);
+            if (ok) {
+                parser.ids->freeze();  // every id is known
+                ok = run_pass(&parser, PARSE_CREATED);
+            }
+        }
     }
     kxParseParList_free(&parser.parameters);
     kxIfcModel *model = nullptr;

@@ -10,8 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "step/idindex.h"
 #include "step/scanner.h"
+#include "support/memory.h"
 
 namespace kx {
 

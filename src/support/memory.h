@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <vector>
 
 namespace kx {
 
@@ -83,5 +84,9 @@ struct TrackedAllocator {
     template <typename U>
     bool operator==(const TrackedAllocator<U> &) const noexcept { return true; }
 };
+
+// A vector over tracked memory.
+template <typename T>
+using TrackedVector = std::vector<T, TrackedAllocator<T>>;
 
 }  // namespace kx

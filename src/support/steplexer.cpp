@@ -13,9 +13,6 @@
 namespace kx {
 namespace {
 
-template <typename T>
-using TrackedVector = std::vector<T, TrackedAllocator<T>>;
-
 struct ReservedWord {
     WideString word;
     uint32_t code;
