@@ -3,10 +3,9 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
-#include "core/recordpool.h"
-
 #include "support/assert.h"
 #include "support/memory.h"
+#include "support/pool.h"
 #include "support/ptrarray.h"
 
 namespace kx {
@@ -15,7 +14,7 @@ kxIfcModelMngr_t *modelmngr_new(void *owner, kxProcessInverseRelationFn process_
                                 kxParserHookFn hook_1, kxParserHookFn hook_2, kxParserHookFn hook_3,
                                 kxMoveToOtherModelFn move_to_other_model) {
     kxIfcModelMngr_t *model_manager = mem_new_zeroed<kxIfcModelMngr_t>();
-    *model_manager = {owner, process_inverse_relation, hook_1, hook_2, hook_3, move_to_other_model, recordpool_new()};
+    *model_manager = {owner, process_inverse_relation, hook_1, hook_2, hook_3, move_to_other_model, pool_new()};
     return model_manager;
 }
 
@@ -25,7 +24,7 @@ void modelmngr_free(kxIfcModelMngr_t **model_manager) {
     kx_assert_not_null(*model_manager);
     if (*model_manager == nullptr) return;
     // Records still alive (held elsewhere) keep the pool until they go.
-    recordpool_release(&(*model_manager)->record_pool);
+    pool_release(&(*model_manager)->pool);
     mem_free_and_clear(model_manager);
 }
 

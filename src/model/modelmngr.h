@@ -10,7 +10,7 @@ struct kxArrayST;
 struct kxClass_t;
 
 namespace kx {
-struct RecordPool;
+struct Pool;
 }
 
 using kxProcessInverseRelationFn = void (*)(void *owner, uint32_t referring_class_id,
@@ -26,7 +26,7 @@ struct kxIfcModelMngr_t {
     kxParserHookFn parser_hook_2;
     kxParserHookFn parser_hook_3;
     kxMoveToOtherModelFn func_move_to_other_model;
-    kx::RecordPool *record_pool;  // where the records of the owner's instances are made
+    kx::Pool *pool;  // the records of the owner's instances, and the blocks a read makes for them
 };
 
 namespace kx {

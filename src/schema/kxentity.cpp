@@ -6,12 +6,12 @@
 
 #include "core/baseobject.h"
 #include "core/coretypes.h"
-#include "core/recordpool.h"
 #include "model/modelmngr.h"
 #include "schema/aggregate.h"
 #include "schema/engines.h"
 #include "support/assert.h"
 #include "support/memory.h"
+#include "support/pool.h"
 #include "support/ptrarray.h"
 #include "support/wstring.h"
 
@@ -149,14 +149,16 @@ kxBaseObject *record_new(const kxClass_t *klass, kxIfcVersion_t version, uint32_
     if (class_release(klass, version) == nullptr) return nullptr;
     kx_assert_not_null(model_manager);
     if (model_manager == nullptr) return nullptr;
-    kxBaseObject *instance = static_cast<kxBaseObject *>(recordpool_alloc(model_manager->record_pool, size));
+    // A read makes its records in the pool of the thread that reads them.
+    Pool *pool = mem_pool() != nullptr ? mem_pool() : model_manager->pool;
+    kxBaseObject *instance = static_cast<kxBaseObject *>(pool_alloc(pool, size));
     baseobject_init(instance, version, object_id_counter, model_manager);
     return instance;
 }
 
 void record_free(kxBaseObject **instance, uint32_t size) {
     baseobject_destroy(*instance);
-    recordpool_free(*instance, size);
+    pool_free(*instance, size);
     *instance = nullptr;
 }
 

@@ -19,7 +19,6 @@
 #include <string>
 #include <string_view>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -43,6 +42,7 @@
 #include "support/assert.h"
 #include "support/files.h"
 #include "support/memory.h"
+#include "support/pool.h"
 #include "support/threads.h"
 #include "support/wstring.h"
 
@@ -263,7 +263,6 @@ struct Parser {
     uint32_t parts_wanted = 1;
     TrackedVector<PartStart> part_starts;
     uint64_t stop_at = kNoStop;
-    std::mutex *create_lock = nullptr;
     const char16_t *path = nullptr;
 
     Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected, kxReadReport *read_report, bool full_text,
@@ -336,11 +335,8 @@ bool expect(Parser *parser, Scanner *scanner, TokenKind kind) {
 // ---- instances ----
 
 kxBaseObject *create_instance(Parser *parser, const kxClass_t *klass) {
-    std::unique_lock<std::mutex> lock;
-    if (parser->create_lock != nullptr) lock = std::unique_lock<std::mutex>(*parser->create_lock);
     kxBaseObject *instance =
         class_new_instance(klass, parser->version, &parser->object_id_counter, parser->model_manager);
-    if (lock.owns_lock()) lock.unlock();
     if (instance == nullptr) return nullptr;
     ptrarray_append(parser->objects, instance);
     // The later parts of a parallel pass list theirs once they are joined.
@@ -907,6 +903,7 @@ struct PartReader {
     Parser parser;
     TextWindow window;
     PartStart start;
+    Pool *pool = pool_new();  // what the part makes; the model's pool adopts it
     bool ok = false;
 
     PartReader(Parser *main, size_t index)
@@ -918,7 +915,6 @@ struct PartReader {
         parser.value_objects = ptrarray_create(0);
         parser.model_manager = main->model_manager;
         parser.parameters = kxParseParList_new(main->version, &create_value_object, &parser);
-        parser.create_lock = main->create_lock;
         parser.skipped_lines = main->skipped_lines;
         const auto first = std::lower_bound(parser.skipped_lines.begin(), parser.skipped_lines.end(), start.offset);
         parser.next_skipped_line = static_cast<size_t>(first - parser.skipped_lines.begin());
@@ -929,12 +925,14 @@ struct PartReader {
         ptrarray_destroy_const(&parser.objects);
         ptrarray_destroy_const(&parser.value_objects);
         kxReadReport_free(&parser.report);  // NULL once merged
+        mem_destroy_optional(&pool, &pool_release);
     }
     PartReader(const PartReader &) = delete;
     PartReader &operator=(const PartReader &) = delete;
 
     void run() {
         MemTallyScope tally;
+        MemPoolScope memory(pool);
         ok = window.ok() ? read_part(&parser, PARSE_CREATED, &start) : unreadable(&parser);
     }
 };
@@ -946,6 +944,7 @@ struct PartReader {
 // defines.
 void join_part(Parser *parser, PartReader &part, bool earlier_ok) {
     Parser &read = part.parser;
+    pool_adopt(parser->model_manager->pool, &part.pool);
     for (uint32_t i = 0; i < ptrarray_count(read.objects); i++) {
         kxBaseObject *value = static_cast<kxBaseObject *>(read.objects->items[i]);
         baseobject_renew_object_id(value, &parser->object_id_counter);
@@ -965,11 +964,10 @@ void join_part(Parser *parser, PartReader &part, bool earlier_ok) {
 
 // The second of two passes with its parts read on threads of their own,
 // the first part on the calling thread. Every instance exists already, so a
-// part only fills in its own lines' instances; what parts share (retain
-// counts, the record pool, memory tallies) takes atomic or locked updates.
+// part only fills in its own lines' instances, making its select values and
+// blocks in a pool of its own; what parts share (retain counts, memory
+// tallies) takes atomic updates.
 bool run_parts_in_parallel(Parser *parser) {
-    std::mutex create_lock;
-    parser->create_lock = &create_lock;
     parser->stop_at = parser->part_starts.front().offset;
     TrackedVector<std::unique_ptr<PartReader>> parts;
     bool ok = true;
@@ -992,7 +990,6 @@ bool run_parts_in_parallel(Parser *parser) {
         for (std::thread &thread : threads) thread.join();
         for (PartReader *part : inline_parts) part->run();
     }
-    parser->create_lock = nullptr;
     parser->stop_at = kNoStop;
     for (auto &part : parts) {
         join_part(parser, *part, ok);
@@ -1071,6 +1068,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
     parser.value_objects = ptrarray_create(0);
     parser.object_tables = objtables_new();
     parser.model_manager = modelmngr_new(&parser, nullptr, nullptr, nullptr, nullptr, nullptr);
+    MemPoolScope memory(parser.model_manager->pool);
     parser.parameters = kxParseParList_new(version, &create_value_object, &parser);
 
     bool ok;

@@ -100,7 +100,9 @@ bool report_note(kxReadReport *report, kxReadCode code) {
 }
 
 void report_progress(const kxReadReport *report, uint64_t done, uint64_t total) {
-    if (report != nullptr && report->progress != nullptr) report->progress(report->progress_data, done, total);
+    if (report == nullptr || report->progress == nullptr) return;
+    MemPoolScope host_memory(nullptr);  // what the host makes meanwhile is not the read's
+    report->progress(report->progress_data, done, total);
 }
 
 void report_keep(kxReadReport *report, ReadProblem &&problem) {

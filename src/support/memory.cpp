@@ -1,14 +1,28 @@
 #define KX_UNIT "kxmemory"
 #include "support/memory.h"
 
-#include <malloc.h>
+#include <sys/mman.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "kxifc_diagnostics.h"
+#include "support/pool.h"
 #include "support/threads.h"
+
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23  // Linux 5.14
+#endif
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#define KX_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
+#else
+#define KX_POISON(address, size) ((void)(address), (void)(size))
+#endif
 
 namespace kx {
 namespace {
@@ -37,8 +51,7 @@ void note_peak(int64_t now) {
     if (now > g_peak_bytes.load(std::memory_order_relaxed)) g_peak_bytes.store(now, std::memory_order_relaxed);
 }
 
-void count_block(void *block, int64_t sign) {
-    const int64_t size = static_cast<int64_t>(malloc_usable_size(block));
+void count_block(int64_t sign, int64_t size) {
     if (threads_parallel() && t_tally != nullptr) {
         t_tally->blocks += sign;
         t_tally->bytes += sign * size;
@@ -51,12 +64,101 @@ void count_block(void *block, int64_t sign) {
     if (sign > 0) note_peak(now);
 }
 
-void count_new_block(void *block) { count_block(block, 1); }
-void count_freed_block(void *block) { count_block(block, -1); }
-
 [[noreturn]] void out_of_memory(size_t size) {
     std::fprintf(stderr, "kxifcmodel: out of memory allocating %zu bytes\n", size);
     std::abort();
+}
+
+// The word in front of every block: its size above two bits that say where
+// it came from.
+enum BlockKind : uint64_t { HEAP_BLOCK = 0, POOL_BLOCK = 1, ALIGNED_BLOCK = 2, MAPPED_BLOCK = 3 };
+constexpr size_t kHeader = sizeof(uint64_t);
+constexpr size_t kLargestSize = SIZE_MAX / 4 - 4096;
+#if defined(__SANITIZE_ADDRESS__)
+constexpr size_t kRedZone = 16;  // poisoned after a pool block, as the heap would
+#else
+constexpr size_t kRedZone = 0;
+#endif
+// The largest block a pool serves; larger ones come from the heap.
+constexpr size_t kLargestPooled = kPoolLargestBlock - kHeader - kRedZone;
+
+// Blocks this large are mapped on their own and faulted in whole when made
+// or grown: one call into the kernel instead of a page fault per 4 KiB. The
+// leak checker does not look inside mappings, so sanitized builds keep them
+// on the heap.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMapLargeBlocks = false;
+#else
+constexpr bool kMapLargeBlocks = true;
+#endif
+constexpr size_t kSmallestMapped = kMapLargeBlocks ? 256 * 1024 : SIZE_MAX;
+constexpr size_t kPageSize = 4096;
+
+// The pool of the calling thread (MemPoolScope).
+thread_local Pool *t_pool = nullptr;
+
+void *headed(void *place, size_t size, BlockKind kind) {
+    uint64_t *word = static_cast<uint64_t *>(place);
+    *word = static_cast<uint64_t>(size) << 2 | kind;
+    return word + 1;
+}
+
+uint64_t header_of(const void *block) { return static_cast<const uint64_t *>(block)[-1]; }
+size_t size_of(uint64_t header) { return static_cast<size_t>(header >> 2); }
+BlockKind kind_of(uint64_t header) { return static_cast<BlockKind>(header & 3); }
+
+// Pool blocks are counted as blocks; their bytes are counted with the slab.
+void *pool_block(size_t size) {
+    char *place = static_cast<char *>(pool_alloc(t_pool, static_cast<uint32_t>(kHeader + size + kRedZone)));
+    if (kRedZone > 0) KX_POISON(place + kHeader + size, kRedZone);
+    count_block(1, 0);
+    return headed(place, size, POOL_BLOCK);
+}
+
+void *heap_block(void *place, size_t size) {
+    if (place == nullptr) out_of_memory(size);
+    count_block(1, static_cast<int64_t>(kHeader + size));
+    return headed(place, size, HEAP_BLOCK);
+}
+
+size_t page_rounded(size_t bytes) { return (bytes + kPageSize - 1) & ~(kPageSize - 1); }
+
+void *aligned_headed(void *place, size_t alignment, size_t size) {
+    uint64_t *block = static_cast<uint64_t *>(place);
+    block[-2] = alignment;
+    block[-1] = static_cast<uint64_t>(size) << 2 | ALIGNED_BLOCK;
+    return block;
+}
+
+void populate(void *start, size_t bytes) {
+    if (bytes > 0) madvise(start, bytes, MADV_POPULATE_WRITE);  // older kernels refuse: pages fault in as used
+}
+
+// A mapped block; its pages read as zero.
+void *mapped_block(size_t size) {
+    const size_t bytes = page_rounded(kHeader + size);
+    void *place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (place == MAP_FAILED) out_of_memory(size);
+    populate(place, bytes);
+    count_block(1, static_cast<int64_t>(bytes));
+    return headed(place, size, MAPPED_BLOCK);
+}
+
+void *mapped_resize(void *block, size_t old_size, size_t new_size) {
+    const size_t old_bytes = page_rounded(kHeader + old_size);
+    const size_t new_bytes = page_rounded(kHeader + new_size);
+    char *place = static_cast<char *>(block) - kHeader;
+    void *moved = mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE);
+    if (moved == MAP_FAILED) out_of_memory(new_size);
+    if (new_bytes > old_bytes) populate(static_cast<char *>(moved) + old_bytes, new_bytes - old_bytes);
+    count_block(-1, static_cast<int64_t>(old_bytes));
+    count_block(1, static_cast<int64_t>(new_bytes));
+    return headed(moved, new_size, MAPPED_BLOCK);
+}
+
+size_t checked(size_t size) {
+    if (size > kLargestSize) out_of_memory(size);
+    return size;
 }
 
 }  // namespace
@@ -70,41 +172,103 @@ MemTallyScope::~MemTallyScope() {
     note_peak(g_live_bytes.fetch_add(bytes, std::memory_order_relaxed) + bytes);
 }
 
+MemPoolScope::MemPoolScope(Pool *pool) : outer_(t_pool) { t_pool = pool; }
+
+MemPoolScope::~MemPoolScope() { t_pool = outer_; }
+
+Pool *mem_pool() { return t_pool; }
+
 void *mem_alloc(size_t size) {
-    void *block = std::malloc(size == 0 ? 1 : size);
-    if (block == nullptr) out_of_memory(size);
-    count_new_block(block);
-    return block;
+    if (t_pool != nullptr && size <= kLargestPooled) return pool_block(size);
+    if (size >= kSmallestMapped) return mapped_block(checked(size));
+    return heap_block(std::malloc(kHeader + checked(size)), size);
 }
 
 void *mem_calloc(size_t count, size_t element_size) {
-    void *block = std::calloc(count == 0 ? 1 : count, element_size == 0 ? 1 : element_size);
-    if (block == nullptr) out_of_memory(count * element_size);
-    count_new_block(block);
-    return block;
+    if (element_size != 0 && count > kLargestSize / element_size) out_of_memory(SIZE_MAX);
+    const size_t size = count * element_size;
+    if (t_pool != nullptr && size <= kLargestPooled) return pool_block(size);  // zeroed
+    if (size >= kSmallestMapped) return mapped_block(checked(size));
+    return heap_block(std::calloc(1, kHeader + size), size);
 }
 
 void *mem_aligned_alloc(size_t alignment, size_t size) {
-    void *block = nullptr;
-    if (posix_memalign(&block, alignment, size == 0 ? 1 : size) != 0 || block == nullptr) out_of_memory(size);
-    count_new_block(block);
-    return block;
+    if (!kMapLargeBlocks) {
+        void *place = nullptr;
+        if (posix_memalign(&place, alignment, alignment + checked(size)) != 0 || place == nullptr)
+            out_of_memory(size);
+        count_block(1, static_cast<int64_t>(alignment + size));
+        return aligned_headed(std::memset(static_cast<char *>(place) + alignment, 0, size), alignment, size);
+    }
+    // Mapped with room to align it and a page in front for its header; the
+    // rest of the room is given back.
+    const size_t bytes = page_rounded(checked(size));
+    const size_t span = kPageSize + bytes + alignment;
+    char *place = static_cast<char *>(mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    if (place == MAP_FAILED) out_of_memory(size);
+    char *block = reinterpret_cast<char *>((reinterpret_cast<uintptr_t>(place) + kPageSize + alignment - 1) &
+                                           ~static_cast<uintptr_t>(alignment - 1));
+    char *head = block - kPageSize;
+    if (head > place) munmap(place, static_cast<size_t>(head - place));
+    if (place + span > block + bytes) munmap(block + bytes, static_cast<size_t>(place + span - (block + bytes)));
+    populate(block, bytes);
+    count_block(1, static_cast<int64_t>(kPageSize + bytes));
+    return aligned_headed(block, alignment, size);
 }
 
 void *mem_realloc(void *block, size_t new_size) {
     if (block == nullptr) return mem_alloc(new_size);
-    count_freed_block(block);
-    void *moved = std::realloc(block, new_size == 0 ? 1 : new_size);
-    if (moved == nullptr) out_of_memory(new_size);
-    count_new_block(moved);
+    const uint64_t header = header_of(block);
+    const size_t old_size = size_of(header);
+    if (kind_of(header) == HEAP_BLOCK && new_size < kSmallestMapped) {
+        void *moved = std::realloc(static_cast<char *>(block) - kHeader, kHeader + checked(new_size));
+        if (moved == nullptr) out_of_memory(new_size);
+        count_block(-1, static_cast<int64_t>(kHeader + old_size));
+        count_block(1, static_cast<int64_t>(kHeader + new_size));
+        bump(g_total_allocations, -1);
+        return headed(moved, new_size, HEAP_BLOCK);
+    }
+    if (kind_of(header) == MAPPED_BLOCK && new_size >= kSmallestMapped)
+        return mapped_resize(block, old_size, checked(new_size));
+    void *moved = mem_alloc(new_size);
+    std::memcpy(moved, block, old_size < new_size ? old_size : new_size);
+    mem_free(block);
     bump(g_total_allocations, -1);
     return moved;
 }
 
 void mem_free(void *block) {
     if (block == nullptr) return;
-    count_freed_block(block);
-    std::free(block);
+    const uint64_t header = header_of(block);
+    const size_t size = size_of(header);
+    char *place = static_cast<char *>(block) - kHeader;
+    switch (kind_of(header)) {
+    case HEAP_BLOCK:
+        count_block(-1, static_cast<int64_t>(kHeader + size));
+        std::free(place);
+        return;
+    case POOL_BLOCK:
+        count_block(-1, 0);
+        pool_free(place, static_cast<uint32_t>(kHeader + size + kRedZone));
+        return;
+    case ALIGNED_BLOCK: {
+        const size_t alignment = static_cast<const uint64_t *>(block)[-2];
+        if (!kMapLargeBlocks) {
+            count_block(-1, static_cast<int64_t>(alignment + size));
+            std::free(static_cast<char *>(block) - alignment);
+            return;
+        }
+        count_block(-1, static_cast<int64_t>(kPageSize + page_rounded(size)));
+        munmap(static_cast<char *>(block) - kPageSize, kPageSize + page_rounded(size));
+        return;
+    }
+    case MAPPED_BLOCK: {
+        const size_t bytes = page_rounded(kHeader + size);
+        count_block(-1, static_cast<int64_t>(bytes));
+        munmap(place, bytes);
+        return;
+    }
+    }
 }
 
 MemUsage mem_usage() {

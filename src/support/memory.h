@@ -1,6 +1,8 @@
 // Tracked memory: every block the library allocates goes through these
 // functions, which keep process-wide counters of live blocks and bytes so a
-// test (or a host) can check that everything allocated was freed.
+// test (or a host) can check that everything allocated was freed. A block
+// comes from the heap, or from a pool (see pool.h) while its thread has one
+// (MemPoolScope); a word in front of it says which, and its size.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +12,14 @@
 
 namespace kx {
 
+struct Pool;
+
 // Allocation never returns NULL: running out of memory aborts the process.
 void *mem_alloc(size_t size);
 void *mem_calloc(size_t count, size_t element_size);
 void *mem_realloc(void *block, size_t new_size);
-// A block aligned to `alignment` (a power of two, a multiple of the pointer size).
+// Blocks are aligned to 8 bytes; this one to `alignment` (a power of two,
+// at least 16), never from a pool, its bytes zero and faulted in.
 void *mem_aligned_alloc(size_t alignment, size_t size);
 // Frees a block made by the functions above (NULL is accepted).
 void mem_free(void *block);
@@ -63,6 +68,24 @@ public:
 private:
     MemTallyScope *outer_;
 };
+
+// While alive, the calling thread's small blocks come from `pool` (NULL:
+// from the heap). A read fills its model this way: one pool's slabs instead
+// of millions of heap blocks. A block may be freed on any thread, later;
+// two threads never use one pool at once.
+class MemPoolScope {
+public:
+    explicit MemPoolScope(Pool *pool);
+    ~MemPoolScope();
+    MemPoolScope(const MemPoolScope &) = delete;
+    MemPoolScope &operator=(const MemPoolScope &) = delete;
+
+private:
+    Pool *outer_;
+};
+
+// The calling thread's pool, or NULL.
+Pool *mem_pool();
 
 struct MemUsage {
     int64_t live_blocks;
