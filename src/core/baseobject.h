@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "core/class.h"
+#include "support/ptrarray.h"
 #include "support/types.h"
 
 struct kxIfcModelMngr_t;
@@ -97,11 +98,12 @@ kx_bool16 baseobject_has_been_moved(const kxBaseObject *base_object);
 using MoveInstanceFn = void (*)(kxBaseObject *instance, void *context);
 void baseobject_move_reachable(kxBaseObject *base_object, MoveInstanceFn move, void *context);
 
-// Drops every reference the object holds without freeing what they point
-// to (a referenced instance keeps at least one reference: its owner's).
-// Used when a whole model is torn down, so that freeing never recurses
-// along chains of references.
-void baseobject_detach_references(kxBaseObject *base_object);
+// Lets go of every instance of a list that holds one reference to each (a
+// model's, or a failed read's) and destroys the list. In list order, each
+// instance drops its references and then the list's: an instance is freed
+// only once it has dropped its own, so freeing never recurses along chains
+// of references. An instance held elsewhere survives.
+void baseobject_release_all(PtrArray **objects);
 
 char16_t *baseobject_predefined_type_string(const kxBaseObject *base_object);
 

@@ -304,16 +304,18 @@ void baseobject_move_reachable(kxBaseObject *base_object, MoveInstanceFn move, v
 
 namespace {
 
-void drop_reference(kxBaseObject **reference, void *) {
-    if ((*reference)->retain_count > 1) (*reference)->retain_count--;
-    *reference = nullptr;
-}
+void release_reference(kxBaseObject **reference, void *) { baseobject_release(reference); }
 
 }  // namespace
 
-void baseobject_detach_references(kxBaseObject *base_object) {
-    if (!baseobject_check(base_object)) return;
-    base_object->object_class->hooks->for_each_reference(base_object, &drop_reference, nullptr);
+void baseobject_release_all(PtrArray **objects) {
+    for (uint32_t i = 0; i < ptrarray_count(*objects); i++) {
+        kxBaseObject **instance = reinterpret_cast<kxBaseObject **>(&(*objects)->items[i]);
+        if (!baseobject_check(*instance)) continue;
+        (*instance)->object_class->hooks->for_each_reference(*instance, &release_reference, nullptr);
+        baseobject_release(instance);
+    }
+    ptrarray_destroy(objects, nullptr);
 }
 
 char16_t *baseobject_predefined_type_string(const kxBaseObject *base_object) {

@@ -155,13 +155,7 @@ KX_API void kxIfcModel_free(kxIfcModel **ifc_model) {
     kxIfcModel *model = *ifc_model;
     if (model == nullptr) return;
     header_destroy(&model->header);
-    // References between instances are dropped first, so that releasing the
-    // model's own references frees each instance without recursing along
-    // chains of references; an instance held elsewhere survives.
-    const uint32_t count = ptrarray_count(model->objects);
-    for (uint32_t i = 0; i < count; i++)
-        baseobject_detach_references(static_cast<kxBaseObject *>(model->objects->items[i]));
-    ptrarray_destroy(&model->objects, callback<DestroyFn, &baseobject_release>());
+    baseobject_release_all(&model->objects);
     objtables_free(&model->object_tables);
     modelmngr_free(&model->model_manager);
     mem_free_and_clear(ifc_model);

@@ -1002,14 +1002,6 @@ bool run_parts_in_parallel(Parser *parser) {
     return true;
 }
 
-void release_all(PtrArray **objects) {
-    // Drop references between instances first, so that freeing them never
-    // recurses along chains of references.
-    for (uint32_t i = 0; i < ptrarray_count(*objects); i++)
-        baseobject_detach_references(static_cast<kxBaseObject *>((*objects)->items[i]));
-    ptrarray_destroy(objects, callback<DestroyFn, &baseobject_release>());
-}
-
 // Why a file's header cannot be read.
 const char *unreadable_reason(const char16_t *path) {
     if (path == nullptr) return "no file name";
@@ -1097,7 +1089,7 @@ kxIfcModel *step_read_file(const char16_t *path, uint32_t read_mode, const Track
         *with_errors = parser.with_errors;
     } else {
         header_destroy(&header);
-        release_all(&parser.objects);
+        baseobject_release_all(&parser.objects);
         objtables_free(&parser.object_tables);
     }
     ptrarray_destroy_const(&parser.value_objects);

@@ -130,9 +130,7 @@ void *aligned_headed(void *place, size_t alignment, size_t size) {
     return block;
 }
 
-void populate(void *start, size_t bytes) {
-    if (bytes > 0) madvise(start, bytes, MADV_POPULATE_WRITE);  // older kernels refuse: pages fault in as used
-}
+void populate(void *start, size_t bytes) { mem_populate(start, bytes); }
 
 // A mapped block; its pages read as zero.
 void *mapped_block(size_t size) {
@@ -170,6 +168,10 @@ MemTallyScope::~MemTallyScope() {
     g_live_blocks.fetch_add(blocks, std::memory_order_relaxed);
     g_total_allocations.fetch_add(allocations, std::memory_order_relaxed);
     note_peak(g_live_bytes.fetch_add(bytes, std::memory_order_relaxed) + bytes);
+}
+
+void mem_populate(void *start, size_t bytes) {
+    if (kMapLargeBlocks && bytes > 0) madvise(start, bytes, MADV_POPULATE_WRITE);  // older kernels refuse: pages fault in as used
 }
 
 MemPoolScope::MemPoolScope(Pool *pool) : outer_(t_pool) { t_pool = pool; }
@@ -211,7 +213,6 @@ void *mem_aligned_alloc(size_t alignment, size_t size) {
     char *head = block - kPageSize;
     if (head > place) munmap(place, static_cast<size_t>(head - place));
     if (place + span > block + bytes) munmap(block + bytes, static_cast<size_t>(place + span - (block + bytes)));
-    populate(block, bytes);
     count_block(1, static_cast<int64_t>(kPageSize + bytes));
     return aligned_headed(block, alignment, size);
 }

@@ -19,8 +19,11 @@ void *mem_alloc(size_t size);
 void *mem_calloc(size_t count, size_t element_size);
 void *mem_realloc(void *block, size_t new_size);
 // Blocks are aligned to 8 bytes; this one to `alignment` (a power of two,
-// at least 16), never from a pool, its bytes zero and faulted in.
+// at least 16), never from a pool, its bytes zero.
 void *mem_aligned_alloc(size_t alignment, size_t size);
+// Faults in a range of a block at once (page aligned), rather than a page
+// at a time as it is first written.
+void mem_populate(void *start, size_t bytes);
 // Frees a block made by the functions above (NULL is accepted).
 void mem_free(void *block);
 

@@ -81,7 +81,10 @@ void set_segment_owner(Segment *slab, Pool *pool) {
         reinterpret_cast<Segment *>(reinterpret_cast<char *>(slab) + i * kSegmentSize)->pool = pool;
 }
 
+// A segment is faulted in as it is started, so the pages the kernel has
+// just cleared are still in the cache when its blocks are first written.
 void start_segment(Pool *pool, char *segment) {
+    mem_populate(segment, kSegmentSize);
     pool->cursor = segment + kSegmentHead;
     pool->limit = segment + kSegmentSize;
 }
@@ -89,7 +92,7 @@ void start_segment(Pool *pool, char *segment) {
 void add_slab(Pool *pool) {
     const uint32_t segments = pool->next_slab_segments;
     const size_t bytes = segments * kSegmentSize;
-    Segment *slab = static_cast<Segment *>(mem_aligned_alloc(kSegmentSize, bytes));  // zeroed, faulted in
+    Segment *slab = static_cast<Segment *>(mem_aligned_alloc(kSegmentSize, bytes));  // zeroed
     KX_POISON(slab, bytes);
     for (uint32_t i = 0; i < segments; i++) KX_UNPOISON(reinterpret_cast<char *>(slab) + i * kSegmentSize, kSegmentHead);
     slab->next_slab = pool->slabs;
