@@ -57,6 +57,16 @@ public:
         count_++;
         return true;
     }
+    // Forgets an id inserted before the index was frozen.
+    void remove(uint32_t id) {
+        if (frozen_) return;
+        if (id < dense_size_ && dense_[id] != nullptr) {
+            dense_[id] = nullptr;
+            count_--;
+        } else if (sparse_.erase(id) > 0) {
+            count_--;
+        }
+    }
     // Packs the direct table when ids have gaps (a quarter or more of the
     // table empty), else gives back its spare room at the end; no id can be
     // added after.

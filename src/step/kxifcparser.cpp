@@ -259,10 +259,15 @@ struct Parser {
     bool with_errors = false;
     bool syntax_error = false;
     // Reading the parts of a pass in parallel: the parts after the first,
-    // where this parser's part ends, and the lock around making instances.
+    // where this parser's part ends, and the first line it stopped at there.
     uint32_t parts_wanted = 1;
     TrackedVector<PartStart> part_starts;
     uint64_t stop_at = kNoStop;
+    bool stopped = false;
+    PartStart stopped_at{0, 0};
+    // A later part of a parallel first pass: the ids of its lines are
+    // checked and indexed when it is joined, in file order.
+    bool ids_at_join = false;
     const char16_t *path = nullptr;
 
     Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected, kxReadReport *read_report, bool full_text,
@@ -620,7 +625,7 @@ kxBaseObject *create_line_instance(Parser *parser, const Token &id_token, const 
         return nullptr;
     }
     if (mode == SINGLE_PASS_SELECTED && !(*parser->selection)[klass->unique_class_id]) return nullptr;
-    if (parser->ids->find(file_id) != nullptr) {
+    if (!parser->ids_at_join && parser->ids->find(file_id) != nullptr) {
         note_problem(parser, KX_READ_DUPLICATE_ID, [&](ReadProblem &problem) {
             place_at(problem, id_token);
             problem.file_id = file_id;
@@ -632,7 +637,7 @@ kxBaseObject *create_line_instance(Parser *parser, const Token &id_token, const 
     kxBaseObject *instance = create_instance(parser, klass);
     if (instance != nullptr) {
         instance->output_file_id = file_id;
-        parser->ids->insert(file_id, instance);
+        if (!parser->ids_at_join) parser->ids->insert(file_id, instance);
     }
     return instance;
 }
@@ -794,7 +799,7 @@ bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
     constexpr uint64_t kProgressStep = 4 << 20;
     const uint64_t size = parser->file->size();
     uint64_t next_progress = kProgressStep;
-    const bool find_parts = mode == CREATE_ONLY && parser->parts_wanted > 1;
+    const bool find_parts = mode == CREATE_ONLY && parser->parts_wanted > 1 && parser->stop_at == kNoStop;
     for (;;) {
         if (!parser->file->ensure(scanner)) return unreadable(parser);
         const uint64_t done = scanner_offset(*scanner, scanner->cursor);
@@ -804,7 +809,12 @@ bool parse_data_section(Parser *parser, Scanner *scanner, ParseMode mode) {
         }
         const Token token = scanner_next(scanner);
         if (token.kind == TOKEN_ENTITY_ID) {
-            if (scanner_offset(*scanner, token.text) >= parser->stop_at) return true;  // the next part's
+            const uint64_t offset = scanner_offset(*scanner, token.text);
+            if (offset >= parser->stop_at) {  // the next part's
+                parser->stopped = true;
+                parser->stopped_at = {offset, token.line};
+                return true;
+            }
             if (find_parts && parser->part_starts.size() + 1 < parser->parts_wanted)
                 note_part_start(parser, *scanner, token);
         }
@@ -851,6 +861,7 @@ bool seek_data_section(Parser *parser, Scanner *scanner) {
 // reaches it.
 bool read_part(Parser *parser, ParseMode mode, const PartStart *start) {
     Scanner scanner;
+    parser->stopped = false;
     if (start == nullptr) {
         if (!parser->file->start(&scanner)) return unreadable(parser);
         if (!seek_data_section(parser, &scanner)) return false;
@@ -858,7 +869,7 @@ bool read_part(Parser *parser, ParseMode mode, const PartStart *start) {
         return unreadable(parser);
     }
     if (!parse_data_section(parser, &scanner, mode)) return false;
-    if (parser->stop_at != kNoStop) return true;
+    if (parser->stopped) return true;
     // Anything but the closing keyword and the end of the file (a second
     // section, another file pasted after this one) is read past and reported.
     if (!parser->file->ensure(&scanner)) return unreadable(parser);
@@ -881,10 +892,13 @@ bool read_part(Parser *parser, ParseMode mode, const PartStart *start) {
 }
 
 bool run_parts_in_parallel(Parser *parser);
+bool create_in_parallel(Parser *parser);
 
 bool run_pass(Parser *parser, ParseMode mode) {
     if (mode == PARSE_CREATED && !parser->part_starts.empty()) return run_parts_in_parallel(parser);
-    if (!read_part(parser, mode, nullptr)) return false;
+    const bool read = mode == CREATE_ONLY && parser->parts_wanted > 1 ? create_in_parallel(parser)
+                                                                      : read_part(parser, mode, nullptr);
+    if (!read) return false;
     if (mode == SINGLE_PASS || mode == SINGLE_PASS_SELECTED) {
         kxParseParList_set_allow_unresolved(parser->parameters, mode == SINGLE_PASS_SELECTED ? CIERTO : FALSO);
         parse_deferred_lines(parser);
@@ -896,33 +910,47 @@ bool run_pass(Parser *parser, ParseMode mode) {
     return true;
 }
 
-// One later part of a parallel pass: a parser of its own over the shared id
-// index, with its own window on the file and its own report; the select
-// values it makes are listed, numbered and filed once it is joined.
+// One later part of a parallel pass: a parser of its own, with its own
+// window on the file, report and pool. In the first pass it starts at a
+// guessed line and makes its lines' instances, which are numbered, filed
+// and indexed by id once it is joined; in the second it reads over the
+// shared id index, and the select values it makes are numbered and filed
+// once it is joined.
 struct PartReader {
     Parser parser;
     TextWindow window;
     PartStart start;
+    ParseMode mode;
     Pool *pool = pool_new();  // what the part makes; the model's pool adopts it
     bool ok = false;
+    bool joined = false;
 
-    PartReader(Parser *main, size_t index)
-        : parser(main->version, nullptr, report_new_like(main->report), main->lossless, main->ids),
-          window(main->path), start(main->part_starts[index]) {
+    PartReader(Parser *main, ParseMode pass, PartStart part_start, uint64_t stop)
+        : parser(main->version, nullptr, report_new_like(main->report), main->lossless,
+                 pass == PARSE_CREATED ? main->ids : nullptr),
+          window(main->path), start(part_start), mode(pass) {
         parser.path = main->path;
         parser.file = &window;
         parser.objects = ptrarray_create(0);
         parser.value_objects = ptrarray_create(0);
         parser.model_manager = main->model_manager;
         parser.parameters = kxParseParList_new(main->version, &create_value_object, &parser);
-        parser.skipped_lines = main->skipped_lines;
-        const auto first = std::lower_bound(parser.skipped_lines.begin(), parser.skipped_lines.end(), start.offset);
-        parser.next_skipped_line = static_cast<size_t>(first - parser.skipped_lines.begin());
-        parser.stop_at = index + 1 < main->part_starts.size() ? main->part_starts[index + 1].offset : kNoStop;
+        parser.stop_at = stop;
+        parser.ids_at_join = pass == CREATE_ONLY;
+        if (pass == PARSE_CREATED) {
+            parser.skipped_lines = main->skipped_lines;
+            const auto first =
+                std::lower_bound(parser.skipped_lines.begin(), parser.skipped_lines.end(), start.offset);
+            parser.next_skipped_line = static_cast<size_t>(first - parser.skipped_lines.begin());
+        }
     }
     ~PartReader() {
         kxParseParList_free(&parser.parameters);
-        ptrarray_destroy_const(&parser.objects);
+        // The instances of a part that was not taken in go with it.
+        if (joined)
+            ptrarray_destroy_const(&parser.objects);
+        else
+            baseobject_release_all(&parser.objects);
         ptrarray_destroy_const(&parser.value_objects);
         kxReadReport_free(&parser.report);  // NULL once merged
         mem_destroy_optional(&pool, &pool_release);
@@ -933,17 +961,43 @@ struct PartReader {
     void run() {
         MemTallyScope tally;
         MemPoolScope memory(pool);
-        ok = window.ok() ? read_part(&parser, PARSE_CREATED, &start) : unreadable(&parser);
+        ok = window.ok() ? read_part(&parser, mode, &start) : unreadable(&parser);
     }
 };
 
+using Parts = TrackedVector<std::unique_ptr<PartReader>>;
+
+// Runs each part on a thread of its own (or on this one, when no thread
+// can be started for it) while `first` runs on the calling thread.
+template <typename First>
+void run_parts(Parts &parts, First first) {
+    ParallelSection section;
+    std::vector<std::thread> threads;
+    std::vector<PartReader *> inline_parts;
+    for (auto &part : parts) {
+        try {
+            threads.emplace_back([&part] { part->run(); });
+        } catch (...) {
+            inline_parts.push_back(part.get());
+        }
+    }
+    {
+        MemTallyScope tally;
+        first();
+    }
+    for (std::thread &thread : threads) thread.join();
+    for (PartReader *part : inline_parts) part->run();
+}
+
 // Takes what a joined part made and found into the main parser, as if the
-// main parser had read the part itself: its select values (numbered and
-// filed in the order made), its problems (unless an earlier part failed, where
-// a one-thread read would have stopped) and its references to ids no line
-// defines.
-void join_part(Parser *parser, PartReader &part, bool earlier_ok) {
+// main parser had read the part itself: the instances or select values it
+// made (numbered and filed in the order made), its problems (their lines
+// counted on by `lines_before`; none when an earlier part failed, where a
+// one-thread read would have stopped), the lines it skipped and its
+// references to ids no line defines.
+void join_part(Parser *parser, PartReader &part, bool earlier_ok, uint32_t lines_before) {
     Parser &read = part.parser;
+    part.joined = true;
     pool_adopt(parser->model_manager->pool, &part.pool);
     for (uint32_t i = 0; i < ptrarray_count(read.objects); i++) {
         kxBaseObject *value = static_cast<kxBaseObject *>(read.objects->items[i]);
@@ -954,12 +1008,14 @@ void join_part(Parser *parser, PartReader &part, bool earlier_ok) {
     for (uint32_t i = 0; i < ptrarray_count(read.value_objects); i++)
         ptrarray_append(parser->value_objects, read.value_objects->items[i]);
     if (!earlier_ok) return;
-    report_merge(parser->report, &read.report);
+    report_merge(parser->report, &read.report, lines_before);
     read.fast.report = nullptr;
     parser->with_errors = parser->with_errors || read.with_errors;
     parser->syntax_error = parser->syntax_error || read.syntax_error;
     parser->max_file_id = std::max(parser->max_file_id, read.max_file_id);
     parser->fast.forward.insert(parser->fast.forward.end(), read.fast.forward.begin(), read.fast.forward.end());
+    if (part.mode == CREATE_ONLY)
+        parser->skipped_lines.insert(parser->skipped_lines.end(), read.skipped_lines.begin(), read.skipped_lines.end());
 }
 
 // The second of two passes with its parts read on threads of their own,
@@ -968,31 +1024,17 @@ void join_part(Parser *parser, PartReader &part, bool earlier_ok) {
 // blocks in a pool of its own; what parts share (retain counts, memory
 // tallies) takes atomic updates.
 bool run_parts_in_parallel(Parser *parser) {
-    parser->stop_at = parser->part_starts.front().offset;
-    TrackedVector<std::unique_ptr<PartReader>> parts;
+    const TrackedVector<PartStart> &starts = parser->part_starts;
+    Parts parts;
+    for (size_t i = 0; i < starts.size(); i++)
+        parts.push_back(std::make_unique<PartReader>(parser, PARSE_CREATED, starts[i],
+                                                     i + 1 < starts.size() ? starts[i + 1].offset : kNoStop));
+    parser->stop_at = starts.front().offset;
     bool ok = true;
-    {
-        ParallelSection section;
-        for (size_t i = 0; i < parser->part_starts.size(); i++) parts.push_back(std::make_unique<PartReader>(parser, i));
-        std::vector<std::thread> threads;
-        std::vector<PartReader *> inline_parts;  // when no thread could be started for them
-        for (auto &part : parts) {
-            try {
-                threads.emplace_back([&part] { part->run(); });
-            } catch (...) {
-                inline_parts.push_back(part.get());
-            }
-        }
-        {
-            MemTallyScope tally;
-            ok = read_part(parser, PARSE_CREATED, nullptr);
-        }
-        for (std::thread &thread : threads) thread.join();
-        for (PartReader *part : inline_parts) part->run();
-    }
+    run_parts(parts, [&] { ok = read_part(parser, PARSE_CREATED, nullptr); });
     parser->stop_at = kNoStop;
     for (auto &part : parts) {
-        join_part(parser, *part, ok);
+        join_part(parser, *part, ok, 0);
         ok = ok && part->ok;
     }
     parts.clear();
@@ -1000,6 +1042,65 @@ bool run_parts_in_parallel(Parser *parser) {
     report_progress(parser->report, parser->file->size(), parser->file->size());
     if (!fastread_resolve(&parser->fast, true)) parser->with_errors = true;
     return true;
+}
+
+// Where the parts of a parallel first pass are guessed to start: at the
+// first line starting with '#' past each share of the file. Its line number
+// is known once the text before it has been read.
+TrackedVector<PartStart> guess_part_starts(Parser *parser) {
+    TrackedVector<PartStart> starts;
+    const uint64_t size = parser->file->size();
+    for (uint32_t k = 1; k < parser->parts_wanted; k++) {
+        const uint64_t offset = parser->file->next_instance_line(size / parser->parts_wanted * k);
+        if (offset < size && (starts.empty() || offset > starts.back().offset)) starts.push_back({offset, 1});
+    }
+    return starts;
+}
+
+// Indexes the instances a part of the first pass made, unless one of their
+// ids is defined before them (then the index is left as it was).
+bool index_part_ids(Parser *parser, const PtrArray *objects) {
+    for (uint32_t i = 0; i < ptrarray_count(objects); i++) {
+        if (parser->ids->insert(static_cast<kxBaseObject *>(objects->items[i])->output_file_id,
+                                static_cast<kxBaseObject *>(objects->items[i])))
+            continue;
+        while (i-- > 0) parser->ids->remove(static_cast<kxBaseObject *>(objects->items[i])->output_file_id);
+        return false;
+    }
+    return true;
+}
+
+// The first of two passes with the data section cut into parts at guessed
+// line starts, read on threads of their own (the first on the calling
+// thread). In file order, a part is taken in when the text before it
+// stopped exactly at its start (the guess was no line inside a string or a
+// comment) and none of its ids is defined before it; from the first part
+// that is not, the rest is read on the calling thread, as one thread would.
+// Where the parts start is where the second pass's start too.
+bool create_in_parallel(Parser *parser) {
+    const TrackedVector<PartStart> guesses = guess_part_starts(parser);
+    if (guesses.empty()) return read_part(parser, CREATE_ONLY, nullptr);
+    Parts parts;
+    for (size_t i = 0; i < guesses.size(); i++)
+        parts.push_back(std::make_unique<PartReader>(parser, CREATE_ONLY, guesses[i],
+                                                     i + 1 < guesses.size() ? guesses[i + 1].offset : kNoStop));
+    parser->stop_at = guesses.front().offset;
+    bool ok = true;
+    run_parts(parts, [&] { ok = read_part(parser, CREATE_ONLY, nullptr); });
+    parser->stop_at = kNoStop;
+    bool stopped = parser->stopped;
+    PartStart reached = parser->stopped_at;
+    for (auto &part : parts) {
+        if (!ok || !stopped) break;
+        if (reached.offset != part->start.offset || !index_part_ids(parser, part->parser.objects))
+            return read_part(parser, CREATE_ONLY, &reached);
+        join_part(parser, *part, true, reached.line - 1);
+        parser->part_starts.push_back(reached);
+        ok = part->ok;
+        stopped = part->parser.stopped;
+        reached = {part->parser.stopped_at.offset, part->parser.stopped_at.line + reached.line - 1};
+    }
+    return ok;
 }
 
 // Why a file's header cannot be read.

@@ -122,11 +122,12 @@ kxReadReport *report_new_like(const kxReadReport *like) {
     return like != nullptr ? kxReadReport_new(like->max_per_code) : nullptr;
 }
 
-void report_merge(kxReadReport *into, kxReadReport **from) {
+void report_merge(kxReadReport *into, kxReadReport **from, uint32_t lines_before) {
     if (*from == nullptr) return;
     std::array<uint64_t, KX_READ_CODE_COUNT> kept{};
     for (ReadProblem &problem : (*from)->problems) {
         kept[problem.code]++;
+        if (problem.line != 0) problem.line += lines_before;
         report_add(into, std::move(problem));
     }
     for (size_t code = 0; code < KX_READ_CODE_COUNT && into != nullptr; code++)

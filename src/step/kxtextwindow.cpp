@@ -89,6 +89,22 @@ bool TextWindow::start_at(Scanner *scanner, uint64_t offset, uint32_t line) {
     return scanner->cursor < complete_ || at_end() || slide(scanner);
 }
 
+uint64_t TextWindow::next_instance_line(uint64_t offset) {
+    char previous = 0;
+    for (uint64_t at = offset; at < size_;) {
+        const size_t wanted = static_cast<size_t>(size_ - at < capacity_ ? size_ - at : capacity_);
+        const ssize_t got = ::pread(descriptor_, buffer_, wanted, static_cast<off_t>(at));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        for (size_t i = 0; i < static_cast<size_t>(got); i++) {
+            if (buffer_[i] == '#' && previous == '\n') return at + i;
+            previous = buffer_[i];
+        }
+        at += static_cast<uint64_t>(got);
+    }
+    return size_;
+}
+
 // Reads on until the buffer is full or holds the rest of the file.
 bool TextWindow::fill() {
     while (used_ < capacity_ && !at_end()) {

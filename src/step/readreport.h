@@ -38,8 +38,9 @@ uint32_t report_threads(const kxReadReport *report);
 // progress callback: what one thread of a parallel read notes.
 kxReadReport *report_new_like(const kxReadReport *like);
 // Appends what `from` noted to `into`, as if `into` had noted it itself
-// after what it holds, and frees `from`.
-void report_merge(kxReadReport *into, kxReadReport **from);
+// after what it holds, and frees `from`. Its line numbers count from a
+// part's first line: `lines_before` is added to them.
+void report_merge(kxReadReport *into, kxReadReport **from, uint32_t lines_before);
 
 kxReadSeverity read_code_severity(kxReadCode code);
 std::string utf8_of(const char16_t *text);

@@ -33,6 +33,10 @@ public:
     bool start(Scanner *scanner);
     // The same from a statement that starts physical line `line` at `offset`.
     bool start_at(Scanner *scanner, uint64_t offset, uint32_t line);
+    // Where the first physical line at or after `offset` that starts with
+    // '#' begins (an instance line, unless it lies inside a string or a
+    // comment), or size() when there is none (or the file cannot be read).
+    uint64_t next_instance_line(uint64_t offset);
     // Makes sure the statement at the scanner's position is whole in the
     // window, sliding it on when the scanner has passed every whole
     // statement. False when the file could not be read (problem() says why).

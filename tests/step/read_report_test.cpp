@@ -268,7 +268,7 @@ TEST_F(ReadReportTest, ProgressIsReportedUpToTheEnd) {
     }
 }
 
-// The second pass of a two-pass read on several threads: every sample file
+// A two-pass read on several threads: every sample file
 // and files with planted faults come out as the one-thread read makes them
 // (and sample files as the one-pass read makes them), the same model written
 // to the same bytes and the same report, in both text modes.
@@ -279,7 +279,8 @@ TEST_F(ParallelReadTest, SampleFilesReadAsOnOneThread) {
 
 // Faults in every part: values of the wrong type, references to ids no
 // line defines, bad escapes, select values, unknown entities, repeated ids
-// and, in some files, a syntax error in the first or the last part.
+// and, in some files, a syntax error in the first or the last part, or a
+// string over many lines where the parts would start.
 TEST_F(ParallelReadTest, PlantedFaultsAreReportedAsOnOneThread) {
     std::ostringstream data_text;
     for (int i = 1; i <= 600; i++) {
@@ -296,10 +297,16 @@ TEST_F(ParallelReadTest, PlantedFaultsAreReportedAsOnOneThread) {
     const std::string data = data_text.str();
     const size_t quarter = data.find('\n', data.size() / 4) + 1;
     const size_t last = data.find('\n', data.size() * 7 / 8) + 1;
+    // A string whose lines look like instance lines, across every place a
+    // part of the first pass could be guessed to start.
+    std::string lines;
+    for (int i = 0; i < 400; i++) lines += "\n#" + std::to_string(i + 1) + "= IFCWALL();";
     const std::string datas[] = {data, data.substr(0, quarter) + "#9000= IFCDIRECTION((1.,=));\n" + data.substr(quarter),
-                                 data.substr(0, last) + "#9000= IFCDIRECTION((1.,=));\n" + data.substr(last)};
+                                 data.substr(0, last) + "#9000= IFCDIRECTION((1.,=));\n" + data.substr(last),
+                                 data.substr(0, quarter) + "#9000= IFCPROPERTYSINGLEVALUE('s',$,IFCTEXT('" + lines +
+                                     "'),$);\n" + data.substr(quarter)};
     expect_same_whatever_the_threads(file(datas[0], "IFC4", "#1=IFCWALL();\n"));
-    for (const std::string &faults : {datas[1], datas[2]}) expect_same_whatever_the_threads(file(faults));
+    for (const std::string &faults : {datas[1], datas[2], datas[3]}) expect_same_whatever_the_threads(file(faults));
 }
 
 }  // namespace
