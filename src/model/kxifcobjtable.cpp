@@ -98,16 +98,6 @@ void objtable_process_inverse_relation(const kxIfcObjTable_t *object_table, cons
     }
 }
 
-void objtable_merge(kxIfcObjTable_t *object_table1, kxIfcObjTable_t *object_table2) {
-    kx_assert_not_null(object_table1);
-    kx_assert_not_null(object_table2);
-    if (object_table1 == nullptr || object_table2 == nullptr) return;
-    const uint32_t count = ptrarray_count(object_table2->objects);
-    for (uint32_t i = 0; i < count; i++)
-        ptrarray_append(object_table1->objects, ptrarray_get(object_table2->objects, i));
-    ptrarray_shrink(&object_table2->objects, 0, nullptr);
-}
-
 PtrArray *objtables_new() {
     PtrArray *classes = typelibrary_all_classes();
     const uint32_t num_classes = ptrarray_count(classes);
@@ -131,6 +121,15 @@ void objtables_add_instance(PtrArray *object_tables, kxBaseObject *base_object) 
     kxIfcObjTable_t *table =
         static_cast<kxIfcObjTable_t *>(ptrarray_get(object_tables, base_object->object_class->unique_class_id));
     if (table != nullptr) ptrarray_append(table->objects, base_object);
+}
+
+void objtables_merge(PtrArray *into, PtrArray **from) {
+    const uint32_t count = ptrarray_count(*from);
+    for (uint32_t id = 0; id < count; id++) {
+        const auto *table = static_cast<const kxIfcObjTable_t *>((*from)->items[id]);
+        ptrarray_append_all(static_cast<kxIfcObjTable_t *>(into->items[id])->objects, table->objects);
+    }
+    objtables_free(from);
 }
 
 void objtables_remove_instance(PtrArray *object_tables, kxBaseObject *base_object) {

@@ -34,13 +34,14 @@ void objtable_filtered(const kxIfcObjTable_t *object_table, ObjectFilterFn filte
                        kxArrayST *result);
 void objtable_process_inverse_relation(const kxIfcObjTable_t *object_table, const char16_t *attribute,
                                        const kxBaseObject *target, kxArrayST *result);
-// Appends table2's instances to table1 and empties table2.
-void objtable_merge(kxIfcObjTable_t *object_table1, kxIfcObjTable_t *object_table2);
 
 // The per-model set: one table per class, indexed by unique class id.
 PtrArray *objtables_new();
 void objtables_free(PtrArray **object_tables);
 void objtables_add_instance(PtrArray *object_tables, kxBaseObject *base_object);
+// Appends each table of `from` to the same class's table of `into`, then
+// frees `from`.
+void objtables_merge(PtrArray *into, PtrArray **from);
 void objtables_remove_instance(PtrArray *object_tables, kxBaseObject *base_object);
 // Instances of the class and its kinds, oldest first (filter may be NULL).
 void objtables_collect(const PtrArray *object_tables, const kxClass_t *klass, uint32_t version,

@@ -268,6 +268,7 @@ struct Parser {
     // A later part of a parallel first pass: the ids of its lines are
     // checked and indexed when it is joined, in file order.
     bool ids_at_join = false;
+    TrackedVector<uint32_t> created_ids;  // of its instances, in order
     const char16_t *path = nullptr;
 
     Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected, kxReadReport *read_report, bool full_text,
@@ -637,7 +638,10 @@ kxBaseObject *create_line_instance(Parser *parser, const Token &id_token, const 
     kxBaseObject *instance = create_instance(parser, klass);
     if (instance != nullptr) {
         instance->output_file_id = file_id;
-        if (!parser->ids_at_join) parser->ids->insert(file_id, instance);
+        if (parser->ids_at_join)
+            parser->created_ids.push_back(file_id);
+        else
+            parser->ids->insert(file_id, instance);
     }
     return instance;
 }
@@ -937,6 +941,7 @@ struct PartReader {
         parser.parameters = kxParseParList_new(main->version, &create_value_object, &parser);
         parser.stop_at = stop;
         parser.ids_at_join = pass == CREATE_ONLY;
+        if (pass == CREATE_ONLY) parser.object_tables = objtables_new();
         if (pass == PARSE_CREATED) {
             parser.skipped_lines = main->skipped_lines;
             const auto first =
@@ -952,6 +957,7 @@ struct PartReader {
         else
             baseobject_release_all(&parser.objects);
         ptrarray_destroy_const(&parser.value_objects);
+        mem_destroy_optional(&parser.object_tables, &objtables_free);
         kxReadReport_free(&parser.report);  // NULL once merged
         mem_destroy_optional(&pool, &pool_release);
     }
@@ -999,11 +1005,14 @@ void join_part(Parser *parser, PartReader &part, bool earlier_ok, uint32_t lines
     Parser &read = part.parser;
     part.joined = true;
     pool_adopt(parser->model_manager->pool, &part.pool);
-    for (uint32_t i = 0; i < ptrarray_count(read.objects); i++) {
-        kxBaseObject *value = static_cast<kxBaseObject *>(read.objects->items[i]);
-        baseobject_renew_object_id(value, &parser->object_id_counter);
-        ptrarray_append(parser->objects, value);
-        objtables_add_instance(parser->object_tables, value);
+    for (uint32_t i = 0; i < ptrarray_count(read.objects); i++)
+        baseobject_renew_object_id(static_cast<kxBaseObject *>(read.objects->items[i]), &parser->object_id_counter);
+    ptrarray_append_all(parser->objects, read.objects);
+    if (read.object_tables != nullptr) {
+        objtables_merge(parser->object_tables, &read.object_tables);
+    } else {
+        for (uint32_t i = 0; i < ptrarray_count(read.objects); i++)
+            objtables_add_instance(parser->object_tables, static_cast<kxBaseObject *>(read.objects->items[i]));
     }
     for (uint32_t i = 0; i < ptrarray_count(read.value_objects); i++)
         ptrarray_append(parser->value_objects, read.value_objects->items[i]);
@@ -1059,12 +1068,11 @@ TrackedVector<PartStart> guess_part_starts(Parser *parser) {
 
 // Indexes the instances a part of the first pass made, unless one of their
 // ids is defined before them (then the index is left as it was).
-bool index_part_ids(Parser *parser, const PtrArray *objects) {
-    for (uint32_t i = 0; i < ptrarray_count(objects); i++) {
-        if (parser->ids->insert(static_cast<kxBaseObject *>(objects->items[i])->output_file_id,
-                                static_cast<kxBaseObject *>(objects->items[i])))
-            continue;
-        while (i-- > 0) parser->ids->remove(static_cast<kxBaseObject *>(objects->items[i])->output_file_id);
+bool index_part_ids(Parser *parser, const Parser &part) {
+    const TrackedVector<uint32_t> &ids = part.created_ids;
+    for (size_t i = 0; i < ids.size(); i++) {
+        if (parser->ids->insert(ids[i], static_cast<kxBaseObject *>(part.objects->items[i]))) continue;
+        while (i-- > 0) parser->ids->remove(ids[i]);
         return false;
     }
     return true;
@@ -1092,7 +1100,7 @@ bool create_in_parallel(Parser *parser) {
     PartStart reached = parser->stopped_at;
     for (auto &part : parts) {
         if (!ok || !stopped) break;
-        if (reached.offset != part->start.offset || !index_part_ids(parser, part->parser.objects))
+        if (reached.offset != part->start.offset || !index_part_ids(parser, part->parser))
             return read_part(parser, CREATE_ONLY, &reached);
         join_part(parser, *part, true, reached.line - 1);
         parser->part_starts.push_back(reached);

@@ -85,6 +85,17 @@ void ptrarray_append_const(PtrArray *array, const void *element) {
     ptrarray_append(array, const_cast<void *>(element));
 }
 
+void ptrarray_append_all(PtrArray *array, const PtrArray *other) {
+    kx_assert_not_null(array);
+    kx_assert_not_null(other);
+    if (array == nullptr || other == nullptr || other->count == 0) return;
+    kx_assert(other->count <= ULONG_MAX32 - array->count);
+    if (other->count > ULONG_MAX32 - array->count) return;
+    reserve(array, array->count + other->count);
+    std::memcpy(array->items + array->count, other->items, other->count * sizeof(void *));
+    array->count += other->count;
+}
+
 void ptrarray_insert(PtrArray *array, uint32_t index, void *element) {
     kx_assert_not_null(array);
     if (array == nullptr) return;

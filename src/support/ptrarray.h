@@ -44,6 +44,8 @@ void ptrarray_set(PtrArray *array, uint32_t index, void *element);
 void ptrarray_append(PtrArray *array, void *element);
 // For elements the array never destroys.
 void ptrarray_append_const(PtrArray *array, const void *element);
+// Appends every element of `other`, in order.
+void ptrarray_append_all(PtrArray *array, const PtrArray *other);
 // Inserts before the index; index == count appends.
 void ptrarray_insert(PtrArray *array, uint32_t index, void *element);
 // Removes the pointer, shifting the rest down; the element is not destroyed.

@@ -264,30 +264,6 @@ TEST_F(ObjectTableTest, RemoveKeepsTheOrderOfTheRestAndReportsAnUnlistedInstance
     EXPECT_EQ(listed(walls), (List{c}));
 }
 
-TEST_F(ObjectTableTest, MergeAppendsTheSecondTableAndEmptiesIt) {
-    kxBaseObject *a = make(kxIfcWall_class());
-    kxBaseObject *b = make(kxIfcWall_class());
-    kxBaseObject *c = make(kxIfcWallStandardCase_class());
-    kxBaseObject *d = make(kxIfcWall_class());
-    kxIfcObjTable_t *first = table(kxIfcWall_class());
-    kxIfcObjTable_t *second = table(kxIfcWall_class());
-    kx::objtable_add(first, b);
-    kx::objtable_add(first, a);
-    kx::objtable_add(second, d);
-    kx::objtable_add(second, c);
-    kx::objtable_merge(first, second);
-    EXPECT_EQ(listed(first), (List{b, a, d, c}));
-    EXPECT_TRUE(listed(second).empty());
-    EXPECT_EQ(kx::objtable_first(second), nullptr);
-    // The emptied table is still usable.
-    kx::objtable_add(second, a);
-    EXPECT_EQ(listed(second), (List{a}));
-    // Merging an empty table changes nothing.
-    kxIfcObjTable_t *empty = table(kxIfcWall_class());
-    kx::objtable_merge(first, empty);
-    EXPECT_EQ(listed(first), (List{b, a, d, c}));
-}
-
 // Calls that would corrupt a model are refused with a report and change
 // nothing: a reference into another model, one aggregate given to two
 // owners, a release changed under existing instances, ids run out.

@@ -33,7 +33,8 @@ protected:
 // Reads whose second pass runs on several threads.
 class ParallelReadTest : public ReadReportTest {
 protected:
-    // The export of a read on `threads` threads and its report, as one text.
+    // The export of a read on `threads` threads, its report and its object
+    // tables, as one text.
     std::string read_and_write(const std::string &path, uint32_t threads, kxTextMode text_mode, uint32_t mode = 2) {
         kxReadReport *report = kxReadReport_new(1000);  // keeps every problem: their order counts
         kxReadReport_set_threads(report, threads);
@@ -49,6 +50,15 @@ protected:
         result += problems.str();
         kxReadReport_free(&report);
         if (model == nullptr) return result;
+        // The object tables: instances of broad classes by creation.
+        for (const kxClass_t *klass : {kxIfcRoot_class(), kxIfcRepresentationItem_class(), kxIfcProperty_class()}) {
+            kxArrayST *instances = kxIfcModel_dontuse_get_objects_by_class(model, klass);
+            for (uint32_t i = 0; i < kxArrayST_dontuse_count(instances); i++)
+                result += std::to_string(kxBaseObject_dontuse_object_output_file_id(
+                              static_cast<kxBaseObject *>(kxArrayST_dontuse_get(instances, i)))) + ' ';
+            result += '\n';
+            kxArrayST_dontuse_free(&instances, nullptr);
+        }
         EXPECT_EQ(kxIfcModel_export_with_status(model, u"written", kxtest::wide(directory_.path()).c_str()),
                   KX_EXPORT_OK);
         kxIfcModel_free(&model);
