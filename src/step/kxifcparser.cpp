@@ -227,6 +227,11 @@ kxBaseObject *create_value_object(void *context, const kxClass_t *klass);
 struct PartStart {
     uint64_t offset;
     uint32_t line;
+    // The instances a part of a parallel first pass made before
+    // `shift_end` were numbered from 0: the second pass, which reads
+    // their lines anyway, adds the number of instances before the part.
+    uint32_t object_id_shift = 0;
+    uint64_t shift_end = 0;
 };
 
 constexpr uint64_t kNoStop = UINT64_MAX;
@@ -269,6 +274,7 @@ struct Parser {
     // checked and indexed when it is joined, in file order.
     bool ids_at_join = false;
     TrackedVector<uint32_t> created_ids;  // of its instances, in order
+    PartStart object_ids{0, 0};           // in the second pass: what to add to object ids, and up to where
     const char16_t *path = nullptr;
 
     Parser(kxIfcVersion_t release, const TrackedVector<bool> *selected, kxReadReport *read_report, bool full_text,
@@ -654,7 +660,10 @@ kxBaseObject *created_line_instance(Parser *parser, const Token &id_token, uint6
         parser->next_skipped_line++;
         return nullptr;
     }
-    return parser->ids->find(id_token.id);
+    kxBaseObject *instance = parser->ids->find(id_token.id);
+    if (instance != nullptr && line_offset < parser->object_ids.shift_end)
+        instance->object_id += parser->object_ids.object_id_shift;
+    return instance;
 }
 
 void defer_line(Parser *parser, kxBaseObject *instance, const Token &id_token, const char *parameters,
@@ -943,6 +952,7 @@ struct PartReader {
         parser.ids_at_join = pass == CREATE_ONLY;
         if (pass == CREATE_ONLY) parser.object_tables = objtables_new();
         if (pass == PARSE_CREATED) {
+            parser.object_ids = part_start;
             parser.skipped_lines = main->skipped_lines;
             const auto first =
                 std::lower_bound(parser.skipped_lines.begin(), parser.skipped_lines.end(), start.offset);
@@ -1005,14 +1015,16 @@ void join_part(Parser *parser, PartReader &part, bool earlier_ok, uint32_t lines
     Parser &read = part.parser;
     part.joined = true;
     pool_adopt(parser->model_manager->pool, &part.pool);
-    for (uint32_t i = 0; i < ptrarray_count(read.objects); i++)
-        baseobject_renew_object_id(static_cast<kxBaseObject *>(read.objects->items[i]), &parser->object_id_counter);
     ptrarray_append_all(parser->objects, read.objects);
-    if (read.object_tables != nullptr) {
+    if (part.mode == CREATE_ONLY) {
+        parser->object_id_counter += ptrarray_count(read.objects);  // the second pass renumbers them
         objtables_merge(parser->object_tables, &read.object_tables);
     } else {
-        for (uint32_t i = 0; i < ptrarray_count(read.objects); i++)
-            objtables_add_instance(parser->object_tables, static_cast<kxBaseObject *>(read.objects->items[i]));
+        for (uint32_t i = 0; i < ptrarray_count(read.objects); i++) {
+            kxBaseObject *value = static_cast<kxBaseObject *>(read.objects->items[i]);
+            baseobject_renew_object_id(value, &parser->object_id_counter);
+            objtables_add_instance(parser->object_tables, value);
+        }
     }
     for (uint32_t i = 0; i < ptrarray_count(read.value_objects); i++)
         ptrarray_append(parser->value_objects, read.value_objects->items[i]);
@@ -1102,6 +1114,8 @@ bool create_in_parallel(Parser *parser) {
         if (!ok || !stopped) break;
         if (reached.offset != part->start.offset || !index_part_ids(parser, part->parser))
             return read_part(parser, CREATE_ONLY, &reached);
+        reached.object_id_shift = parser->object_id_counter;
+        reached.shift_end = part->parser.stopped ? part->parser.stopped_at.offset : kNoStop;
         join_part(parser, *part, true, reached.line - 1);
         parser->part_starts.push_back(reached);
         ok = part->ok;
