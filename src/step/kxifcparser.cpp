@@ -1005,6 +1005,19 @@ void run_parts(Parts &parts, First first) {
     for (PartReader *part : inline_parts) part->run();
 }
 
+// Reads a pass in parts from the starts given, the first (up to the first
+// start) on the calling thread; the parts are left for joining.
+bool read_in_parts(Parser *parser, ParseMode mode, const TrackedVector<PartStart> &starts, Parts *parts) {
+    for (size_t i = 0; i < starts.size(); i++)
+        parts->push_back(std::make_unique<PartReader>(parser, mode, starts[i],
+                                                      i + 1 < starts.size() ? starts[i + 1].offset : kNoStop));
+    parser->stop_at = starts.front().offset;
+    bool ok = true;
+    run_parts(*parts, [&] { ok = read_part(parser, mode, nullptr); });
+    parser->stop_at = kNoStop;
+    return ok;
+}
+
 // Takes what a joined part made and found into the main parser, as if the
 // main parser had read the part itself: the instances or select values it
 // made (numbered and filed in the order made), its problems (their lines
@@ -1045,15 +1058,8 @@ void join_part(Parser *parser, PartReader &part, bool earlier_ok, uint32_t lines
 // blocks in a pool of its own; what parts share (retain counts, memory
 // tallies) takes atomic updates.
 bool run_parts_in_parallel(Parser *parser) {
-    const TrackedVector<PartStart> &starts = parser->part_starts;
     Parts parts;
-    for (size_t i = 0; i < starts.size(); i++)
-        parts.push_back(std::make_unique<PartReader>(parser, PARSE_CREATED, starts[i],
-                                                     i + 1 < starts.size() ? starts[i + 1].offset : kNoStop));
-    parser->stop_at = starts.front().offset;
-    bool ok = true;
-    run_parts(parts, [&] { ok = read_part(parser, PARSE_CREATED, nullptr); });
-    parser->stop_at = kNoStop;
+    bool ok = read_in_parts(parser, PARSE_CREATED, parser->part_starts, &parts);
     for (auto &part : parts) {
         join_part(parser, *part, ok, 0);
         ok = ok && part->ok;
@@ -1101,13 +1107,7 @@ bool create_in_parallel(Parser *parser) {
     const TrackedVector<PartStart> guesses = guess_part_starts(parser);
     if (guesses.empty()) return read_part(parser, CREATE_ONLY, nullptr);
     Parts parts;
-    for (size_t i = 0; i < guesses.size(); i++)
-        parts.push_back(std::make_unique<PartReader>(parser, CREATE_ONLY, guesses[i],
-                                                     i + 1 < guesses.size() ? guesses[i + 1].offset : kNoStop));
-    parser->stop_at = guesses.front().offset;
-    bool ok = true;
-    run_parts(parts, [&] { ok = read_part(parser, CREATE_ONLY, nullptr); });
-    parser->stop_at = kNoStop;
+    bool ok = read_in_parts(parser, CREATE_ONLY, guesses, &parts);
     bool stopped = parser->stopped;
     PartStart reached = parser->stopped_at;
     for (auto &part : parts) {
