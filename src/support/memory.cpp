@@ -132,11 +132,17 @@ void *aligned_headed(void *place, size_t alignment, size_t size) {
 
 void populate(void *start, size_t bytes) { mem_populate(start, bytes); }
 
+// A model of a few hundred MB written once through 4 KiB pages spends more
+// time on missing address translations than on anything else it does:
+// mappings ask for huge pages where the system gives them on request.
+void advise_huge_pages(void *start, size_t bytes) { madvise(start, bytes, MADV_HUGEPAGE); }
+
 // A mapped block; its pages read as zero.
 void *mapped_block(size_t size) {
     const size_t bytes = page_rounded(kHeader + size);
     void *place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (place == MAP_FAILED) out_of_memory(size);
+    advise_huge_pages(place, bytes);
     populate(place, bytes);
     count_block(1, static_cast<int64_t>(bytes));
     return headed(place, size, MAPPED_BLOCK);
@@ -213,6 +219,7 @@ void *mem_aligned_alloc(size_t alignment, size_t size) {
     char *head = block - kPageSize;
     if (head > place) munmap(place, static_cast<size_t>(head - place));
     if (place + span > block + bytes) munmap(block + bytes, static_cast<size_t>(place + span - (block + bytes)));
+    advise_huge_pages(block, bytes);
     count_block(1, static_cast<int64_t>(kPageSize + bytes));
     return aligned_headed(block, alignment, size);
 }
