@@ -126,8 +126,9 @@ void objtables_add_instance(PtrArray *object_tables, kxBaseObject *base_object) 
 void objtables_merge(PtrArray *into, PtrArray **from) {
     const uint32_t count = ptrarray_count(*from);
     for (uint32_t id = 0; id < count; id++) {
-        const auto *table = static_cast<const kxIfcObjTable_t *>((*from)->items[id]);
+        auto *table = static_cast<kxIfcObjTable_t *>((*from)->items[id]);
         ptrarray_append_all(static_cast<kxIfcObjTable_t *>(into->items[id])->objects, table->objects);
+        ptrarray_clear(table->objects);  // one table's room at a time is held twice
     }
     objtables_free(from);
 }

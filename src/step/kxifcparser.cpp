@@ -1031,6 +1031,7 @@ void join_part(Parser *parser, PartReader &part, bool earlier_ok, uint32_t lines
     ptrarray_append_all(parser->objects, read.objects);
     if (part.mode == CREATE_ONLY) {
         parser->object_id_counter += ptrarray_count(read.objects);  // the second pass renumbers them
+        ptrarray_clear(read.objects);                               // its room is not needed twice
         objtables_merge(parser->object_tables, &read.object_tables);
     } else {
         for (uint32_t i = 0; i < ptrarray_count(read.objects); i++) {

@@ -82,10 +82,9 @@ constexpr size_t kRedZone = 0;
 // The largest block a pool serves; larger ones come from the heap.
 constexpr size_t kLargestPooled = kPoolLargestBlock - kHeader - kRedZone;
 
-// Blocks this large are mapped on their own and faulted in whole when made
-// or grown: one call into the kernel instead of a page fault per 4 KiB. The
-// leak checker does not look inside mappings, so sanitized builds keep them
-// on the heap.
+// Blocks this large are mapped on their own, on huge pages where the system
+// has them, and grown by remapping rather than copying. The leak checker
+// does not look inside mappings, so sanitized builds keep them on the heap.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kMapLargeBlocks = false;
 #else
@@ -130,7 +129,6 @@ void *aligned_headed(void *place, size_t alignment, size_t size) {
     return block;
 }
 
-void populate(void *start, size_t bytes) { mem_populate(start, bytes); }
 
 // A model of a few hundred MB written once through 4 KiB pages spends more
 // time on missing address translations than on anything else it does:
@@ -143,7 +141,6 @@ void *mapped_block(size_t size) {
     void *place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (place == MAP_FAILED) out_of_memory(size);
     advise_huge_pages(place, bytes);
-    populate(place, bytes);
     count_block(1, static_cast<int64_t>(bytes));
     return headed(place, size, MAPPED_BLOCK);
 }
@@ -154,7 +151,6 @@ void *mapped_resize(void *block, size_t old_size, size_t new_size) {
     char *place = static_cast<char *>(block) - kHeader;
     void *moved = mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE);
     if (moved == MAP_FAILED) out_of_memory(new_size);
-    if (new_bytes > old_bytes) populate(static_cast<char *>(moved) + old_bytes, new_bytes - old_bytes);
     count_block(-1, static_cast<int64_t>(old_bytes));
     count_block(1, static_cast<int64_t>(new_bytes));
     return headed(moved, new_size, MAPPED_BLOCK);

@@ -209,6 +209,13 @@ void ptrarray_shrink(PtrArray **array, uint32_t new_count, DestroyFn destroy) {
     }
 }
 
+void ptrarray_clear(PtrArray *array) {
+    kx_assert_not_null(array);
+    if (array == nullptr) return;
+    mem_free_and_clear(&array->items);
+    array->count = array->capacity = 0;
+}
+
 void ptrarray_destroy(PtrArray **array, DestroyFn destroy) {
     kx_assert_not_null(array);
     if (array == nullptr) return;

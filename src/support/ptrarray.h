@@ -46,6 +46,8 @@ void ptrarray_append(PtrArray *array, void *element);
 void ptrarray_append_const(PtrArray *array, const void *element);
 // Appends every element of `other`, in order.
 void ptrarray_append_all(PtrArray *array, const PtrArray *other);
+// Empties the array and gives back its room (the elements are not destroyed).
+void ptrarray_clear(PtrArray *array);
 // Inserts before the index; index == count appends.
 void ptrarray_insert(PtrArray *array, uint32_t index, void *element);
 // Removes the pointer, shifting the rest down; the element is not destroyed.
