@@ -83,8 +83,11 @@ constexpr size_t kRedZone = 0;
 constexpr size_t kLargestPooled = kPoolLargestBlock - kHeader - kRedZone;
 
 // Blocks this large are mapped on their own, on huge pages where the system
-// has them, and grown by remapping rather than copying. The leak checker
-// does not look inside mappings, so sanitized builds keep them on the heap.
+// has them, faulted in whole when made or grown (a large array grows in
+// steps of many pages, and a fault per page costs more than the kernel's
+// filling them at once), and grown by remapping rather than copying. The
+// leak checker does not look inside mappings, so sanitized builds keep them
+// on the heap.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kMapLargeBlocks = false;
 #else
@@ -141,6 +144,7 @@ void *mapped_block(size_t size) {
     void *place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (place == MAP_FAILED) out_of_memory(size);
     advise_huge_pages(place, bytes);
+    mem_populate(place, bytes);
     count_block(1, static_cast<int64_t>(bytes));
     return headed(place, size, MAPPED_BLOCK);
 }
@@ -151,6 +155,7 @@ void *mapped_resize(void *block, size_t old_size, size_t new_size) {
     char *place = static_cast<char *>(block) - kHeader;
     void *moved = mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE);
     if (moved == MAP_FAILED) out_of_memory(new_size);
+    if (new_bytes > old_bytes) mem_populate(static_cast<char *>(moved) + old_bytes, new_bytes - old_bytes);
     count_block(-1, static_cast<int64_t>(old_bytes));
     count_block(1, static_cast<int64_t>(new_bytes));
     return headed(moved, new_size, MAPPED_BLOCK);
