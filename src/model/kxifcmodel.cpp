@@ -9,6 +9,7 @@
 #include "model/objtable.h"
 #include "support/assert.h"
 #include "support/memory.h"
+#include "support/pool.h"
 
 namespace kx {
 namespace {
@@ -155,6 +156,8 @@ KX_API void kxIfcModel_free(kxIfcModel **ifc_model) {
     kxIfcModel *model = *ifc_model;
     if (model == nullptr) return;
     header_destroy(&model->header);
+    // The pool is let go first: what is freed into it then is only counted.
+    pool_release(&model->model_manager->pool);
     baseobject_release_all(&model->objects);
     objtables_free(&model->object_tables);
     modelmngr_free(&model->model_manager);

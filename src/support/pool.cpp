@@ -148,9 +148,11 @@ void pool_free(void *block, uint32_t size) {
     if (block == nullptr) return;
     const uint32_t place = rounded(size);
     Pool *pool = segment_of(block)->pool;
-    KX_UNPOISON(block, place);
-    link_of(block) = pool->free_lists[place / kGranule];
-    pool->free_lists[place / kGranule] = block;
+    if (!pool->released) {  // a released pool makes no more blocks
+        KX_UNPOISON(block, place);
+        link_of(block) = pool->free_lists[place / kGranule];
+        pool->free_lists[place / kGranule] = block;
+    }
     KX_POISON(block, place);
     kx_assert(pool->live > 0);
     if (--pool->live == 0 && pool->released) destroy(pool);
