@@ -106,8 +106,8 @@ private:
     // Grown in place where the allocator can (a large block is remapped,
     // not copied), so the index never needs twice its size.
     void grow(size_t size) {
-        dense_ = static_cast<kxBaseObject **>(mem_realloc(dense_, size * sizeof(kxBaseObject *)));
-        std::fill(dense_ + dense_size_, dense_ + size, nullptr);
+        dense_ = static_cast<kxBaseObject **>(
+            mem_realloc_zeroed(dense_, dense_size_ * sizeof(kxBaseObject *), size * sizeof(kxBaseObject *)));
         dense_size_ = size;
     }
 

@@ -3,6 +3,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -244,6 +245,17 @@ void *mem_realloc(void *block, size_t new_size) {
     mem_free(block);
     bump(g_total_allocations, -1);
     return moved;
+}
+
+void *mem_realloc_zeroed(void *block, size_t old_size, size_t new_size) {
+    char *grown = static_cast<char *>(mem_realloc(block, new_size));
+    if (new_size <= old_size) return grown;
+    size_t end = new_size;
+    // Pages a mapped block gained are new; only its old last page may hold
+    // bytes from before it last shrank.
+    if (kind_of(header_of(grown)) == MAPPED_BLOCK) end = std::min(new_size, page_rounded(kHeader + old_size) - kHeader);
+    if (end > old_size) std::memset(grown + old_size, 0, end - old_size);
+    return grown;
 }
 
 void mem_free(void *block) {
