@@ -70,50 +70,7 @@ protected:
 
 // ---- member codes ----
 
-TEST_F(SelectsTest, MembersAreNumberedInSchemaOrderWithNestedSelectsExpanded) {
-    kxBaseObject *actor = make(kxIfcActorSelect_class());
-    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 0u) << "nothing held at first";
-    kxIfcActorSelect_set_kxIfcOrganization(actor, make(kxIfcOrganization_class()));
-    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 1u);
-    kxIfcActorSelect_set_kxIfcPerson(actor, make(kxIfcPerson_class()));
-    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 2u);
-    kxIfcActorSelect_set_kxIfcPersonAndOrganization(actor, make(kxIfcPersonAndOrganization_class()));
-    EXPECT_EQ(kxIfcActorSelect_get_type(actor), 3u);
-
-    // IfcValue: the measures first, then the simple values, then the
-    // derived measures.
-    kxBaseObject *value = make(kxIfcValue_class());
-    kxIfcValue_set_kxIfcLengthMeasure(value, 2.5);
-    EXPECT_EQ(kxIfcValue_get_type(value), 13u);
-    EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
-    kxIfcValue_set_kxIfcLabel(value, u"Wall");
-    EXPECT_EQ(kxIfcValue_get_type(value), 28u);
-    EXPECT_EQ(narrow(kxIfcValue_get_kxIfcLabel(value)), "Wall");
-}
-
 // ---- reading ----
-
-TEST_F(SelectsTest, PlainMemberOverwritesWithoutClearingWhatWasHeld) {
-    kxBaseObject *select = make(kxIfcValue_class());
-    kxIfcValue_set_kxIfcLabel(select, u"Wall");
-    char16_t *label = const_cast<char16_t *>(kxIfcValue_get_kxIfcLabel(select));
-    const int64_t with_label = live_blocks();
-
-    kxIfcValue_set_kxIfcLengthMeasure(select, 2.5);
-    EXPECT_EQ(kxIfcValue_get_type(select), 13u);
-    EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(select), 2.5);
-    EXPECT_EQ(live_blocks(), with_label) << "the label is left allocated: plain members do not clear";
-    EXPECT_EQ(narrow(label), "Wall");
-
-    // Nobody holds the label now: give it back ourselves.
-    kx::wstr_destroy(&label);
-    EXPECT_EQ(live_blocks(), with_label - 1);
-
-    // Plain members over plain members just store.
-    kxIfcValue_set_kxIfcInteger(select, 7);
-    EXPECT_EQ(kxIfcValue_get_type(select), 23u);
-    EXPECT_EQ(kxIfcValue_get_kxIfcInteger(select), 7);
-}
 
 TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {
     for (const bool label : {true, false}) {

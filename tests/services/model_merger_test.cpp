@@ -55,12 +55,6 @@ std::vector<kxBaseObject *> all_of(kxIfcModel *model, const kxClass_t *klass) {
     return elements(kxIfcModel_dontuse_get_objects_by_class(model, klass));
 }
 
-kxBaseObject *find_named(kxIfcModel *model, const kxClass_t *klass, const std::string &name) {
-    for (kxBaseObject *object : all_of(model, klass))
-        if (narrow(kxIfcRoot_get_Name(object)) == name) return object;
-    return nullptr;
-}
-
 class ModelMergerTest : public kxtest::LibraryTest {
 protected:
     kxtest::TempDirectory dir_{"kx_merger"};
@@ -159,32 +153,6 @@ TEST_F(ModelMergerTest, FreeWithNullHolderIsReported) {
     kxIfcModel *model = nullptr;
     EXPECT_EQ(kxIfcModelMerger_merge_models(nullptr, nullptr, &model, nullptr), kxBFALSE);
     EXPECT_TRUE(asserts().saw("(model_merger) != NULL"));
-}
-
-TEST_F(ModelMergerTest, CollidingGlobalIdIsReplacedTheSameWayWithTheSameTable) {
-    const std::u16string main = main_file();
-    // The main wall's GlobalId.
-    const std::u16string second = write_file("second", storey_file("STB", "second storey", "3.", "WALLA", "second wall"));
-    const std::u16string table = wide(dir_.file("table.bin"));
-
-    std::u16string first_id;
-    for (int round = 0; round < 2; round++) {
-        kxIfcModel *model = merge(main, {second}, &table, nullptr);
-        ASSERT_NE(model, nullptr);
-        kxBaseObject *main_wall = find_named(model, kxIfcWall_class(), "main wall");
-        kxBaseObject *second_wall = find_named(model, kxIfcWall_class(), "second wall");
-        ASSERT_NE(main_wall, nullptr);
-        ASSERT_NE(second_wall, nullptr);
-        EXPECT_EQ(kxtest::utf8(kxIfcRoot_get_GlobalId(main_wall)), guid("WALLA"));
-        const std::u16string id = kxIfcRoot_get_GlobalId(second_wall);
-        EXPECT_NE(id, wide(guid("WALLA")));
-        EXPECT_EQ(id.size(), 22u);
-        if (round == 0)
-            first_id = id;
-        else
-            EXPECT_EQ(id, first_id);
-        kxIfcModel_free(&model);
-    }
 }
 
 }  // namespace

@@ -229,45 +229,6 @@ TEST_F(UnitsModelConversorTest, ModelWithoutUnitsIsLeftUnchanged) {
 
 // ---- scales of SI units ----
 
-// Every SI prefix has its power of ten; area, volume and mass units scale
-// by their prefix and name.
-TEST_F(UnitsModelConversorTest, SIUnitsScaleByTheirPrefixAndName) {
-    struct Case {
-        const char *type, *prefix, *name;
-        double factor;
-    };
-    const Case cases[] = {
-        {"AREAUNIT", "CENTI", "SQUARE_METRE", 1e-4}, {"VOLUMEUNIT", "MILLI", "CUBIC_METRE", 1e-9},
-        {"MASSUNIT", nullptr, "GRAM", 0.001},         {"MASSUNIT", "KILO", "GRAM", 1.0},
-        {"AREAUNIT", nullptr, "SQUARE_METRE", 1.0},   {"VOLUMEUNIT", "DECI", "CUBIC_METRE", 1e-3},
-    };
-    std::vector<Case> all(std::begin(cases), std::end(cases));
-    const char *prefixes[] = {"ATTO", "FEMTO", "PICO", "NANO", "MICRO", "MILLI", "CENTI", "DECI",
-                              "DECA", "HECTO", "KILO", "MEGA", "GIGA", "TERA", "PETA", "EXA"};
-    const int powers[] = {-18, -15, -12, -9, -6, -3, -2, -1, 1, 2, 3, 6, 9, 12, 15, 18};
-    for (int i = 0; i < 16; i++) all.push_back({"LENGTHUNIT", prefixes[i], "METRE", std::pow(10.0, powers[i])});
-    for (kxIfcVersion_t release : kReleases) {
-        for (const Case &c : all) {
-            fresh(release);
-            assign({si_unit(c.type, c.prefix, c.name)});
-            kxBaseObject *area = make(kxIfcQuantityArea_class());
-            kxIfcQuantityArea_set_AreaValue(area, 1.0);
-            kxBaseObject *volume = make(kxIfcQuantityVolume_class());
-            kxIfcQuantityVolume_set_VolumeValue(volume, 1.0);
-            kxBaseObject *weight = make(kxIfcQuantityWeight_class());
-            kxIfcQuantityWeight_set_WeightValue(weight, 1.0);
-            kxBaseObject *solid = extrusion(1.0);
-            convert_by_default();
-            const std::string type = c.type;
-            const double got = type == "AREAUNIT"     ? kxIfcQuantityArea_get_AreaValue(area)
-                               : type == "VOLUMEUNIT" ? kxIfcQuantityVolume_get_VolumeValue(volume)
-                               : type == "MASSUNIT"   ? kxIfcQuantityWeight_get_WeightValue(weight)
-                                                      : kxIfcExtrudedAreaSolid_get_Depth(solid);
-            EXPECT_NEAR(got, c.factor, c.factor * 1e-12) << c.type << " " << (c.prefix ? c.prefix : "") << c.name;
-        }
-    }
-}
-
 // ---- handlers ----
 
 TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirName) {
@@ -310,17 +271,6 @@ TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
 }
 
 // ---- conversion-based and derived units ----
-
-TEST_F(UnitsModelConversorTest, ConversionBasedUnitsChainToTheirBaseUnits) {
-    model(KXIFCVERSION_IFC_2X3);
-    kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
-    kxBaseObject *inch = conversion_based("LENGTHUNIT", u"INCH", 1.0 / 12.0, foot);
-    assign({inch});
-    kxBaseObject *solid = extrusion(12.0);
-    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
-    convert();
-    EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), 304.8, 1e-9) << "12 in = 1 ft = 0.3048 m, in mm";
-}
 
 TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
     model(KXIFCVERSION_IFC_4);
@@ -605,17 +555,6 @@ TEST_F(UnitsModelConversorTest, SampleFilesScaleEveryLengthByOneFactor) {
         kxIfcModel_free(&converted);
     }
     EXPECT_GT(checked, 0) << "some file has extrusions in an SI length unit";
-}
-
-TEST_F(UnitsModelConversorTest, MeasurableTypesAreTheMeasuresWithAUnit) {
-    uint32_t measurable = 0;
-    for (uint32_t i = 0; i < kx::g_num_defined_types; i++) {
-        const kx::DefinedTypeInfo &type = kx::g_defined_types[i];
-        if (type.unit_kind == kx::UNIT_NONE) continue;
-        measurable++;
-        EXPECT_TRUE(type.kind == kx::SLOT_REAL || type.kind == kx::SLOT_INTEGER) << narrow(type.name);
-    }
-    EXPECT_EQ(measurable, kx::KXMEASURABLETYPE_NUM_VALUES);
 }
 
 // Conversion handles (linear, power, composed, chained), unit conversions

@@ -61,12 +61,6 @@ protected:
     }
     bool read_body(const std::string &body) { return read(file_with_header(body)); }
 
-    // What the release test makes of a file with this FILE_SCHEMA name.
-    kxBool release_of(const std::string &schema, kxIfcVersion_t *version) {
-        const std::u16string path = make_file(file_with_header("FILE_SCHEMA(('" + schema + "'));\n"), "schema.ifc");
-        return kxIfcHeader_read_ifc_version(path.c_str(), version);
-    }
-
     static std::string written(kxIfcHeader *header, const char16_t *name, kxIfcVersion_t version) {
         return kxtest::written_text(
             [&](kxIfcWriteData *output) { kx::header_write_section(header, name, version, output); });
@@ -154,36 +148,6 @@ TEST_F(HeaderSectionTest, StringListFormsDollarsKeywordCaseAndComments) {
     EXPECT_EQ(narrow(header_->file_schema), "ifc4");
 }
 
-// Which members of the record are there: D(escription) N(ame) T(ime stamp)
-// A(uthor) O(rganization) S(ystem) Z (authorization) F(ile schema).
-std::string present(const kxIfcHeader *header) {
-    std::string result;
-    const void *members[] = {header->description_data, header->file_name,         header->time_stamp,
-                             header->author_data,      header->organization_data, header->originating_system,
-                             header->authorization_data, header->file_schema};
-    for (int i = 0; i < 8; i++)
-        if (members[i] != nullptr) result += "DNTAOSZF"[i];
-    return result;
-}
-
-TEST_F(HeaderSectionTest, EachEntityIsOptional) {
-    const std::pair<const char *, const char *> cases[] = {
-        {"", ""},
-        // Without FILE_DESCRIPTION: no implementation level, nothing to refuse.
-        {"FILE_NAME('n','t',(''),(''),'p','s','');\nFILE_SCHEMA(('IFC4'));\n", "NTAOSZF"},
-        {"FILE_DESCRIPTION(('d'),'2;1');\nFILE_SCHEMA(('IFC4'));\n", "DF"},
-        {"FILE_DESCRIPTION(('d'),'2;1');\nFILE_NAME('n','t',(''),(''),'p','s','');\n", "DNTAOSZ"},
-    };
-    for (const auto &[body, members] : cases) {
-        ASSERT_TRUE(read_body(body)) << body;
-        EXPECT_EQ(present(header_), members) << body;
-    }
-    // The public getters give NULL for what is absent.
-    ASSERT_TRUE(read_body(""));
-    EXPECT_EQ(kxIfcHeader_get_file_name(header_), nullptr);
-    EXPECT_EQ(kxIfcHeader_get_file_schema(header_), nullptr);
-}
-
 TEST_F(HeaderSectionTest, ImplementationLevelMustBeTwoSemicolonOne) {
     EnvGuard ignore("KXIFCHEADER_IGNORE_ERRORS", nullptr);
     const std::string body = "FILE_DESCRIPTION(('d'),'2;2');\nFILE_SCHEMA(('IFC4'));\n";
@@ -262,24 +226,6 @@ TEST_F(HeaderSectionTest, LongListsAreReportedPastOneThousandItemsAndStillRead) 
 }
 
 // ---- the declared release ----
-
-TEST_F(HeaderSectionTest, ReleaseFromTheSchemaName) {
-    const std::map<std::string, kxIfcVersion_t> releases = {
-        {"IFC2X3", KXIFCVERSION_IFC_2X3}, {"IFC4", KXIFCVERSION_IFC_4},   {"IFC2X4", KXIFCVERSION_IFC_4},
-        {"ifc4", KXIFCVERSION_IFC_4},     {"Ifc2x3", KXIFCVERSION_IFC_2X3}, {"IFC2X", KXIFCVERSION_IFC_2X3},
-        {"IFC4X3_ADD2", KXIFCVERSION_IFC_4}, {"IFC2X2_FINAL", KXIFCVERSION_IFC_2X3},
-    };
-    for (const auto &[schema, release] : releases) {
-        kxIfcVersion_t version = ifc_version_not_defined;
-        EXPECT_EQ(release_of(schema, &version), kxBTRUE) << schema;
-        EXPECT_EQ(version, release) << schema;
-    }
-    for (const char *schema : {"CIS2", "IFC", "AP214", ""}) {
-        kxIfcVersion_t version = KXIFCVERSION_IFC_4;
-        EXPECT_EQ(release_of(schema, &version), kxBFALSE) << schema;
-        EXPECT_EQ(static_cast<uint32_t>(version), 0xFFFFu) << schema;
-    }
-}
 
 TEST_F(HeaderSectionTest, ReleaseOfAFileWithoutSchemaOrUnreadable) {
     kxIfcVersion_t version = KXIFCVERSION_IFC_4;

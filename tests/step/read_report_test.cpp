@@ -163,63 +163,6 @@ TEST_F(ReadReportTest, ABadValueInAVeryLongLineIsPassedOver) {
     kxReadReport_free(&report);
 }
 
-// A UTF-8 byte-order mark before the file is passed over.
-TEST_F(ReadReportTest, AByteOrderMarkIsAccepted) {
-    const std::string plain = kxtest::read_file(file("#1= IFCCARTESIANPOINT((0.,0.));\n"));
-    const std::string path = directory_.write("bom.ifc", std::string("\xEF\xBB\xBF").append(plain));
-    kxReadReport *report = kxReadReport_new(0);
-    kxIfcModel *model = read(path, 1, report);
-    ASSERT_NE(model, nullptr);
-    EXPECT_EQ(kxIfcModel_count_objects(model), 1u);
-    EXPECT_EQ(kxReadReport_total(report, 0), 0u);
-    kxIfcModel_free(&model);
-    kxReadReport_free(&report);
-}
-
-TEST_F(ReadReportTest, TheReportIsBoundedButCountsEverything) {
-    std::string data;
-    for (int i = 1; i <= 1000; i++) data.append("#").append(std::to_string(i)).append("= IFCUNKNOWN();\n");
-    kxReadReport *report = kxReadReport_new(10);
-    kxIfcModel *model = read(file(data), 1, report);
-    ASSERT_NE(model, nullptr);
-    kxIfcModel_free(&model);
-    EXPECT_EQ(kxReadReport_count(report), 10u);
-    EXPECT_EQ(kxReadReport_total(report, KX_READ_UNKNOWN_ENTITY), 1000u);
-    EXPECT_EQ(kxReadReport_total_of_severity(report, KX_SEVERITY_ERROR), 1000u);
-    kxReadReport_free(&report);
-}
-
-// A bad value costs its own attribute only, and a repeated id keeps the
-// first line in every read mode.
-TEST_F(ReadReportTest, ABadValueOrARepeatedIdLosesNothingElse) {
-    const std::string path = file(
-        "#1= IFCWALL((),$,'Name',$,$,$,$,'Tag',.STANDARD.);\n"
-        "#1= IFCCARTESIANPOINT((0.,0.));\n");
-    for (uint32_t mode : {1u, 2u}) {
-        SCOPED_TRACE(mode);
-        kxReadReport *report = kxReadReport_new(0);
-        kxIfcModel *model = read(path, mode, report);
-        ASSERT_NE(model, nullptr);
-        ASSERT_EQ(kxIfcModel_count_objects(model), 1u);
-        kxArrayST *walls = kxIfcModel_dontuse_get_objects_by_class(model, kxIfcWall_class());
-        ASSERT_EQ(kxArrayST_dontuse_count(walls), 1u);
-        kxBaseObject *wall = static_cast<kxBaseObject *>(kxArrayST_dontuse_get(walls, 0));
-        EXPECT_EQ(kxtest::utf8(kxIfcWall_get_Name(wall)), "Name");
-        EXPECT_EQ(kxtest::utf8(kxIfcWall_get_Tag(wall)), "Tag");
-        EXPECT_EQ(kxIfcWall_get_PredefinedType_v4(wall), kxIfcWallTypeEnum_STANDARD);
-        kxArrayST_dontuse_free(&walls, nullptr);
-        // One pass meets the bad value first, two passes the repeated id.
-        ASSERT_EQ(kxReadReport_count(report), 2u);
-        const uint32_t bad = kxReadReport_code(report, 0) == KX_READ_WRONG_TYPE ? 0 : 1;
-        EXPECT_EQ(kxReadReport_code(report, bad), KX_READ_WRONG_TYPE);
-        EXPECT_EQ(kxReadReport_code(report, 1 - bad), KX_READ_DUPLICATE_ID);
-        EXPECT_EQ(kxReadReport_attribute_index(report, bad), 1u);
-        EXPECT_STREQ(kxReadReport_attribute_name(report, bad), "GlobalId");
-        kxIfcModel_free(&model);
-        kxReadReport_free(&report);
-    }
-}
-
 // Progress reaches the caller in steps that never go back, ending with
 // done == total, in each pass of a read and in an export.
 TEST_F(ReadReportTest, ProgressIsReportedUpToTheEnd) {

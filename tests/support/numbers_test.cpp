@@ -191,43 +191,6 @@ TEST_F(RealFormatTest, EachRangeHasItsForm) {
     EXPECT_EQ(largest.substr(0, 6), "179769");
 }
 
-// The ten- and twelve-digit forms are those of printf's %.10G / %.12G in
-// the "C" locale, completed with a point.
-std::string printf_reference(double value, int precision) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*G", precision, value);
-    std::string result(text);
-    const size_t point = result.find('.');
-    const size_t exponent = result.find('E');
-    if (point != std::string::npos && (exponent == std::string::npos || point < exponent))
-        return result;
-    if (exponent != std::string::npos) return result.insert(exponent, 1, '.');
-    return result + ".";
-}
-
-TEST_F(RealFormatTest, MatchesPrintfGeneralForm) {
-    uint64_t state = 0x9E3779B97F4A7C15ull;
-    auto next = [&state]() {
-        state ^= state << 13;
-        state ^= state >> 7;
-        state ^= state << 17;
-        return state;
-    };
-    for (int i = 0; i < 20000; i++) {
-        // Mantissas with fractions over many magnitudes, both signs.
-        const double mantissa = static_cast<double>(next() % 1000000007ull) / 1000000007.0 + 0.01;
-        const int exponent = static_cast<int>(next() % 30) - 12;
-        const double value = (next() & 1 ? -1.0 : 1.0) * mantissa * std::pow(10.0, exponent);
-        if (std::fabs(value) < 1e-8) continue;
-        if (std::fabs(value) <= 2147483647.0) {
-            if (std::fabs(std::round(value) - value) < 1e-8) continue;
-            ASSERT_EQ(format(value), printf_reference(value, 10)) << value;
-        } else if (std::fabs(std::round(value) - value) >= 0.10001) {
-            ASSERT_EQ(format(value), printf_reference(value, 12)) << value;
-        }
-    }
-}
-
 using kx::WideString;
 
 // Copies a library string into a std::u16string and frees it.

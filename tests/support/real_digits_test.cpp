@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -80,32 +79,6 @@ TEST(RealDigitsTest, AgreeWithTheStandardLibrary) {
             kx::decimal_round(value, significant, &decimal);
             ASSERT_EQ(digits_text(decimal), reference_rounded(value, significant)) << significant;
         }
-    }
-}
-
-TEST(RealDigitsTest, LaidOutPlainOrWithExponent) {
-    const struct {
-        const char *digits;
-        int exponent;
-        bool negative;
-        const char *plain;
-        const char *exponential;
-    } cases[] = {
-        {"0", 0, true, "-0.", "-0.E+00"},        {"3", 2, false, "300.", "3.E+02"},
-        {"125", 0, false, "1.25", "1.25E+00"},   {"125", -3, true, "-0.00125", "-1.25E-03"},
-        {"17", 308, false, nullptr, "1.7E+308"}, {"5", -324, false, nullptr, "5.E-324"},
-    };
-    for (const auto &c : cases) {
-        kx::DecimalDigits decimal{};
-        decimal.count = static_cast<uint32_t>(std::char_traits<char>::length(c.digits));
-        std::memcpy(decimal.digits, c.digits, decimal.count);
-        decimal.exponent = c.exponent;
-        decimal.negative = c.negative;
-        char text[kx::kDecimalTextSize];
-        if (c.plain != nullptr) {
-            EXPECT_EQ(std::string(text, kx::decimal_put(decimal, true, text)), c.plain);
-        }
-        EXPECT_EQ(std::string(text, kx::decimal_put(decimal, false, text)), c.exponential);
     }
 }
 

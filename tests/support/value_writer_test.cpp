@@ -122,86 +122,44 @@ TEST_F(ValueWriterTest, LinesTakeTheWritersCounterOrTheirIdAndNestedOnesAreRefer
 // ---- wrapping at 120 columns ----
 
 // A value of exactly `length` characters.
-std::u16string value_of(size_t length, char16_t fill = u'A') {
-    return std::u16string(length, fill);
-}
+std::u16string value_of(size_t length, char16_t fill = u'A') { return std::u16string(length, fill); }
 
-TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120AndLongValuesStandAlone) {
-    // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas
-    // reach 111; the tenth's comma makes 112, and 112 + 10 > 120.
+// A new line starts before the value that would pass column 120 (one ending
+// at 120 stays); a value longer than a line stands alone unless it comes
+// first; parentheses wrap like values, and a type name keeps its "(".
+TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
+    const std::string a10(10, 'A'), a100(100, 'A'), a106(106, 'A'), a200(200, 'A');
+    // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas reach 111.
     kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string ten = value_of(10);
-    for (int i = 0; i < 10; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
-    const std::string a10(10, 'A');
+    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, value_of(10).c_str());
+    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
+    kxIfcWriteData_write_text(writer_, value_of(10).c_str());
     std::string expected = "#1= IFCTHING(";
     for (int i = 0; i < 9; i++) expected += a10 + ",";
-    expected += "\n" + a10 + ");\n";
-    EXPECT_EQ(line(), expected);
+    EXPECT_EQ(line(), expected + "BBBBBBBB,\n" + a10 + ");\n");
 
-    // The column restarts after a wrap: 50,50 | 50,50 | 50,50.
     kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string fifty = value_of(50);
-    for (int i = 0; i < 6; i++) kxIfcWriteData_write_text(writer_, fifty.c_str());
-    const std::string a50(50, 'A');
-    EXPECT_EQ(line(), "#1= IFCTHING(" + a50 + "," + a50 + ",\n" + a50 + "," + a50 + ",\n" + a50 +
-                          "," + a50 + ");\n");
-
-    // The head counts: "#123456= IFCLONGERNAME(" is 23 columns, 23 + 2 + 100 > 120.
-    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(200).c_str());
     kxIfcWriteData_write_integer(writer_, 1);
-    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
-    EXPECT_EQ(line(u"IfcLongerName", 123456),
-              "#123456= IFCLONGERNAME(1,\n" + std::string(100, 'A') + ");\n");
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_integer(writer_, 1);
-    const std::u16string long_value = value_of(200);
-    kxIfcWriteData_write_text(writer_, long_value.c_str());
+    kxIfcWriteData_write_text(writer_, value_of(200).c_str());
     kxIfcWriteData_write_integer(writer_, 2);
-    EXPECT_EQ(line(), "#1= IFCTHING(1,\n" + std::string(200, 'A') + ",\n2);\n");
+    EXPECT_EQ(line(), "#1= IFCTHING(" + a200 + ",\n1,\n" + a200 + ",\n2);\n");
 
-    // As the first parameter it stays on the head's line.
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_text(writer_, long_value.c_str());
-    EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(200, 'A') + ");\n");
-    // An opening parenthesis after a value wraps like a value.
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 13 + 106 = 119
     kxIfcWriteData_begin_parameters(writer_);                  // comma: 120, "(" passes
     kxIfcWriteData_write_integer(writer_, 1);
     kxIfcWriteData_end_list(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(106, 'A') + ",\n(1));\n");
-
-    // A closing parenthesis at column 120 goes on the next line; the
-    // instance's own ");" is never counted.
+    EXPECT_EQ(line(), "#1= IFCTHING(" + a106 + ",\n(1));\n");
     kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_begin_parameters(writer_);                  // 14
-    kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 120
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 120: the ")" goes on
     kxIfcWriteData_end_list(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING((" + std::string(106, 'A') + "\n));\n");
-}
-
-TEST_F(ValueWriterTest, ColumnExactly120StaysOnTheLineAndTypeNamesKeepTheirParenthesis) {
-    // 111 after nine values; a value of 8 after its comma ends at column 120
-    // exactly and stays; the next one (comma at 121) wraps.
-    kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string ten = value_of(10);
-    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
-    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
-    kxIfcWriteData_write_unset(writer_);
-    std::string expected = "#1= IFCTHING(";
-    for (int i = 0; i < 9; i++) expected += std::string(10, 'A') + ",";
-    expected += "BBBBBBBB,\n$);\n";
-    const std::string written = line();
-    EXPECT_EQ(written, expected);
-    EXPECT_EQ(written.find('\n'), 121u);  // 120 columns and the comma
-    // 13 + 100 + comma = 114: the name (8) and "(" stay on the line and pass
-    // 120; the value inside then starts a new line.
+    EXPECT_EQ(line(), "#1= IFCTHING((" + a106 + "\n));\n");
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, value_of(100).c_str());
     write_label(writer_, u"Wall");
-    const std::string label_line = line();
-    EXPECT_EQ(label_line, "#1= IFCTHING(" + std::string(100, 'A') + ",IFCLABEL(\n'Wall'));\n");
-    EXPECT_EQ(label_line.find("IFCLABEL\n"), std::string::npos);
+    EXPECT_EQ(line(), "#1= IFCTHING(" + a100 + ",IFCLABEL(\n'Wall'));\n");
 }
 
 // ---- misuse is reported ----
