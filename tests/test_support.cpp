@@ -49,6 +49,16 @@ void LibraryTest::TearDown() {
     EXPECT_EQ(usage.live_bytes, bytes_at_start_) << "tracked bytes leaked";
 }
 
+void LibraryTest::expect_each_reported(std::initializer_list<Misuse> misuses) {
+    expect_reports();
+    for (const Misuse &misuse : misuses) {
+        capture_->clear();
+        misuse.call();
+        EXPECT_TRUE(capture_->saw(misuse.condition)) << "not reported: " << misuse.condition;
+    }
+    capture_->clear();
+}
+
 std::string shared_path(const std::string &relative) {
     const std::string path = std::string(KX_SHARED_DIR) + "/" + relative;
     struct stat info;

@@ -95,28 +95,13 @@ TEST_F(HeaderSectionTest, ListsAreQuotedAndEncodedAuthorizationIsOneJoinedString
               "'Orlith IFC Preprocessor 1.0', 'Tool ''X''', 'a;b''c');\n"
               "FILE_SCHEMA(('IFC4'));\n"
               "ENDSEC;\n");
-}
-
-TEST_F(HeaderSectionTest, RecordWithAbsentMembersIsWrittenLikeAnEmptyOne) {
-    EnvGuard stamp("VELMTEST", "1");
+    // A record without members is written like an empty one.
+    kx::header_destroy(&header_);
     header_ = kx::header_new(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(written(header_, u"m.ifc", KXIFCVERSION_IFC_2X3),
-              "HEADER;\n"
-              "FILE_DESCRIPTION((''), '2;1');\n"
+              "HEADER;\nFILE_DESCRIPTION((''), '2;1');\n"
               "FILE_NAME('m.ifc', '', (''), (''), 'Orlith IFC Preprocessor 1.0', '', '');\n"
-              "FILE_SCHEMA(('IFC2X3'));\n"
-              "ENDSEC;\n");
-}
-
-TEST_F(HeaderSectionTest, UndefinedReleaseIsReported) {
-    expect_reports();
-    EnvGuard stamp("VELMTEST", "1");
-    header_ = kxIfcHeader_new_empty_header();
-    const std::string text = written(header_, u"m.ifc", ifc_version_not_defined);
-    ASSERT_EQ(asserts().reports().size(), 1u);
-    EXPECT_EQ(asserts().reports()[0].condition, "");
-    EXPECT_EQ(asserts().reports()[0].source, "kxifcheader (KXIFCMODEL.DLL)");
-    EXPECT_NE(text.find("ENDSEC;\n"), std::string::npos) << "the section is still complete";
+              "FILE_SCHEMA(('IFC2X3'));\nENDSEC;\n");
 }
 
 // ---- reading ----
@@ -240,16 +225,6 @@ TEST_F(HeaderSectionTest, ReleaseOfAFileWithoutSchemaOrUnreadable) {
     EXPECT_EQ(kxIfcHeader_read_ifc_version(wide(directory_.file("none.ifc")).c_str(), &version), kxBFALSE);
 }
 
-TEST_F(HeaderSectionTest, NullArgumentsAreReported) {
-    expect_reports();
-    EXPECT_EQ(kxIfcHeader_read_ifc_version(u"x.ifc", nullptr), kxBFALSE);
-    EXPECT_TRUE(asserts().saw("(ifc_version) != NULL"));
-    EXPECT_EQ(kxIfcHeader_read_from_file(nullptr), nullptr);
-    EXPECT_TRUE(asserts().saw("(file_name) != NULL"));
-    EXPECT_FALSE(kx::header_read_section(u"x.ifc", nullptr));
-    EXPECT_TRUE(asserts().saw("(header) != NULL"));
-}
-
 // ---- the sample files ----
 
 TEST_F(HeaderSectionTest, EverySampleFileDeclaresItsRelease) {
@@ -299,81 +274,70 @@ TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
 
 std::u16string text(const kxWChar *value) { return value != nullptr ? std::u16string(value) : u"<NULL>"; }
 
+// ---- the record ----
+
+// The lists keep copies; an index at or past the count gives one shared
+// static empty string, without a report.
 TEST_F(HeaderSectionTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString) {
     header_ = kxIfcHeader_new_empty_header();
     const kxWChar *empty = kxIfcHeader_get_author_field(header_, 0);
     char16_t author[] = u"Ann";
     kxIfcHeader_add_to_author(header_, author);
-    kxIfcHeader_add_to_author(header_, u"Bob");
     author[0] = u'X';
     kxIfcHeader_add_to_organization(header_, u"Acme");
     kxIfcHeader_add_to_authorization(header_, u"ok");
     kxIfcHeader_add_to_description(header_, u"desc");
-    ASSERT_EQ(kxIfcHeader_author_fields_count(header_), 2u);
     EXPECT_EQ(text(kxIfcHeader_get_author_field(header_, 0)), u"Ann");
-    EXPECT_EQ(text(kxIfcHeader_get_author_field(header_, 1)), u"Bob");
     EXPECT_EQ(text(kxIfcHeader_get_organization_field(header_, 0)), u"Acme");
     EXPECT_EQ(text(kxIfcHeader_get_authorization_field(header_, 0)), u"ok");
     EXPECT_EQ(text(kxIfcHeader_get_description_field(header_, 0)), u"desc");
-    EXPECT_EQ(kxIfcHeader_organization_fields_count(header_), 1u);
-    // At or past the count: one shared static string, nothing reported.
     EXPECT_EQ(text(empty), u"");
-    EXPECT_EQ(kxIfcHeader_get_author_field(header_, 2), empty);
+    EXPECT_EQ(kxIfcHeader_get_author_field(header_, 1), empty);
     EXPECT_EQ(kxIfcHeader_get_organization_field(header_, 1), empty);
     EXPECT_EQ(kxIfcHeader_get_authorization_field(header_, UINT32_MAX), empty);
     EXPECT_EQ(kxIfcHeader_get_description_field(header_, 1), empty);
-}
 
-TEST_F(HeaderSectionTest, BuiltRecordTakesValuesOverAndMayLackMembers) {
+    // A built record takes its values over and may lack lists, which a
+    // later addition makes.
+    kx::header_destroy(&header_);
     kx::WideString name = kx::wstr_copy(u"f.ifc");
     const kxWChar *name_pointer = name;
-    kx::WStrArray *authors = nullptr;
-    header_ = kx::header_new(nullptr, &name, nullptr, &authors, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(name, nullptr);
+    header_ = kx::header_new(nullptr, &name, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(kxIfcHeader_get_file_name(header_), name_pointer);
-    EXPECT_EQ(kxIfcHeader_get_file_schema(header_), nullptr);
-
-    expect_reports();
-    EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
-    EXPECT_EQ(text(kxIfcHeader_get_organization_field(header_, 0)), u"");
-    EXPECT_EQ(asserts().reports().size(), 2u);
-    EXPECT_TRUE(reported("(value_container) != NULL"));
-    kxIfcHeader_add_to_author(header_, u"Ann");  // the absent list is made
-    EXPECT_TRUE(asserts().reports().empty());
+    kxIfcHeader_add_to_author(header_, u"Ann");
     EXPECT_EQ(text(kxIfcHeader_get_description_data(header_, 0)), u"Ann");
-    kx::header_destroy(&header_);
-    EXPECT_EQ(header_, nullptr);
 }
 
-TEST_F(HeaderSectionTest, FaultyArgumentsAreReported) {
-    expect_reports();
-    kx::header_destroy(nullptr);
-    EXPECT_TRUE(asserts().saw("(header) != NULL"));
-    kx::header_destroy(&header_);
-    EXPECT_TRUE(reported("(*header) != NULL"));
-
-    kxIfcHeader_add_to_description(nullptr, u"x");
-    kxIfcHeader_set_file_name(nullptr, u"x");
-    kxIfcHeader_add_to_author(nullptr, u"x");
-    EXPECT_EQ(kxIfcHeader_get_file_name(nullptr), nullptr);
-    EXPECT_EQ(kxIfcHeader_author_fields_count(nullptr), 0u);
-    EXPECT_EQ(text(kxIfcHeader_get_description_data(nullptr, 0)), u"");
-    EXPECT_EQ(text(kxIfcHeader_get_authorization_field(nullptr, 0)), u"");
-    ASSERT_EQ(asserts().reports().size(), 7u);
-    for (const kxtest::AssertReport &report : asserts().reports()) {
-        EXPECT_EQ(report.condition, "(ifc_header) != NULL");
-        EXPECT_EQ(report.source, "kxifcheader (KXIFCMODEL.DLL)");
-    }
-    asserts().clear();
-
+TEST_F(HeaderSectionTest, MisuseIsReported) {
+    EnvGuard stamp("VELMTEST", "1");
+    kxIfcHeader *lacking = kx::header_new(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    kxIfcHeader *none = nullptr;
     header_ = kxIfcHeader_new_empty_header();
     kxIfcHeader_set_file_name(header_, u"keep.ifc");
-    kxIfcHeader_set_file_name(header_, nullptr);
-    kxIfcHeader_add_to_author(header_, nullptr);
-    EXPECT_EQ(asserts().reports().size(), 2u);
-    EXPECT_TRUE(asserts().saw("(value) != NULL"));
+    std::string section;
+    expect_each_reported({
+        {"", [&] { section = written(header_, u"m.ifc", ifc_version_not_defined); }},  // an undefined release
+        {"(value_container) != NULL", [&] { EXPECT_EQ(kxIfcHeader_author_fields_count(lacking), 0u); }},
+        {"(value_container) != NULL", [&] { EXPECT_EQ(text(kxIfcHeader_get_organization_field(lacking, 0)), u""); }},
+        {"(ifc_version) != NULL", [&] { EXPECT_EQ(kxIfcHeader_read_ifc_version(u"x.ifc", nullptr), kxBFALSE); }},
+        {"(file_name) != NULL", [&] { EXPECT_EQ(kxIfcHeader_read_from_file(nullptr), nullptr); }},
+        {"(header) != NULL", [&] { EXPECT_FALSE(kx::header_read_section(u"x.ifc", nullptr)); }},
+        {"(header) != NULL", [&] { kx::header_destroy(nullptr); }},
+        {"(*header) != NULL", [&] { kx::header_destroy(&none); }},
+        {"(ifc_header) != NULL", [&] { kxIfcHeader_add_to_description(nullptr, u"x"); }},
+        {"(ifc_header) != NULL", [&] { kxIfcHeader_set_file_name(nullptr, u"x"); }},
+        {"(ifc_header) != NULL", [&] { kxIfcHeader_add_to_author(nullptr, u"x"); }},
+        {"(ifc_header) != NULL", [&] { EXPECT_EQ(kxIfcHeader_get_file_name(nullptr), nullptr); }},
+        {"(ifc_header) != NULL", [&] { EXPECT_EQ(kxIfcHeader_author_fields_count(nullptr), 0u); }},
+        {"(ifc_header) != NULL", [&] { EXPECT_EQ(text(kxIfcHeader_get_description_data(nullptr, 0)), u""); }},
+        {"(ifc_header) != NULL", [&] { EXPECT_EQ(text(kxIfcHeader_get_authorization_field(nullptr, 0)), u""); }},
+        {"(value) != NULL", [&] { kxIfcHeader_set_file_name(header_, nullptr); }},
+        {"(value) != NULL", [&] { kxIfcHeader_add_to_author(header_, nullptr); }},
+    });
+    EXPECT_NE(section.find("ENDSEC;\n"), std::string::npos) << "the section is still complete";
     EXPECT_EQ(text(kxIfcHeader_get_file_name(header_)), u"keep.ifc");
     EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
+    kx::header_destroy(&lacking);
 }
 
 }  // namespace
