@@ -110,6 +110,11 @@ bool is_time_stamp(const std::string &text) {
     return true;
 }
 
+std::string step_file(const std::string &data, const std::string &schema, const std::string &after) {
+    return "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\nFILE_NAME('','',(''),(''),'','','');\n"
+           "FILE_SCHEMA(('" + schema + "'));\nENDSEC;\nDATA;\n" + data + "ENDSEC;\nEND-ISO-10303-21;\n" + after;
+}
+
 std::string read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream text;

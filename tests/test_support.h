@@ -119,6 +119,10 @@ bool is_time_stamp(const std::string &text);
 
 // ---- files and the environment ----
 
+// An exchange file of the schema around the data lines, which start on its
+// line 8; `after` follows its end.
+std::string step_file(const std::string &data, const std::string &schema = "IFC4", const std::string &after = "");
+
 // The whole file ("" when it cannot be read).
 std::string read_file(const std::string &path);
 

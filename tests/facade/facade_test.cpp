@@ -8,10 +8,6 @@ namespace {
 
 class FacadeTest : public kxtest::LibraryTest {};
 
-constexpr const char *kHeader =
-    "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\nFILE_NAME('','',(''),(''),'','','');\n"
-    "FILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n";
-
 struct ReadCase {
     const char *name;
     const char *data;  // nullptr: no file at all
@@ -34,7 +30,7 @@ TEST_F(FacadeTest, ReadGivesTheModelOrNothingAndTheProblemsAsValues) {
         SCOPED_TRACE(c.name);
         const std::string path = c.data != nullptr
                                      ? directory.write(std::string(c.name) + ".ifc",
-                                                       std::string(kHeader) + c.data + "ENDSEC;\nEND-ISO-10303-21;\n")
+                                                       kxtest::step_file(c.data))
                                      : directory.file("missing.ifc");
         kx::ReadDiagnostics diagnostics;
         const std::optional<kx::Model> model = kx::Model::read(path, {}, &diagnostics);

@@ -22,33 +22,27 @@ std::string guid(const std::string &tag) {
     return text;
 }
 
-std::string file_text(const char *schema, const std::string &data) {
-    return std::string("ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\n") +
-           "FILE_NAME('','',(''),(''),'','','');\nFILE_SCHEMA(('" + schema + "'));\nENDSEC;\nDATA;\n" + data +
-           "ENDSEC;\nEND-ISO-10303-21;\n";
-}
-
 // An IFC4 file of a project in metres, a site, a building and one storey at
 // height z holding one wall; the tags make the GlobalIds.
 std::string storey_file(const std::string &storey, const std::string &storey_name, const std::string &z,
                         const std::string &wall, const std::string &wall_name) {
-    return file_text("IFC4", "#1= IFCPROJECT('" + guid("PRJ") + "',$,'project',$,$,$,$,$,#2);\n"
-                             "#2= IFCUNITASSIGNMENT((#3));\n#3= IFCSIUNIT(*,.LENGTHUNIT.,$,.METRE.);\n"
-                             "#4= IFCCARTESIANPOINT((0.,0.,0.));\n#5= IFCAXIS2PLACEMENT3D(#4,$,$);\n"
-                             "#6= IFCLOCALPLACEMENT($,#5);\n#8= IFCLOCALPLACEMENT(#6,#5);\n"
-                             "#7= IFCSITE('" + guid("SITE") + "',$,'site',$,$,#6,$,$,.ELEMENT.,$,$,$,$,$);\n"
-                             "#9= IFCBUILDING('" + guid("BLD") + "',$,'building',$,$,#8,$,$,.ELEMENT.,$,$,$);\n"
-                             "#10= IFCCARTESIANPOINT((0.,0.," + z + "));\n#11= IFCAXIS2PLACEMENT3D(#10,$,$);\n"
-                             "#12= IFCLOCALPLACEMENT(#8,#11);\n"
-                             "#13= IFCBUILDINGSTOREY('" + guid(storey) + "',$,'" + storey_name +
-                             "',$,$,#12,$,$,.ELEMENT.,$);\n"
-                             "#14= IFCRELAGGREGATES('" + guid("PRJA") + "',$,$,$,#1,(#7));\n"
-                             "#15= IFCRELAGGREGATES('" + guid("SITEA") + "',$,$,$,#7,(#9));\n"
-                             "#16= IFCRELAGGREGATES('" + guid(storey_name.substr(0, 4) + "A") + "',$,$,$,#9,(#13));\n"
-                             "#17= IFCWALL('" + guid(wall) + "',$,'" + wall_name + "',$,$,#18,$,$,$);\n"
-                             "#18= IFCLOCALPLACEMENT(#12,#5);\n"
-                             "#19= IFCRELCONTAINEDINSPATIALSTRUCTURE('" + guid(storey_name.substr(0, 4) + "C") +
-                             "',$,$,$,(#17),#13);\n");
+    return kxtest::step_file("#1= IFCPROJECT('" + guid("PRJ") + "',$,'project',$,$,$,$,$,#2);\n"
+                            "#2= IFCUNITASSIGNMENT((#3));\n#3= IFCSIUNIT(*,.LENGTHUNIT.,$,.METRE.);\n"
+                            "#4= IFCCARTESIANPOINT((0.,0.,0.));\n#5= IFCAXIS2PLACEMENT3D(#4,$,$);\n"
+                            "#6= IFCLOCALPLACEMENT($,#5);\n#8= IFCLOCALPLACEMENT(#6,#5);\n"
+                            "#7= IFCSITE('" + guid("SITE") + "',$,'site',$,$,#6,$,$,.ELEMENT.,$,$,$,$,$);\n"
+                            "#9= IFCBUILDING('" + guid("BLD") + "',$,'building',$,$,#8,$,$,.ELEMENT.,$,$,$);\n"
+                            "#10= IFCCARTESIANPOINT((0.,0.," + z + "));\n#11= IFCAXIS2PLACEMENT3D(#10,$,$);\n"
+                            "#12= IFCLOCALPLACEMENT(#8,#11);\n"
+                            "#13= IFCBUILDINGSTOREY('" + guid(storey) + "',$,'" + storey_name +
+                            "',$,$,#12,$,$,.ELEMENT.,$);\n"
+                            "#14= IFCRELAGGREGATES('" + guid("PRJA") + "',$,$,$,#1,(#7));\n"
+                            "#15= IFCRELAGGREGATES('" + guid("SITEA") + "',$,$,$,#7,(#9));\n"
+                            "#16= IFCRELAGGREGATES('" + guid(storey_name.substr(0, 4) + "A") + "',$,$,$,#9,(#13));\n"
+                            "#17= IFCWALL('" + guid(wall) + "',$,'" + wall_name + "',$,$,#18,$,$,$);\n"
+                            "#18= IFCLOCALPLACEMENT(#12,#5);\n"
+                            "#19= IFCRELCONTAINEDINSPATIALSTRUCTURE('" + guid(storey_name.substr(0, 4) + "C") +
+                            "',$,$,$,(#17),#13);\n");
 }
 
 std::vector<kxBaseObject *> all_of(kxIfcModel *model, const kxClass_t *klass) {
@@ -87,7 +81,7 @@ TEST_F(ModelMergerTest, SecondaryOfOtherReleaseOrBeyondTheIdsLeftIsListedAsNotMe
     std::string text = storey_file("STA", "main storey", "0.", "WALLA", "main wall");
     text.insert(text.rfind("ENDSEC;"), "#4294967290= IFCCARTESIANPOINT((0.,0.));\n");  // select values run out of ids
     const std::u16string crowded = write_file("crowded", text);
-    const std::u16string old_file = write_file("old", file_text("IFC2X3", "#1= IFCCARTESIANPOINT((0.,0.));\n"));
+    const std::u16string old_file = write_file("old", kxtest::step_file("#1= IFCCARTESIANPOINT((0.,0.));\n", "IFC2X3"));
     for (const auto &[main, secondary] : {std::pair{main, old_file}, std::pair{crowded, main}}) {
         kxArrString *not_merged = nullptr;
         kxIfcModel *model = merge(main, {secondary}, nullptr, &not_merged);

@@ -18,10 +18,7 @@ class ReadReportTest : public kxtest::LibraryTest {
 protected:
     // An exchange file with the data lines from line 8 on.
     std::string file(const std::string &data, const char *schema = "IFC4", const std::string &after = "") {
-        std::string text = "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\n";
-        text.append("FILE_NAME('','',(''),(''),'','','');\nFILE_SCHEMA(('").append(schema).append("'));\n");
-        text.append("ENDSEC;\nDATA;\n").append(data).append("ENDSEC;\nEND-ISO-10303-21;\n").append(after);
-        return directory_.write("case.ifc", text);
+        return directory_.write("case.ifc", kxtest::step_file(data, schema, after));
     }
     kxIfcModel *read(const std::string &path, uint32_t mode, kxReadReport *report,
                      kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS) {

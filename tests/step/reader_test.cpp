@@ -68,10 +68,7 @@ protected:
     uint32_t files_written_ = 0;
 };
 
-const char *kMinimalHeader =
-    "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\n"
-    "FILE_NAME('t.ifc','',(''),(''),'','','');\nFILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n";
-const char *kClosing = "ENDSEC;\nEND-ISO-10303-21;\n";
+using kxtest::step_file;
 
 TEST_F(ReaderTest, EverySampleFileReadsTheSameInEveryMode) {
     KX_REQUIRE_SHARED("ifc");
@@ -125,7 +122,7 @@ TEST_F(ReaderTest, DataThatDoesNotFitIsReadAndReported) {
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.lines);
-        const Outcome outcome = read(write_file(std::string(kMinimalHeader) + c.lines + kClosing));
+        const Outcome outcome = read(write_file(step_file(c.lines)));
         EXPECT_EQ(outcome.read, c.read);
         if (outcome.read) {
             EXPECT_EQ(outcome.with_errors, c.with_errors);
@@ -134,18 +131,17 @@ TEST_F(ReaderTest, DataThatDoesNotFitIsReadAndReported) {
 }
 
 TEST_F(ReaderTest, HostileTextNeverCrashesOrLeaks) {
-    std::string nested = std::string(kMinimalHeader) + "#1=IFCCARTESIANPOINT(";
-    nested += std::string(200000, '(') + std::string(200000, ')') + ");\n" + kClosing;
-    read(write_file(nested));
-    read(write_file(std::string(kMinimalHeader) + "#4294967295=IFCCARTESIANPOINT((1.,2.));\n"
-                                                  "#4000000000=IFCPOLYLINE((#4294967295,#3999999999));\n" + kClosing));
-    read(write_file(std::string(kMinimalHeader) + "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLABEL(IFCLABEL(IFCLABEL('x'))),$);\n" +
-                    kClosing));
-    read(write_file(std::string(kMinimalHeader) + "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLENGTHMEASURE((1.,2.)),$);\n" + kClosing));
-    read(write_file(std::string(kMinimalHeader) + "#1=IFCWALL(" + std::string(100000, ',') + ");\n" + kClosing));
     std::string binary(4096, '\0');
     for (size_t i = 0; i < binary.size(); i++) binary[i] = static_cast<char>((i * 7919) % 251);
-    read(write_file(std::string(kMinimalHeader) + binary));
+    const std::string data[] = {
+        "#1=IFCCARTESIANPOINT(" + std::string(200000, '(') + std::string(200000, ')') + ");\n",
+        "#4294967295=IFCCARTESIANPOINT((1.,2.));\n#4000000000=IFCPOLYLINE((#4294967295,#3999999999));\n",
+        "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLABEL(IFCLABEL(IFCLABEL('x'))),$);\n",
+        "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLENGTHMEASURE((1.,2.)),$);\n",
+        "#1=IFCWALL(" + std::string(100000, ',') + ");\n",
+        binary,
+    };
+    for (const std::string &lines : data) read(write_file(step_file(lines)));
     read(write_file(""));
 }
 
