@@ -47,6 +47,7 @@ TEST_F(CoreTypesTest, UndefinedValuesAreTheOnlyOnesTheirTestsReject) {
     EXPECT_TRUE(kxIfcCoreTypes_string_has_value(u""));
     EXPECT_TRUE(kxIfcCoreTypes_logical_has_value(-1));
     char bit = '1';
+    EXPECT_TRUE(kxIfcCoreTypes_binary_has_value(kxBinary{&bit, 1}));
     EXPECT_FALSE(kxIfcCoreTypes_binary_has_value(kxBinary{&bit, 0}));  // the count decides
 }
 

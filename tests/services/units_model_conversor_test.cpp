@@ -236,7 +236,8 @@ TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirNa
     kxBaseObject *unit = make(kxIfcContextDependentUnit_class());
     kxIfcContextDependentUnit_set_UnitType(unit, unit_type("LENGTHUNIT"));
     kxIfcContextDependentUnit_set_Name(unit, u"Module");
-    assign({unit});
+    // Without a default conversion a derived unit without handler is left alone.
+    assign({unit, derived("MASSDENSITYUNIT", {{si_unit("MASSUNIT", nullptr, "GRAM"), 1}})});
     kxBaseObject *solid = extrusion(3.0);
     kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &plus_one);
     kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), u"module", &times_thousand);
