@@ -1,6 +1,7 @@
 // The class descriptors and the class list, checked class by class against
 // the committed schema digest: identity, kind, abstract flags, existence and
-// supertype chains per release, and look-up by name.
+// supertype chains per release, look-up by name, the keyword tables and
+// class queries of models.
 #include <map>
 #include <set>
 #include <string>
@@ -12,6 +13,7 @@
 #include "model/model.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"
+#include "model_fixture.h"
 #include "schema_digest.h"
 #include "test_support.h"
 
@@ -220,8 +222,6 @@ TEST_F(ClassRegistryTest, DescriptorChecksReportTheirConditions) {
 // The keyword tables: every type name of both releases and every named
 // aggregate type, in name order ignoring case, with keyword ids and class
 // descriptors. The expected keyword set is derived from the schema digest.
-using kxtest::committed_digest;
-using kxtest::narrow;
 
 // Keyword of an aggregate type text ("LIST[1:?]/SET[2:2]/IfcX" gives
 // "ListSetIfcX"), and of each nested level, unless its elements are a simple
@@ -331,6 +331,62 @@ TEST_F(KeywordTableTest, NullAddressesAreReported) {
         {"(entity_classes) != NULL", [&] { kx::typelibrary_keyword_tables(&keywords, &ids, nullptr); }},
     });
     EXPECT_TRUE(keywords == nullptr && ids == nullptr && classes == nullptr);
+}
+
+// Class queries over every class of both releases, checked against the
+// committed schema digest rather than the generated tables: with one
+// instance of every concrete class in one model, each class query gives
+// exactly the instances whose class is that class or a subtype of it in the
+// release, oldest first.
+using kxtest::elements;
+
+using WholeSchemaTest = kxtest::LibraryTest;
+
+TEST_F(WholeSchemaTest, EveryClassQueryListsExactlyItsKindsInCreationOrder) {
+    const kxtest::Digest &digest = kxtest::committed_digest();
+    ASSERT_TRUE(digest.loaded);
+    for (int release = 0; release < kxtest::kReleases; release++) {
+        SCOPED_TRACE(release == 0 ? "IFC2X3" : "IFC4");
+        kxIfcModel *model = kxIfcModel_new();
+        kxIfcModel_set_version(model, static_cast<kxIfcVersion_t>(release));
+        // A creation order unrelated to class ids or names, so that a query
+        // answering in table order instead of creation order shows.
+        struct Created {
+            kxBaseObject *instance;
+            std::set<std::string> kinds;  // the class and its supertypes
+        };
+        std::vector<Created> created;
+        const uint32_t n = kx::g_num_classes;
+        for (uint32_t i = 0; i < n; i++) {
+            const kxClass_t *klass = kx::g_classes[(i * 397u + 11u) % n];
+            const std::string name = narrow(klass->ifc_name);
+            const auto entity = digest.entities.find(name);
+            if (entity == digest.entities.end() || !entity->second.exists[release] ||
+                entity->second.abstract[release])
+                continue;
+            kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
+            ASSERT_NE(instance, nullptr) << name;
+            const std::vector<std::string> chain = digest.chain(name, release);
+            created.push_back({instance, std::set<std::string>(chain.begin(), chain.end())});
+            created.back().kinds.insert(name);
+        }
+        ASSERT_EQ(kxIfcModel_count_objects(model), created.size());
+        for (uint32_t i = 0; i < created.size(); i++)
+            EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(created[i].instance), i + 1);
+
+        for (uint32_t id = 0; id < n; id++) {
+            const kxClass_t *klass = kx::g_classes[id];
+            const std::string name = narrow(klass->ifc_name);
+            std::vector<kxBaseObject *> expected;
+            for (const Created &c : created)
+                if (c.kinds.count(name) != 0) expected.push_back(c.instance);
+            EXPECT_EQ(elements(kxIfcModel_dontuse_get_objects_by_class(model, klass)), expected) << name;
+            EXPECT_EQ(kxIfcModel_dontuse_get_first_occurrence_of_class(model, klass),
+                      expected.empty() ? nullptr : expected.front())
+                << name;
+        }
+        kxIfcModel_free(&model);
+    }
 }
 
 }  // namespace
