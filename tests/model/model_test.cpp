@@ -28,6 +28,7 @@ using kxtest::set_reference;
 using kxtest::elements;
 
 using ModelTest = kxtest::ModelFixture;
+using List = std::vector<kxBaseObject *>;
 
 constexpr kxIfcVersion_t kReleases[] = {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4};
 
@@ -56,20 +57,17 @@ TEST_F(ModelTest, FilterKeepsOnlyAnAnswerOfExactlyOne) {
               walls);
 }
 
-struct VisitLog {
-    std::vector<kxBaseObject *> calls;
-    size_t stop_after = SIZE_MAX;  // set the stop flag on that call (1-based)
-};
-
-void log_visit(kxBaseObject *instance, void *user_data, int32_t *stop) {
-    VisitLog *log = static_cast<VisitLog *>(user_data);
-    log->calls.push_back(instance);
-    if (log->calls.size() == log->stop_after) *stop = 1;
-}
-
-void stop_with_two(kxBaseObject *, void *user_data, int32_t *stop) {
-    ++*static_cast<int *>(user_data);
-    *stop = 2;  // only exactly 1 stops
+// The instances a visit offers; each call sets the stop flag to `stop`.
+std::vector<kxBaseObject *> visit(kxIfcModel *model, int32_t stop) {
+    struct Log {
+        std::vector<kxBaseObject *> calls;
+        int32_t stop;
+    } log{{}, stop};
+    kxIfcModel_dontuse_visit_model(model, &log, [](kxBaseObject *instance, void *data, int32_t *stop_flag) {
+        static_cast<Log *>(data)->calls.push_back(instance);
+        *stop_flag = static_cast<Log *>(data)->stop;
+    });
+    return log.calls;
 }
 
 TEST_F(ModelTest, VisitStopsOnRequestAndVisitedFlagsPersistUntilCleared) {
@@ -77,29 +75,12 @@ TEST_F(ModelTest, VisitStopsOnRequestAndVisitedFlagsPersistUntilCleared) {
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcBeam_class());
     kxBaseObject *c = make(kxIfcPerson_class());
-    using List = std::vector<kxBaseObject *>;
-
-    VisitLog once;
-    once.stop_after = 1;
-    kxIfcModel_dontuse_visit_model(model_, &once, &log_visit);
-    EXPECT_EQ(once.calls, (List{a}));
-    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(a), kxBTRUE);
-    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(b), kxBFALSE);
-
-    // Flags persist: the next visit offers only what is not visited yet.
+    EXPECT_EQ(visit(model_, 1), (List{a}));
     kxBaseObject_dontuse_mark_as_visited(c);
-    VisitLog rest;
-    kxIfcModel_dontuse_visit_model(model_, &rest, &log_visit);
-    EXPECT_EQ(rest.calls, (List{b}));
-    VisitLog none;
-    kxIfcModel_dontuse_visit_model(model_, &none, &log_visit);
-    EXPECT_TRUE(none.calls.empty());
-
+    EXPECT_EQ(visit(model_, 0), (List{b})) << "only what is not visited yet";
+    EXPECT_TRUE(visit(model_, 0).empty());
     kxIfcModel_clear_objects_visited_mask(model_);
-    for (kxBaseObject *o : {a, b, c}) EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(o), kxBFALSE);
-    int calls = 0;
-    kxIfcModel_dontuse_visit_model(model_, &calls, &stop_with_two);
-    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(visit(model_, 2), (List{a, b, c})) << "only exactly 1 stops";
 }
 
 // Inverse queries scan the referring class and its subclasses, in creation
@@ -123,7 +104,6 @@ TEST_F(ModelTest, InverseRelationsFindReferringInstancesOrAnEmptyArray) {
         append_reference(aggregates, u"RelatedObjects", storey);
         set_reference(other, u"RelatingObject", storey);
         append_reference(other, u"RelatedObjects", space);
-        using List = std::vector<kxBaseObject *>;
 
         const kxClass_t *decomposes = kxIfcRelDecomposes_class();
         EXPECT_EQ(elements(kx::modelmngr_inverse_relation_of(building, decomposes, u"RelatingObject")),
@@ -186,8 +166,6 @@ protected:
     }
     std::vector<kxIfcObjTable_t *> tables_;
 };
-
-using List = std::vector<kxBaseObject *>;
 
 // A table takes instances of its class and its subtypes, keeps their order
 // through removals, and reports another class or an unlisted instance.
