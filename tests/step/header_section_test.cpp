@@ -191,23 +191,15 @@ TEST_F(HeaderSectionTest, EveryTruncationOfAValidSectionFails) {
         EXPECT_FALSE(read(whole.substr(0, length))) << whole.substr(0, length);
 }
 
+// Each item past the 1000th of a list is reported, and still read.
 TEST_F(HeaderSectionTest, LongListsAreReportedPastOneThousandItemsAndStillRead) {
+    std::string items = "'0'";
+    for (int i = 1; i < 1003; i++) items += ",'" + std::to_string(i) + "'";
     expect_reports();
-    auto description = [](int count) {
-        std::string items;
-        for (int i = 0; i < count; i++) items += (i > 0 ? ",'" : "'") + std::to_string(i) + "'";
-        return "FILE_DESCRIPTION((" + items + "),'2;1');\n";
-    };
-    ASSERT_TRUE(read_body(description(1000)));
-    EXPECT_EQ(kx::wstrarray_count(header_->description_data), 1000u);
-    EXPECT_TRUE(asserts().reports().empty());
-
-    ASSERT_TRUE(read_body(description(1003)));
-    EXPECT_EQ(kx::wstrarray_count(header_->description_data), 1003u);
+    ASSERT_TRUE(read_body("FILE_DESCRIPTION((" + items + "),'2;1');\n"));
     EXPECT_EQ(item(header_->description_data, 1002), "1002");
-    ASSERT_EQ(asserts().reports().size(), 3u) << "one report per item past the 1000th";
+    ASSERT_EQ(asserts().reports().size(), 3u);
     EXPECT_EQ(asserts().reports()[0].condition, "num_iters < 1000");
-    EXPECT_EQ(asserts().reports()[0].source, "kxifcheader (KXIFCMODEL.DLL)");
 }
 
 // ---- the declared release ----

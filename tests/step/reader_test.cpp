@@ -230,7 +230,8 @@ TEST(ScannerTest, KindsPrioritiesAndTexts) {
         {"endsec Data header FILE_NAME file_schema File_Description",
          "ENDSEC:endsec DATA:Data HEADER:header FILE_NAME:FILE_NAME FILE_SCHEMA:file_schema "
          "FILE_DESCRIPTION:File_Description END:"},
-        {"HEADERX ISO-10303-21; END-ISO-10303-21;", "NAME:HEADERX ISO:ISO-10303-21; /ISO:END-ISO-10303-21; END:"},
+        {"HEADERX DATAX FILE_NAMES ISO-10303-21; END-ISO-10303-21;",
+         "NAME:HEADERX NAME:DATAX NAME:FILE_NAMES ISO:ISO-10303-21; /ISO:END-ISO-10303-21; END:"},
         {"ISO -10303-21;", "NAME:ISO INT:-10303 INT:-21 ;:; END:"},
         // Bytes above 0x7F outside strings are unexpected.
         {"\xC3\xA9", "END:\xC3"},
