@@ -628,7 +628,8 @@ TEST_F(UnitConversionTest, MisuseIsReportedAndLeavesValues) {
     double converted = 0.0;
     int32_t value = 7;
     expect_each_reported({
-        {"(unit_handle_to_ifc_basic_unit) != NULL", [&] { without_handle = unitconversion_new_named(1, nullptr, nullptr); }},
+        {"(unit_handle_to_ifc_basic_unit) != NULL",
+         [&] { without_handle = unitconversion_new_named(1, nullptr, nullptr); }},
         {"unit_conversion->func_custom_monetary_unit_handler != NULL",
          [&] { EXPECT_DOUBLE_EQ(unitconversion_apply(without_callback, 2.0), 2.0); }},
         {"", [&] { EXPECT_DOUBLE_EQ(unitconversion_apply(strange, 2.0), 2.0); }},
