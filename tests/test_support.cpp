@@ -49,6 +49,16 @@ void LibraryTest::TearDown() {
     EXPECT_EQ(usage.live_bytes, bytes_at_start_) << "tracked bytes leaked";
 }
 
+void LibraryTest::expect_each_reported(std::initializer_list<Misuse> misuses) {
+    expect_reports();
+    for (const Misuse &misuse : misuses) {
+        capture_->clear();
+        misuse.call();
+        EXPECT_TRUE(capture_->saw(misuse.condition)) << "not reported: " << misuse.condition;
+    }
+    capture_->clear();
+}
+
 std::string shared_path(const std::string &relative) {
     const std::string path = std::string(KX_SHARED_DIR) + "/" + relative;
     struct stat info;
@@ -98,6 +108,11 @@ bool is_time_stamp(const std::string &text) {
         if (form[i] == 'd' ? !digit : text[i] != form[i]) return false;
     }
     return true;
+}
+
+std::string step_file(const std::string &data, const std::string &schema, const std::string &after) {
+    return "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\nFILE_NAME('','',(''),(''),'','','');\n"
+           "FILE_SCHEMA(('" + schema + "'));\nENDSEC;\nDATA;\n" + data + "ENDSEC;\nEND-ISO-10303-21;\n" + after;
 }
 
 std::string read_file(const std::string &path) {

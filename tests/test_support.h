@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,12 @@ private:
     std::vector<AssertReport> reports_;
 };
 
+// A call that misuses the library, and the condition its report must name.
+struct Misuse {
+    std::string condition;
+    std::function<void()> call;
+};
+
 // Base fixture: fails the test when it leaks tracked memory or when any
 // assertion was reported that the test did not expect (call
 // expect_reports() / take the capture to look at them).
@@ -49,6 +57,8 @@ protected:
     }
     // The test expects reports: they no longer fail it.
     void expect_reports() { reports_expected_ = true; }
+    // Each call, made in turn, is reported with its condition.
+    void expect_each_reported(std::initializer_list<Misuse> misuses);
 
 private:
     int64_t blocks_at_start_ = 0;
@@ -108,6 +118,10 @@ std::string utf8(const char16_t *text);
 bool is_time_stamp(const std::string &text);
 
 // ---- files and the environment ----
+
+// An exchange file of the schema around the data lines, which start on its
+// line 8; `after` follows its end.
+std::string step_file(const std::string &data, const std::string &schema = "IFC4", const std::string &after = "");
 
 // The whole file ("" when it cannot be read).
 std::string read_file(const std::string &path);

@@ -24,26 +24,11 @@
 namespace {
 
 using kxtest::append_reference;
-using kxtest::find_attribute;
 using kxtest::set_reference;
-using kxtest::slot_at;
 using kxtest::elements;
 
-class ModelTest : public kxtest::LibraryTest {
-protected:
-    void TearDown() override {
-        if (model_ != nullptr) kxIfcModel_free(&model_);
-        kxtest::LibraryTest::TearDown();
-    }
-    kxIfcModel *new_model(kxIfcVersion_t version) {
-        if (model_ != nullptr) kxIfcModel_free(&model_);
-        model_ = kxIfcModel_new();
-        kxIfcModel_set_version(model_, version);
-        return model_;
-    }
-    kxBaseObject *make(const kxClass_t *klass) { return kxIfcModel_dontuse_new_object(model_, klass); }
-    kxIfcModel *model_ = nullptr;
-};
+using ModelTest = kxtest::ModelFixture;
+using List = std::vector<kxBaseObject *>;
 
 constexpr kxIfcVersion_t kReleases[] = {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4};
 
@@ -53,7 +38,7 @@ int32_t filter_by_map(kxBaseObject *instance, void *filter_data) {
 }
 
 TEST_F(ModelTest, FilterKeepsOnlyAnAnswerOfExactlyOne) {
-    new_model(KXIFCVERSION_IFC_4);
+    model(KXIFCVERSION_IFC_4);
     std::map<kxBaseObject *, int32_t> answers;
     std::vector<kxBaseObject *> walls, kept;
     const int32_t replies[] = {1, 2, 0, -1, 1, 3};
@@ -72,57 +57,38 @@ TEST_F(ModelTest, FilterKeepsOnlyAnAnswerOfExactlyOne) {
               walls);
 }
 
-struct VisitLog {
-    std::vector<kxBaseObject *> calls;
-    size_t stop_after = SIZE_MAX;  // set the stop flag on that call (1-based)
-};
-
-void log_visit(kxBaseObject *instance, void *user_data, int32_t *stop) {
-    VisitLog *log = static_cast<VisitLog *>(user_data);
-    log->calls.push_back(instance);
-    if (log->calls.size() == log->stop_after) *stop = 1;
-}
-
-void stop_with_two(kxBaseObject *, void *user_data, int32_t *stop) {
-    ++*static_cast<int *>(user_data);
-    *stop = 2;  // only exactly 1 stops
+// The instances a visit offers; each call sets the stop flag to `stop`.
+std::vector<kxBaseObject *> visit(kxIfcModel *model, int32_t stop) {
+    struct Log {
+        std::vector<kxBaseObject *> calls;
+        int32_t stop;
+    } log{{}, stop};
+    kxIfcModel_dontuse_visit_model(model, &log, [](kxBaseObject *instance, void *data, int32_t *stop_flag) {
+        static_cast<Log *>(data)->calls.push_back(instance);
+        *stop_flag = static_cast<Log *>(data)->stop;
+    });
+    return log.calls;
 }
 
 TEST_F(ModelTest, VisitStopsOnRequestAndVisitedFlagsPersistUntilCleared) {
-    new_model(KXIFCVERSION_IFC_2X3);
+    model(KXIFCVERSION_IFC_2X3);
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcBeam_class());
     kxBaseObject *c = make(kxIfcPerson_class());
-    using List = std::vector<kxBaseObject *>;
-
-    VisitLog once;
-    once.stop_after = 1;
-    kxIfcModel_dontuse_visit_model(model_, &once, &log_visit);
-    EXPECT_EQ(once.calls, (List{a}));
-    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(a), kxBTRUE);
-    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(b), kxBFALSE);
-
-    // Flags persist: the next visit offers only what is not visited yet.
+    EXPECT_EQ(visit(model_, 1), (List{a}));
     kxBaseObject_dontuse_mark_as_visited(c);
-    VisitLog rest;
-    kxIfcModel_dontuse_visit_model(model_, &rest, &log_visit);
-    EXPECT_EQ(rest.calls, (List{b}));
-    VisitLog none;
-    kxIfcModel_dontuse_visit_model(model_, &none, &log_visit);
-    EXPECT_TRUE(none.calls.empty());
-
+    EXPECT_EQ(visit(model_, 0), (List{b})) << "only what is not visited yet";
+    EXPECT_TRUE(visit(model_, 0).empty());
     kxIfcModel_clear_objects_visited_mask(model_);
-    for (kxBaseObject *o : {a, b, c}) EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(o), kxBFALSE);
-    int calls = 0;
-    kxIfcModel_dontuse_visit_model(model_, &calls, &stop_with_two);
-    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(visit(model_, 2), (List{a, b, c})) << "only exactly 1 stops";
 }
 
 // Inverse queries scan the referring class and its subclasses, in creation
-// order, through single references and through aggregates.
+// order, through single references and through aggregates, each referring
+// instance once.
 TEST_F(ModelTest, InverseRelationsFindReferringInstancesOrAnEmptyArray) {
     for (kxIfcVersion_t version : kReleases) {
-        new_model(version);
+        model(version);
         kxBaseObject *building = make(kxIfcBuilding_class());
         kxBaseObject *storey = make(kxIfcBuildingStorey_class());
         kxBaseObject *space = make(kxIfcSpace_class());
@@ -133,11 +99,11 @@ TEST_F(ModelTest, InverseRelationsFindReferringInstancesOrAnEmptyArray) {
         kxBaseObject *other = make(kxIfcRelAggregates_class());
         set_reference(nests, u"RelatingObject", building);
         append_reference(nests, u"RelatedObjects", space);
+        append_reference(nests, u"RelatedObjects", space);  // listed twice, found once
         set_reference(aggregates, u"RelatingObject", building);
         append_reference(aggregates, u"RelatedObjects", storey);
         set_reference(other, u"RelatingObject", storey);
         append_reference(other, u"RelatedObjects", space);
-        using List = std::vector<kxBaseObject *>;
 
         const kxClass_t *decomposes = kxIfcRelDecomposes_class();
         EXPECT_EQ(elements(kx::modelmngr_inverse_relation_of(building, decomposes, u"RelatingObject")),
@@ -161,45 +127,21 @@ TEST_F(ModelTest, InverseRelationsFindReferringInstancesOrAnEmptyArray) {
     }
 }
 
-TEST_F(ModelTest, CreatingBeforeTheReleaseIsSetIsReportedAndGivesNothing) {
-    expect_reports();
-    model_ = kxIfcModel_new();
-    EXPECT_EQ(make(kxIfcWall_class()), nullptr);
-    EXPECT_TRUE(asserts().saw("ifc_model->ifc_version != ifc_version_not_defined"));
-    EXPECT_EQ(kxIfcModel_count_objects(model_), 0u);
-}
-
-TEST_F(ModelTest, ANullModelIsReported) {
-    expect_reports();
-    EXPECT_EQ(kxIfcModel_count_objects(nullptr), 0u);
-    EXPECT_TRUE(reported("(ifc_model) != NULL"));
+TEST_F(ModelTest, MisuseIsReported) {
+    kxIfcModel *unset = kxIfcModel_new();  // no release yet
     kxIfcModel *nothing = nullptr;
-    kxIfcModel_free(&nothing);
-    EXPECT_TRUE(asserts().saw("(*ifc_model) != NULL"));
-}
-
-TEST_F(ModelTest, MovingAModelIntoItselfIsReported) {
-    expect_reports();
-    new_model(KXIFCVERSION_IFC_4);
+    model(KXIFCVERSION_IFC_4);
     make(kxIfcWall_class());
-    kx::model_move_all_instances(model_, model_);
-    EXPECT_TRUE(asserts().saw("ifc_model1 != ifc_model2"));
+    expect_each_reported({
+        {"ifc_model->ifc_version != ifc_version_not_defined",
+         [&] { EXPECT_EQ(kxIfcModel_dontuse_new_object(unset, kxIfcWall_class()), nullptr); }},
+        {"(ifc_model) != NULL", [] { EXPECT_EQ(kxIfcModel_count_objects(nullptr), 0u); }},
+        {"(*ifc_model) != NULL", [&] { kxIfcModel_free(&nothing); }},
+        {"ifc_model1 != ifc_model2", [&] { kx::model_move_all_instances(model_, model_); }},
+    });
+    EXPECT_EQ(kxIfcModel_count_objects(unset), 0u);
     EXPECT_EQ(kxIfcModel_count_objects(model_), 1u);
-}
-
-TEST_F(ModelTest, AnInstanceRetainedElsewhereOutlivesItsModel) {
-    new_model(KXIFCVERSION_IFC_2X3);
-    kxBaseObject *building = make(kxIfcBuilding_class());
-    kxBaseObject *rel = make(kxIfcRelAggregates_class());
-    set_reference(rel, u"RelatingObject", building);
-    kx::baseobject_retain(rel);
-    kxIfcModel_free(&model_);
-    // The references between instances went first, then the model's own.
-    ASSERT_EQ(rel->validity_mask, i_VALIDITY_MASK_VALUE);
-    EXPECT_EQ(rel->retain_count, 1u);
-    EXPECT_EQ(slot_at<kxBaseObject *>(rel, *find_attribute(rel, u"RelatingObject")), nullptr);
-    kx::baseobject_release(&rel);
-    EXPECT_EQ(rel, nullptr);
+    kxIfcModel_free(&unset);
 }
 
 // One object table: a non-owning list of instances of a class and its kinds.
@@ -225,114 +167,141 @@ protected:
     std::vector<kxIfcObjTable_t *> tables_;
 };
 
-using List = std::vector<kxBaseObject *>;
-
-TEST_F(ObjectTableTest, AddAcceptsKindsAndReportsOtherClasses) {
-    kxBaseObject *wall = make(kxIfcWall_class());
-    kxBaseObject *standard = make(kxIfcWallStandardCase_class());
-    kxBaseObject *beam = make(kxIfcBeam_class());
-    kxIfcObjTable_t *walls = table(kxIfcWall_class());
-    EXPECT_EQ(kx::objtable_first(walls), nullptr);
-    kx::objtable_add(walls, wall);
-    kx::objtable_add(walls, standard);
-    EXPECT_TRUE(asserts().reports().empty());
-    EXPECT_EQ(listed(walls), (List{wall, standard}));
-    EXPECT_EQ(kx::objtable_first(walls), wall);
-
-    expect_reports();
-    kx::objtable_add(walls, beam);
-    EXPECT_TRUE(asserts().saw("kxBaseObject_is_kind_of(base_object, object_table->klass) == CIERTO"));
-}
-
-TEST_F(ObjectTableTest, RemoveKeepsTheOrderOfTheRestAndReportsAnUnlistedInstance) {
+// A table takes instances of its class and its subtypes, keeps their order
+// through removals, and reports another class or an unlisted instance.
+TEST_F(ObjectTableTest, AddAndRemoveKeepTheOrderAndReportStrangers) {
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcWall_class());
     kxBaseObject *c = make(kxIfcWallStandardCase_class());
-    kxBaseObject *d = make(kxIfcWall_class());
+    kxBaseObject *unlisted = make(kxIfcWall_class());
+    kxBaseObject *beam = make(kxIfcBeam_class());
     kxIfcObjTable_t *walls = table(kxIfcWall_class());
+    EXPECT_EQ(kx::objtable_first(walls), nullptr);
     for (kxBaseObject *o : {a, b, c}) kx::objtable_add(walls, o);
+    EXPECT_EQ(listed(walls), (List{a, b, c}));
     kx::objtable_remove(walls, b);
     EXPECT_EQ(listed(walls), (List{a, c}));
     kx::objtable_remove(walls, a);
-    EXPECT_EQ(kx::objtable_first(walls), c);
-    EXPECT_TRUE(asserts().reports().empty());
-
-    expect_reports();
-    kx::objtable_remove(walls, d);
-    ASSERT_EQ(asserts().reports().size(), 1u);
-    EXPECT_TRUE(asserts().saw("idx != ULONG_MAX"));
     EXPECT_EQ(listed(walls), (List{c}));
+    expect_each_reported({
+        {"idx != ULONG_MAX", [&] { kx::objtable_remove(walls, unlisted); }},
+        {"kxBaseObject_is_kind_of(base_object, object_table->klass) == CIERTO", [&] { kx::objtable_add(walls, beam); }},
+    });
 }
 
 // Calls that would corrupt a model are refused with a report and change
 // nothing: a reference into another model, one aggregate given to two
 // owners, a release changed under existing instances, ids run out.
-class ApiMisuseTest : public kxtest::LibraryTest {
-protected:
-    void SetUp() override {
-        kxtest::LibraryTest::SetUp();
-        expect_reports();
-        for (kxIfcModel *&model : models_) {
-            model = kxIfcModel_new();
-            kxIfcModel_set_version(model, KXIFCVERSION_IFC_4);
-        }
-    }
-    void TearDown() override {
-        for (kxIfcModel *&model : models_) kxIfcModel_free(&model);
-        kxtest::LibraryTest::TearDown();
-    }
-    kxBaseObject *make(int model, const kxClass_t *klass) { return kxIfcModel_dontuse_new_object(models_[model], klass); }
-    // Whether a report naming the condition came while `call` ran.
-    template <typename Call>
-    bool refused(const std::string &condition, Call call) {
-        asserts().clear();
-        call();
-        return asserts().saw(condition);
-    }
-    kxIfcModel *models_[2] = {nullptr, nullptr};
-};
+using ApiMisuseTest = kxtest::ModelFixture;
 
 TEST_F(ApiMisuseTest, RefusedCallsChangeNothing) {
-    kxBaseObject *wall = make(0, kxIfcWall_class());
-    kxBaseObject *foreign_placement = make(1, kxIfcLocalPlacement_class());
-    EXPECT_TRUE(refused("the value belongs to the instance's model",
-                        [&] { kxIfcWall_set_ObjectPlacement(wall, foreign_placement); }));
-    EXPECT_EQ(kxIfcWall_get_ObjectPlacement(wall), nullptr);
-
+    kxIfcModel *other = model(KXIFCVERSION_IFC_4);
+    kxIfcModel *home = model(KXIFCVERSION_IFC_4);
+    kxBaseObject *wall = make(kxIfcWall_class());
+    kxBaseObject *foreign_placement = make(other, kxIfcLocalPlacement_class());
     kxListIfcCartesianPoint *foreign_points = kxListIfcCartesianPoint_new();
-    kxListIfcCartesianPoint_append_element(foreign_points, make(1, kxIfcCartesianPoint_class()));
-    kxBaseObject *polyline = make(0, kxIfcPolyline_class());
-    EXPECT_TRUE(refused("every instance of the aggregate belongs to the instance's model",
-                        [&] { kxIfcPolyline_set_Points(polyline, foreign_points); }));
-    EXPECT_EQ(kxIfcPolyline_get_Points(polyline), nullptr);
-    kxListIfcCartesianPoint_free(&foreign_points);
-
+    kxListIfcCartesianPoint_append_element(foreign_points, make(other, kxIfcCartesianPoint_class()));
+    kxBaseObject *polyline = make(kxIfcPolyline_class());
     kxListIfcCartesianPoint *points = kxListIfcCartesianPoint_new();
-    kxListIfcCartesianPoint_append_element(points, make(0, kxIfcCartesianPoint_class()));
+    kxListIfcCartesianPoint_append_element(points, make(kxIfcCartesianPoint_class()));
     kxIfcPolyline_set_Points(polyline, points);
-    kxBaseObject *other_polyline = make(0, kxIfcPolyline_class());
-    EXPECT_TRUE(refused("the aggregate is not held by another instance or aggregate",
-                        [&] { kxIfcPolyline_set_Points(other_polyline, points); }));
-    EXPECT_EQ(kxIfcPolyline_get_Points(other_polyline), nullptr);  // freeing both models frees it once
-
-    EXPECT_TRUE(refused("kxIfcModel_count_objects(ifc_model) == 0",
-                        [&] { kxIfcModel_set_version(models_[0], KXIFCVERSION_IFC_2X3); }));
-    EXPECT_EQ(kxIfcModel_ifc_version(models_[0]), KXIFCVERSION_IFC_4);
+    kxBaseObject *other_polyline = make(kxIfcPolyline_class());
+    expect_each_reported({
+        {"the value belongs to the instance's model", [&] { kxIfcWall_set_ObjectPlacement(wall, foreign_placement); }},
+        {"every instance of the aggregate belongs to the instance's model",
+         [&] { kxIfcPolyline_set_Points(other_polyline, foreign_points); }},
+        {"the aggregate is not held by another instance or aggregate",
+         [&] { kxIfcPolyline_set_Points(other_polyline, points); }},
+        {"kxIfcModel_count_objects(ifc_model) == 0", [&] { kxIfcModel_set_version(home, KXIFCVERSION_IFC_2X3); }},
+    });
+    EXPECT_EQ(kxIfcWall_get_ObjectPlacement(wall), nullptr);
+    EXPECT_EQ(kxIfcPolyline_get_Points(other_polyline), nullptr);  // freeing the model frees the points once
+    EXPECT_EQ(kxIfcModel_ifc_version(home), KXIFCVERSION_IFC_4);
+    kxListIfcCartesianPoint_free(&foreign_points);
 }
 
 TEST_F(ApiMisuseTest, IdsDoNotWrapAround) {
     kxtest::TempDirectory directory("kxifc_ids");
-    const std::string path = directory.write(
-        "high.ifc",
-        "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\nFILE_NAME('','',(''),(''),'','','');\n"
-        "FILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n#4294967294= IFCCARTESIANPOINT((0.,0.));\nENDSEC;\n"
-        "END-ISO-10303-21;\n");
-    kxIfcModel *model = kxIfcModel_read_from_step_file(kxtest::wide(path).c_str(), 0, nullptr);
-    ASSERT_NE(model, nullptr);
-    EXPECT_TRUE(refused("ifc_model->output_id_counter < ULONG_MAX",
-                        [&] { EXPECT_EQ(kxIfcModel_dontuse_new_object(model, kxIfcCartesianPoint_class()), nullptr); }));
-    EXPECT_EQ(kxIfcModel_count_objects(model), 1u);
-    kxIfcModel_free(&model);
+    const std::string path =
+        directory.write("high.ifc", kxtest::step_file("#4294967294= IFCCARTESIANPOINT((0.,0.));\n"));
+    kxIfcModel *high = kxIfcModel_read_from_step_file(kxtest::wide(path).c_str(), 0, nullptr);
+    expect_each_reported({{"ifc_model->output_id_counter < ULONG_MAX", [&] {
+        EXPECT_EQ(kxIfcModel_dontuse_new_object(high, kxIfcCartesianPoint_class()), nullptr);
+    }}});
+    EXPECT_EQ(kxIfcModel_count_objects(high), 1u);
+    kxIfcModel_free(&high);
+}
+
+// ---- the head of every instance ----
+
+// rel1 relates the building to the storey, rel2 the storey to the space and
+// the building; the wall is reached by nothing.
+class VisitTest : public kxtest::ModelFixture {
+protected:
+    void SetUp() override {
+        ModelFixture::SetUp();
+        model(KXIFCVERSION_IFC_4);
+        building = make(kxIfcBuilding_class());
+        storey = make(kxIfcBuildingStorey_class());
+        space = make(kxIfcSpace_class());
+        wall = make(kxIfcWall_class());
+        rel1 = make(kxIfcRelAggregates_class());
+        rel2 = make(kxIfcRelAggregates_class());
+        set_reference(rel1, u"RelatingObject", building);
+        append_reference(rel1, u"RelatedObjects", storey);
+        set_reference(rel2, u"RelatingObject", storey);
+        append_reference(rel2, u"RelatedObjects", space);
+        append_reference(rel2, u"RelatedObjects", building);
+    }
+    std::vector<bool> visited() const {
+        std::vector<bool> result;
+        for (kxBaseObject *o : {building, storey, space, wall, rel1, rel2})
+            result.push_back(kxBaseObject_dontuse_has_been_visited(o) == kxBTRUE);
+        return result;
+    }
+    kxBaseObject *building = nullptr, *storey = nullptr, *space = nullptr, *wall = nullptr, *rel1 = nullptr,
+                 *rel2 = nullptr;
+};
+
+TEST_F(VisitTest, AnObjectBeingVisitedIsNeitherEnteredNorWalkedThrough) {
+    kxBaseObject_dontuse_mark_as_being_visited(storey);
+    kx::baseobject_visit(storey, nullptr);
+    EXPECT_EQ(visited(), (std::vector<bool>(6, false)));
+
+    kx::baseobject_visit(rel2, nullptr);  // storey is skipped, the rest reached
+    EXPECT_EQ(visited(), (std::vector<bool>{true, false, true, false, false, true}));
+    EXPECT_EQ(kxBaseObject_dontuse_is_being_visited(storey), kxBTRUE);
+    kxBaseObject_dontuse_clear_being_visited_flag(storey);
+
+    kxBaseObject_dontuse_mark_as_visited(wall);
+    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(wall), kxBTRUE);
+    kxBaseObject_dontuse_clear_visited_flag(wall);
+    EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(wall), kxBFALSE);
+}
+
+// A new head takes the next object id and no output id; a destroyed one is
+// marked, and any later use is reported. A NULL object is released quietly,
+// and its output id is all ones.
+TEST_F(VisitTest, HeadsAreNumberedAndDestroyedOnesRecognised) {
+    kxBaseObject object{};
+    uint32_t counter = 7;
+    kx::baseobject_init(&object, KXIFCVERSION_IFC_4, &counter, model_->model_manager);
+    EXPECT_EQ(object.object_id, 7u);
+    EXPECT_EQ(counter, 8u);
+    EXPECT_EQ(object.retain_count, 1u);
+    EXPECT_EQ(object.output_file_id, 4294967295u);
+    object.retain_count = 0;
+    kx::baseobject_destroy(&object);
+    EXPECT_EQ(object.validity_mask, 111111111u);
+    kxBaseObject *nothing = nullptr;
+    kx::baseobject_release(&nothing);
+    EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(nullptr), 4294967295u);
+    EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(building), 1u);
+    expect_each_reported({
+        {"base_object->validity_mask == i_VALIDITY_MASK_VALUE",
+         [&] { EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(&object), kxBFALSE); }},
+        {"(base_object) != NULL", [] { kx::baseobject_release(nullptr); }},
+    });
 }
 
 }  // namespace

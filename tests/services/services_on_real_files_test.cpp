@@ -1,6 +1,8 @@
-// The merger and the units conversor on the real files of ../shared/ifc: a
-// file split in two by storeys merges back into its original structure, and
-// a millimetre model converted to metres has every length divided by 1000.
+// The merger on the real files of ../shared/ifc: a file split in two by
+// storeys merges back into its original structure. Then the relationship
+// helpers, which the merger builds on, the C++ layer, and the merger on small
+// files.
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
@@ -22,12 +24,7 @@ using Instances = std::vector<kx::Instance>;
 
 std::string guid_of(kx::Instance instance) { return kx::to_utf8(kxIfcRoot_get_GlobalId(instance.get())); }
 
-std::optional<kx::Model> read_clean(const std::string &path, uint64_t *problems = nullptr) {
-    kx::ReadDiagnostics diagnostics;
-    std::optional<kx::Model> model = kx::Model::read(path, {true, 0}, &diagnostics);
-    if (problems != nullptr) *problems = diagnostics.errors + diagnostics.warnings;
-    return model;
-}
+std::optional<kx::Model> read_clean(const std::string &path) { return kx::Model::read(path, {true, 0}, nullptr); }
 
 // ---- spatial structure -----------------------------------------------------
 
@@ -243,118 +240,6 @@ TEST_F(ServicesOnRealFilesTest, FileSplitByStoreysMergesBackIntoItsStructureAndP
     }
 }
 
-// ---- units ----------------------------------------------------------------------
-
-// One kind of length a model holds, read in instance order.
-struct LengthProbe {
-    const char *what;
-    const char *type;
-    void (*read)(kx::Instance, std::vector<double> &);
-};
-
-void push_reals(const kxArrIfcLengthMeasure *values, std::vector<double> &out) {
-    for (uint32_t i = 0, n = values != nullptr ? kxArrIfcLengthMeasure_count(values) : 0; i < n; ++i)
-        out.push_back(kxArrIfcLengthMeasure_get(values, i));
-}
-
-constexpr uint32_t kPositiveLengthMember = 12;  // IfcValue members, in select order
-constexpr uint32_t kLengthMember = 13;
-
-const LengthProbe kLengthProbes[] = {
-    {"placements and points", "IfcCartesianPoint",
-     [](kx::Instance point, std::vector<double> &out) { push_reals(kxIfcCartesianPoint_get_Coordinates(point.get()), out); }},
-    {"rectangle profiles", "IfcRectangleProfileDef",
-     [](kx::Instance profile, std::vector<double> &out) {
-         out.push_back(kxIfcRectangleProfileDef_get_XDim(profile.get()));
-         out.push_back(kxIfcRectangleProfileDef_get_YDim(profile.get()));
-     }},
-    {"extrusion depths", "IfcExtrudedAreaSolid",
-     [](kx::Instance solid, std::vector<double> &out) { out.push_back(kxIfcExtrudedAreaSolid_get_Depth(solid.get())); }},
-    {"length quantities", "IfcQuantityLength",
-     [](kx::Instance quantity, std::vector<double> &out) { out.push_back(kxIfcQuantityLength_get_LengthValue(quantity.get())); }},
-    {"length properties", "IfcPropertySingleValue",
-     [](kx::Instance property, std::vector<double> &out) {
-         const kxIfcValue *value = kxIfcPropertySingleValue_get_NominalValue(property.get());
-         const uint32_t member = value != nullptr ? kxIfcValue_get_type(value) : 0;
-         if (member == kLengthMember) out.push_back(kxIfcValue_get_kxIfcLengthMeasure(value));
-         if (member == kPositiveLengthMember) out.push_back(kxIfcValue_get_kxIfcPositiveLengthMeasure(value));
-     }},
-};
-
-std::vector<double> lengths(const kx::Model &model, const LengthProbe &probe) {
-    std::vector<double> result;
-    for (kx::Instance instance : model.by_type(probe.type)) probe.read(instance, result);
-    return result;
-}
-
-double to_millimetres(double metres) { return metres * 1000.0; }
-
-// The unit assignments state millimetres (the conversor changes values only).
-void state_millimetres(kx::Model &model) {
-    for (kx::Instance assignment : model.by_type("IfcUnitAssignment"))
-        for (kx::Instance unit : kx::elements(kxIfcUnitAssignment_get_Units(assignment.get()), kxSetIfcUnit_count,
-                                              kxSetIfcUnit_get_element)) {
-            const kx::Instance named(kxIfcUnit_get_kxIfcNamedUnit(unit.get()));
-            if (named.is_a("IfcSIUnit") && kxIfcSIUnit_get_UnitType(named.get()) == kxIfcUnitEnum_LENGTHUNIT)
-                kxIfcSIUnit_set_Prefix(named.get(), kxIfcSIPrefix_MILLI);
-        }
-}
-
-// Converts the model with the handler (default: everything to SI) and reads
-// the written result back, which must hold no more problems than the input.
-std::optional<kx::Model> convert_and_reread(kx::Model &model, kxUnitsModelConversorUnitHandler length_handler,
-                                            const kxtest::TempDirectory &directory, const std::string &name,
-                                            uint64_t problems_before) {
-    kxUnitsModelConversor *conversor = kxUnitsModelConversor_new();
-    if (length_handler != nullptr)
-        kxUnitsModelConversor_append_named_unit_handler(conversor, kxIfcUnitEnum_LENGTHUNIT, nullptr, length_handler);
-    else
-        kxUnitsModelConversor_set_apply_default_conversion_to_all_non_monetary_units(conversor);
-    kxUnitsModelConversor_apply_conversion(conversor, model.get());
-    kxUnitsModelConversor_free(&conversor);
-    if (length_handler == to_millimetres) state_millimetres(model);
-    if (model.write(directory.file(name)) != KX_EXPORT_OK) return std::nullopt;
-    uint64_t problems_after = 0;
-    std::optional<kx::Model> reread = read_clean(directory.file(name + ".ifc"), &problems_after);
-    EXPECT_LE(problems_after, problems_before) << name << " reads back with new problems";
-    return reread;
-}
-
-struct UnitsCase {
-    const char *file;
-    bool in_metres;  // first made a millimetre model through a length handler
-};
-
-TEST_F(ServicesOnRealFilesTest, MillimetreModelInMetresHasEveryLengthDividedBy1000) {
-    const UnitsCase cases[] = {{"example.ifc", false}, {"IfcOpenHouse_IFC4.ifc", false}, {"AC20-FZK-Haus.ifc", true}};
-    std::map<std::string, size_t> checked;
-    for (const UnitsCase &c : cases) {
-        SCOPED_TRACE(c.file);
-        const std::string path = kxtest::shared_path(std::string("ifc/") + c.file);
-        if (path.empty()) GTEST_SKIP() << "shared data missing: " << c.file;
-        kxtest::TempDirectory directory("kx_units");
-        uint64_t problems = 0;
-        std::optional<kx::Model> millimetres = read_clean(path, &problems);
-        ASSERT_TRUE(millimetres);
-        if (c.in_metres) millimetres = convert_and_reread(*millimetres, to_millimetres, directory, "mm", problems);
-        ASSERT_TRUE(millimetres);
-        std::vector<std::vector<double>> before;
-        for (const LengthProbe &probe : kLengthProbes) before.push_back(lengths(*millimetres, probe));
-
-        const std::optional<kx::Model> metres = convert_and_reread(*millimetres, nullptr, directory, "m", problems);
-        ASSERT_TRUE(metres);
-        for (size_t p = 0; p < std::size(kLengthProbes); ++p) {
-            const std::vector<double> after = lengths(*metres, kLengthProbes[p]);
-            ASSERT_EQ(after.size(), before[p].size()) << kLengthProbes[p].what;
-            for (size_t i = 0; i < after.size(); ++i)
-                ASSERT_NEAR(after[i], before[p][i] / 1000.0, 1e-12 * std::fabs(before[p][i]))
-                    << kLengthProbes[p].what << " #" << i;
-            checked[kLengthProbes[p].what] += after.size();
-        }
-    }
-    for (const LengthProbe &probe : kLengthProbes) EXPECT_GT(checked[probe.what], 0u) << probe.what << " never met";
-}
-
 // Relationship helpers: reuse or creation of each relationship, in both
 // releases.
 class RelationshipHelpersTest : public kxtest::ModelFixture {
@@ -364,35 +249,33 @@ protected:
     }
 };
 
-TEST_F(RelationshipHelpersTest, AggregationReusesTheRelationshipOfTheSameName) {
+// Aggregation reuses the relationship of the same name (case counts, and no
+// name is a name of its own); a property set reuses its relationship, which
+// in IFC2X3 leaves out a type object, there no IfcObject.
+TEST_F(RelationshipHelpersTest, AggregationsAndPropertySetsReuseTheirRelationship) {
     for (kxIfcVersion_t version : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
+        const bool ifc4 = version == KXIFCVERSION_IFC_4;
         model(version);
         kxBaseObject *building = make(kxIfcBuilding_class());
-        kxBaseObject *storeys[5];
-        for (kxBaseObject *&storey : storeys) storey = make(kxIfcBuildingStorey_class());
-        kxRelCommon_append_rel_aggregates(u"Levels", building, storeys[0], model_);
-        kxRelCommon_append_rel_aggregates(u"Levels", building, storeys[1], model_);
-        kxRelCommon_append_rel_aggregates(u"levels", building, storeys[2], model_);  // case counts
-        kxRelCommon_append_rel_aggregates(nullptr, building, storeys[3], model_);
-        kxRelCommon_append_rel_aggregates(nullptr, building, storeys[4], model_);
-        const std::vector<kxBaseObject *> relations = all(kxIfcRelAggregates_class());
-        ASSERT_EQ(relations.size(), 3u);
-        const auto related = [&](kxBaseObject *relation) {
-            return version == KXIFCVERSION_IFC_4 ? kxIfcRelAggregates_get_RelatedObjects_v4(relation)
-                                                 : kxIfcRelAggregates_get_RelatedObjects_v2x3(relation);
-        };
-        EXPECT_EQ(kxSetIfcObjectDefinition_count(related(relations[0])), 2u);
-        EXPECT_EQ(kxSetIfcObjectDefinition_count(related(relations[1])), 1u);
-        EXPECT_EQ(kxSetIfcObjectDefinition_count(related(relations[2])), 2u);
-        EXPECT_EQ(kxIfcRelAggregates_Name_has_value(relations[2]), kxBFALSE);
-        for (kxBaseObject *relation : relations) {
-            EXPECT_EQ(kxWideString_length(kxIfcRelAggregates_get_GlobalId(relation)), 22u);
-            EXPECT_EQ(kxIfcRelAggregates_OwnerHistory_has_value(relation), kxBFALSE);
+        const char16_t *const names[] = {u"Levels", u"Levels", u"levels", nullptr, nullptr};
+        for (const char16_t *name : names)
+            kxRelCommon_append_rel_aggregates(name, building, make(kxIfcBuildingStorey_class()), model_);
+        std::vector<uint32_t> related;
+        for (kxBaseObject *relation : all(kxIfcRelAggregates_class())) {
+            related.push_back(kxSetIfcObjectDefinition_count(
+                ifc4 ? kxIfcRelAggregates_get_RelatedObjects_v4(relation)
+                     : kxIfcRelAggregates_get_RelatedObjects_v2x3(relation)));
         }
-        kxArrayST *parents = version == KXIFCVERSION_IFC_4 ? kxIfcBuildingStorey_inverse_relation_Decomposes_v4(storeys[1])
-                                                          : kxIfcBuildingStorey_inverse_relation_Decomposes_v2x3(storeys[1]);
-        EXPECT_EQ(kxArrayST_dontuse_count(parents), 1u);
-        kxArrayST_dontuse_free(&parents, nullptr);
+        EXPECT_EQ(related, (std::vector<uint32_t>{2, 1, 2}));
+
+        kxBaseObject *pset = make(kxIfcPropertySet_class());
+        kxIfcRelDefinesByProperties *relation = nullptr, *again = nullptr;
+        kxRelCommon_append_rel_defines_by_properties(pset, make(kxIfcWallType_class()), model_, &relation);
+        kxRelCommon_append_rel_defines_by_properties(pset, make(kxIfcWall_class()), model_, &again);
+        EXPECT_EQ(again, relation);
+        EXPECT_EQ(ifc4 ? kxSetIfcObjectDefinition_count(kxIfcRelDefinesByProperties_get_RelatedObjects_v4(relation))
+                       : kxSetIfcObject_count(kxIfcRelDefinesByProperties_get_RelatedObjects_v2x3(relation)),
+                  ifc4 ? 2u : 1u);
     }
 }
 
@@ -430,36 +313,6 @@ TEST_F(RelationshipHelpersTest, TypingContainmentAndCoveringReuseTheFirstRelatio
     }
 }
 
-TEST_F(RelationshipHelpersTest, PropertySetsReuseTheirRelationship) {
-    model(KXIFCVERSION_IFC_2X3);
-    kxBaseObject *pset = make(kxIfcPropertySet_class());
-    kxBaseObject *wall = make(kxIfcWall_class());
-    kxBaseObject *type = make(kxIfcWallType_class());
-    kxIfcRelDefinesByProperties *relation = nullptr;
-    kxRelCommon_append_rel_defines_by_properties(pset, type, model_, &relation);
-    ASSERT_NE(relation, nullptr);
-    // A type object is not an IfcObject: left out in this release.
-    EXPECT_EQ(kxSetIfcObject_count(kxIfcRelDefinesByProperties_get_RelatedObjects_v2x3(relation)), 0u);
-    kxIfcRelDefinesByProperties *again = nullptr;
-    kxRelCommon_append_rel_defines_by_properties(pset, wall, model_, &again);
-    EXPECT_EQ(again, relation);
-    EXPECT_EQ(kxSetIfcObject_count(kxIfcRelDefinesByProperties_get_RelatedObjects_v2x3(relation)), 1u);
-    EXPECT_EQ(kxIfcRelDefinesByProperties_get_RelatingPropertyDefinition_v2x3(relation), pset);
-
-    model(KXIFCVERSION_IFC_4);
-    pset = make(kxIfcPropertySet_class());
-    type = make(kxIfcWallType_class());
-    wall = make(kxIfcWall_class());
-    relation = nullptr;
-    kxRelCommon_append_rel_defines_by_properties(pset, type, model_, &relation);
-    kxRelCommon_append_rel_defines_by_properties(pset, wall, model_, &again);
-    EXPECT_EQ(again, relation);
-    EXPECT_EQ(kxSetIfcObjectDefinition_count(kxIfcRelDefinesByProperties_get_RelatedObjects_v4(relation)), 2u);
-    kxBaseObject *select = kxIfcRelDefinesByProperties_get_RelatingPropertyDefinition_v4(relation);
-    ASSERT_NE(select, nullptr);
-    EXPECT_EQ(kxIfcPropertySetDefinitionSelect_get_kxIfcPropertySetDefinition(select), pset);
-}
-
 TEST_F(RelationshipHelpersTest, ConnectionsGroupsAndAssignmentsAreAlwaysNew) {
     model(KXIFCVERSION_IFC_4);
     kxBaseObject *a = make(kxIfcWall_class());
@@ -492,6 +345,217 @@ TEST_F(RelationshipHelpersTest, ConnectionsGroupsAndAssignmentsAreAlwaysNew) {
     kxBaseObject *product = kxIfcRelAssignsToProduct_get_RelatingProduct_v4(assignment);
     ASSERT_NE(product, nullptr);
     EXPECT_EQ(kxIfcProductSelect_get_kxIfcProduct(product), a);
+}
+
+// The C++ layer: reads with diagnostics as values, owning ranges, UTF-8 and
+// UTF-16 texts, writing and reading back.
+class FacadeTest : public kxtest::LibraryTest {};
+
+struct ReadCase {
+    const char *name;
+    const char *data;  // nullptr: no file at all
+    bool readable;
+    kxReadCode code;   // the first problem's code, 0: clean
+    uint32_t line;
+};
+
+TEST_F(FacadeTest, ReadGivesTheModelOrNothingAndTheProblemsAsValues) {
+    const ReadCase cases[] = {
+        {"clean", "#1=IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'W',$,$,$,$,$,$);\n", true, 0, 0},
+        {"dangling", "#1=IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',#9,'W',$,$,$,$,$,$);\n", true,
+         KX_READ_UNDEFINED_REFERENCE, 8},
+        {"syntax", "#1=IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',,,;\n", false, KX_READ_SYNTAX_ERROR, 8},
+        {"missing", nullptr, false, KX_READ_UNREADABLE_FILE, 0},
+    };
+    kxtest::TempDirectory directory("kx_facade_read");
+    expect_reports();
+    for (const ReadCase &c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path = c.data != nullptr
+                                     ? directory.write(std::string(c.name) + ".ifc",
+                                                       kxtest::step_file(c.data))
+                                     : directory.file("missing.ifc");
+        kx::ReadDiagnostics diagnostics;
+        const std::optional<kx::Model> model = kx::Model::read(path, {}, &diagnostics);
+        EXPECT_EQ(model.has_value(), c.readable);
+        EXPECT_EQ(diagnostics.clean(), c.code == 0);
+        if (c.code == 0) continue;
+        ASSERT_FALSE(diagnostics.problems.empty());
+        EXPECT_EQ(diagnostics.problems[0].code, c.code) << diagnostics.problems[0].message;
+        EXPECT_EQ(diagnostics.problems[0].code_name(), kxReadCode_name(c.code));
+        if (c.line != 0) {
+            EXPECT_EQ(diagnostics.problems[0].line, c.line);
+        }
+        EXPECT_FALSE(diagnostics.problems[0].message.empty());
+    }
+}
+
+TEST_F(FacadeTest, BuiltModelWritesAndReadsBackThroughRangesAndTexts) {
+    const std::string name = "Wand \xC3\xA4 \xE6\x9D\xB1 \xF0\x9F\x8F\xA0";  // a, a CJK sign, an emoji
+    kxtest::TempDirectory directory("kx_facade_write");
+    {
+        kx::Model model = kx::Model::create(KXIFCVERSION_IFC_4);
+        EXPECT_FALSE(model.create("IfcBuildingElement"));  // abstract
+        EXPECT_FALSE(model.create("IfcNoSuchThing"));
+        const kx::Instance storey = model.create("IfcBuildingStorey");
+        for (int i = 0; i < 2; ++i) {
+            const kx::Instance wall = model.create(kxIfcWall_class());
+            kxIfcWall_set_Name(wall.get(), kx::WideText(name));
+            kxRelCommon_append_rel_contained_in_spatial_structure(storey.get(), wall.get(), model.get());
+        }
+        kx::Model moved = std::move(model);
+        EXPECT_FALSE(model);
+        EXPECT_EQ(moved.write(directory.file("house.IFC")), KX_EXPORT_OK);  // written as house.ifc
+    }
+    const std::optional<kx::Model> model = kx::Model::read(directory.file("house.ifc"), {true, 0}, nullptr);
+    ASSERT_TRUE(model);
+    EXPECT_EQ(kxIfcModel_text_mode(model->get()), KX_TEXT_MODE_LOSSLESS);
+    kx::InstanceRange walls = model->by_type(u"ifcbuildingelement");  // subtypes, any case
+    ASSERT_EQ(walls.size(), 2u);
+    for (kx::Instance wall : walls) {
+        EXPECT_EQ(wall.class_name_u16(), u"IfcWall");
+        EXPECT_TRUE(wall.is_a(u"IFCWALL"));
+        EXPECT_FALSE(wall.is_a("IfcSlab"));
+        EXPECT_EQ(kx::to_u16string(kxIfcWall_get_Name(wall.get())), u"Wand \u00e4 \u6771 \U0001F3E0");
+    }
+    EXPECT_LT(walls[0].id(), walls[1].id());
+    // Each wall sees the one containment through its inverse.
+    const kx::InstanceRange storeys = model->instances_of(kxIfcBuildingStorey_class());
+    kx::InstanceRange containments(kxIfcSpatialStructureElement_inverse_relation_ContainsElements(storeys[0].get()));
+    ASSERT_EQ(containments.size(), 1u);
+    for (kx::Instance wall : walls)
+        EXPECT_EQ(kx::InstanceRange(kxIfcElement_inverse_relation_ContainedInStructure(wall.get())).to_vector(),
+                  containments.to_vector());
+}
+
+// The model merger: small files written by the tests (so they choose every
+// GlobalId) are merged and the result inspected.
+using kxtest::elements;
+using kxtest::narrow;
+using kxtest::wide;
+
+// A 22-character GlobalId made of the tag, padded with '0'.
+std::string guid(const std::string &tag) {
+    std::string text = tag;
+    text.resize(22, '0');
+    return text;
+}
+
+// An IFC4 file of a project in metres, a site, a building and one storey at
+// height z holding one wall; the tags make the GlobalIds.
+std::string storey_file(const std::string &storey, const std::string &storey_name, const std::string &z,
+                        const std::string &wall, const std::string &wall_name) {
+    return kxtest::step_file("#1= IFCPROJECT('" + guid("PRJ") + "',$,'project',$,$,$,$,$,#2);\n"
+                            "#2= IFCUNITASSIGNMENT((#3));\n#3= IFCSIUNIT(*,.LENGTHUNIT.,$,.METRE.);\n"
+                            "#4= IFCCARTESIANPOINT((0.,0.,0.));\n#5= IFCAXIS2PLACEMENT3D(#4,$,$);\n"
+                            "#6= IFCLOCALPLACEMENT($,#5);\n#8= IFCLOCALPLACEMENT(#6,#5);\n"
+                            "#7= IFCSITE('" + guid("SITE") + "',$,'site',$,$,#6,$,$,.ELEMENT.,$,$,$,$,$);\n"
+                            "#9= IFCBUILDING('" + guid("BLD") + "',$,'building',$,$,#8,$,$,.ELEMENT.,$,$,$);\n"
+                            "#10= IFCCARTESIANPOINT((0.,0.," + z + "));\n#11= IFCAXIS2PLACEMENT3D(#10,$,$);\n"
+                            "#12= IFCLOCALPLACEMENT(#8,#11);\n"
+                            "#13= IFCBUILDINGSTOREY('" + guid(storey) + "',$,'" + storey_name +
+                            "',$,$,#12,$,$,.ELEMENT.,$);\n"
+                            "#14= IFCRELAGGREGATES('" + guid("PRJA") + "',$,$,$,#1,(#7));\n"
+                            "#15= IFCRELAGGREGATES('" + guid("SITEA") + "',$,$,$,#7,(#9));\n"
+                            "#16= IFCRELAGGREGATES('" + guid(storey_name.substr(0, 4) + "A") + "',$,$,$,#9,(#13));\n"
+                            "#17= IFCWALL('" + guid(wall) + "',$,'" + wall_name + "',$,$,#18,$,$,$);\n"
+                            "#18= IFCLOCALPLACEMENT(#12,#5);\n"
+                            "#19= IFCRELCONTAINEDINSPATIALSTRUCTURE('" + guid(storey_name.substr(0, 4) + "C") +
+                            "',$,$,$,(#17),#13);\n");
+}
+
+std::vector<kxBaseObject *> all_of(kxIfcModel *model, const kxClass_t *klass) {
+    return elements(kxIfcModel_dontuse_get_objects_by_class(model, klass));
+}
+
+class ModelMergerTest : public kxtest::LibraryTest {
+protected:
+    kxtest::TempDirectory dir_{"kx_merger"};
+
+    // Merges the files; the model (or NULL) and the list of files not merged.
+    kxIfcModel *merge(const std::u16string &main_file, const std::vector<std::u16string> &secondaries,
+                      const std::u16string *table, kxArrString **not_merged, kxBool *result = nullptr) {
+        kxIfcModelMerger *merger = kxIfcModelMerger_new(main_file.c_str());
+        for (const std::u16string &name : secondaries) kxIfcModelMerger_add_secondary_model(merger, name.c_str());
+        kxIfcModel *model = nullptr;
+        const kxBool merged =
+            kxIfcModelMerger_merge_models(merger, table != nullptr ? table->c_str() : nullptr, &model, not_merged);
+        if (result != nullptr) *result = merged;
+        kxIfcModelMerger_free(&merger);
+        EXPECT_EQ(merger, nullptr);
+        return model;
+    }
+
+    // A file of the text in the test's directory; its name.
+    std::u16string write_file(const std::string &name, const std::string &text) {
+        return wide(dir_.write(name + ".ifc", text));
+    }
+    std::u16string main_file() { return write_file("main", storey_file("STA", "main storey", "0.", "WALLA", "main wall")); }
+};
+
+// A secondary file of the other release is not merged, nor one whose
+// instances would run the main model out of ids (its last id is near 2^32);
+// a name added twice is listed once.
+TEST_F(ModelMergerTest, SecondaryOfOtherReleaseOrBeyondTheIdsLeftIsListedAsNotMerged) {
+    const std::u16string main = main_file();
+    std::string text = storey_file("STA", "main storey", "0.", "WALLA", "main wall");
+    text.insert(text.rfind("ENDSEC;"), "#4294967290= IFCCARTESIANPOINT((0.,0.));\n");  // select values run out of ids
+    const std::u16string crowded = write_file("crowded", text);
+    const std::u16string old_file = write_file("old", kxtest::step_file("#1= IFCCARTESIANPOINT((0.,0.));\n", "IFC2X3"));
+    for (const auto &[main, secondary] : {std::pair{main, old_file}, std::pair{crowded, main}}) {
+        kxArrString *not_merged = nullptr;
+        kxIfcModel *model = merge(main, {secondary, secondary}, nullptr, &not_merged);  // listed once
+        ASSERT_NE(model, nullptr);
+        ASSERT_NE(not_merged, nullptr);
+        ASSERT_EQ(kxArrString_count(not_merged), 1u);
+        EXPECT_EQ(std::u16string(kxArrString_get(not_merged, 0)), secondary);
+        kxArrString_free(&not_merged);
+        kxIfcModel_free(&model);
+    }
+}
+
+TEST_F(ModelMergerTest, StoreysOfOneGlobalIdBecomeTheLowerHoldingTheProductsOfBoth) {
+    // The same GlobalId, lower.
+    const std::u16string second = write_file("second", storey_file("STA", "lower storey", "-1.", "WALLB", "second wall"));
+    kxIfcModel *model = merge(main_file(), {second}, nullptr, nullptr);
+    ASSERT_NE(model, nullptr);
+    const std::vector<kxBaseObject *> storeys = all_of(model, kxIfcBuildingStorey_class());
+    ASSERT_EQ(storeys.size(), 1u);
+    EXPECT_EQ(narrow(kxIfcRoot_get_Name(storeys[0])), "lower storey");
+
+    std::vector<std::string> contained;
+    for (kxBaseObject *relation : all_of(model, kxIfcRelContainedInSpatialStructure_class())) {
+        EXPECT_EQ(kxIfcRelContainedInSpatialStructure_get_RelatingStructure_v4(relation), storeys[0]);
+        kxSetIfcProduct *products = kxIfcRelContainedInSpatialStructure_get_RelatedElements(relation);
+        for (uint32_t i = 0; i < kxSetIfcProduct_count(products); i++)
+            contained.push_back(narrow(kxIfcRoot_get_Name(kxSetIfcProduct_get_element(products, i))));
+    }
+    std::sort(contained.begin(), contained.end());
+    EXPECT_EQ(contained, (std::vector<std::string>{"main wall", "second wall"}));
+
+    // The building aggregates the one storey once.
+    const std::vector<kxBaseObject *> buildings = all_of(model, kxIfcBuilding_class());
+    ASSERT_EQ(buildings.size(), 1u);
+    EXPECT_EQ(elements(kxIfcObjectDefinition_inverse_relation_IsDecomposedBy_v4(buildings[0])).size(), 1u);
+    EXPECT_EQ(elements(kxIfcObjectDefinition_inverse_relation_Decomposes_v4(storeys[0])).size(), 1u);
+
+    kxIfcModel_export_model_to_file(model, u"merged", wide(dir_.path()).c_str());
+    kxBool errors = kxBTRUE;
+    kxIfcModel *again = kxIfcModel_read_from_step_file(wide(dir_.file("merged.ifc")).c_str(), 0, &errors);
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(errors, kxBFALSE);
+    kxIfcModel_free(&again);
+    kxIfcModel_free(&model);
+}
+
+TEST_F(ModelMergerTest, FreeWithNullHolderIsReported) {
+    expect_reports();
+    kxIfcModelMerger *merger = nullptr;
+    kxIfcModelMerger_free(&merger);
+    EXPECT_TRUE(asserts().saw("(*model_merger) != NULL"));
+    kxIfcModel *model = nullptr;
+    EXPECT_EQ(kxIfcModelMerger_merge_models(nullptr, nullptr, &model, nullptr), kxBFALSE);
+    EXPECT_TRUE(asserts().saw("(model_merger) != NULL"));
 }
 
 }  // namespace

@@ -229,45 +229,6 @@ TEST_F(UnitsModelConversorTest, ModelWithoutUnitsIsLeftUnchanged) {
 
 // ---- scales of SI units ----
 
-// Every SI prefix has its power of ten; area, volume and mass units scale
-// by their prefix and name.
-TEST_F(UnitsModelConversorTest, SIUnitsScaleByTheirPrefixAndName) {
-    struct Case {
-        const char *type, *prefix, *name;
-        double factor;
-    };
-    const Case cases[] = {
-        {"AREAUNIT", "CENTI", "SQUARE_METRE", 1e-4}, {"VOLUMEUNIT", "MILLI", "CUBIC_METRE", 1e-9},
-        {"MASSUNIT", nullptr, "GRAM", 0.001},         {"MASSUNIT", "KILO", "GRAM", 1.0},
-        {"AREAUNIT", nullptr, "SQUARE_METRE", 1.0},   {"VOLUMEUNIT", "DECI", "CUBIC_METRE", 1e-3},
-    };
-    std::vector<Case> all(std::begin(cases), std::end(cases));
-    const char *prefixes[] = {"ATTO", "FEMTO", "PICO", "NANO", "MICRO", "MILLI", "CENTI", "DECI",
-                              "DECA", "HECTO", "KILO", "MEGA", "GIGA", "TERA", "PETA", "EXA"};
-    const int powers[] = {-18, -15, -12, -9, -6, -3, -2, -1, 1, 2, 3, 6, 9, 12, 15, 18};
-    for (int i = 0; i < 16; i++) all.push_back({"LENGTHUNIT", prefixes[i], "METRE", std::pow(10.0, powers[i])});
-    for (kxIfcVersion_t release : kReleases) {
-        for (const Case &c : all) {
-            fresh(release);
-            assign({si_unit(c.type, c.prefix, c.name)});
-            kxBaseObject *area = make(kxIfcQuantityArea_class());
-            kxIfcQuantityArea_set_AreaValue(area, 1.0);
-            kxBaseObject *volume = make(kxIfcQuantityVolume_class());
-            kxIfcQuantityVolume_set_VolumeValue(volume, 1.0);
-            kxBaseObject *weight = make(kxIfcQuantityWeight_class());
-            kxIfcQuantityWeight_set_WeightValue(weight, 1.0);
-            kxBaseObject *solid = extrusion(1.0);
-            convert_by_default();
-            const std::string type = c.type;
-            const double got = type == "AREAUNIT"     ? kxIfcQuantityArea_get_AreaValue(area)
-                               : type == "VOLUMEUNIT" ? kxIfcQuantityVolume_get_VolumeValue(volume)
-                               : type == "MASSUNIT"   ? kxIfcQuantityWeight_get_WeightValue(weight)
-                                                      : kxIfcExtrudedAreaSolid_get_Depth(solid);
-            EXPECT_NEAR(got, c.factor, c.factor * 1e-12) << c.type << " " << (c.prefix ? c.prefix : "") << c.name;
-        }
-    }
-}
-
 // ---- handlers ----
 
 TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirName) {
@@ -275,7 +236,8 @@ TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirNa
     kxBaseObject *unit = make(kxIfcContextDependentUnit_class());
     kxIfcContextDependentUnit_set_UnitType(unit, unit_type("LENGTHUNIT"));
     kxIfcContextDependentUnit_set_Name(unit, u"Module");
-    assign({unit});
+    // Without a default conversion a derived unit without handler is left alone.
+    assign({unit, derived("MASSDENSITYUNIT", {{si_unit("MASSUNIT", nullptr, "GRAM"), 1}})});
     kxBaseObject *solid = extrusion(3.0);
     kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &plus_one);
     kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), u"module", &times_thousand);
@@ -310,17 +272,6 @@ TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
 }
 
 // ---- conversion-based and derived units ----
-
-TEST_F(UnitsModelConversorTest, ConversionBasedUnitsChainToTheirBaseUnits) {
-    model(KXIFCVERSION_IFC_2X3);
-    kxBaseObject *foot = conversion_based("LENGTHUNIT", u"FOOT", 0.3048, si_unit("LENGTHUNIT", nullptr, "METRE"));
-    kxBaseObject *inch = conversion_based("LENGTHUNIT", u"INCH", 1.0 / 12.0, foot);
-    assign({inch});
-    kxBaseObject *solid = extrusion(12.0);
-    kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
-    convert();
-    EXPECT_NEAR(kxIfcExtrudedAreaSolid_get_Depth(solid), 304.8, 1e-9) << "12 in = 1 ft = 0.3048 m, in mm";
-}
 
 TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
     model(KXIFCVERSION_IFC_4);
@@ -390,21 +341,6 @@ TEST_F(UnitsModelConversorTest, IntegerMeasuresAreTruncatedTowardZero) {
 }
 
 // ---- values that state their own unit ----
-
-TEST_F(UnitsModelConversorTest, PropertySingleValueConvertsUnderItsOwnUnit) {
-    for (kxIfcVersion_t release : kReleases) {
-        fresh(release);
-        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
-        kxBaseObject *in_model_units = single_value(length_value(2500.0));
-        kxBaseObject *in_metres = single_value(length_value(2.5), si_unit("LENGTHUNIT", nullptr, "METRE"));
-        kxBaseObject *in_centimetres = single_value(length_value(250.0), si_unit("LENGTHUNIT", "CENTI", "METRE"));
-        convert_by_default();
-        EXPECT_DOUBLE_EQ(nominal_length(in_model_units), 2.5);
-        EXPECT_DOUBLE_EQ(nominal_length(in_metres), 2.5) << "converted once, under its own unit";
-        EXPECT_DOUBLE_EQ(nominal_length(in_centimetres), 2.5);
-        EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
-    }
-}
 
 TEST_F(UnitsModelConversorTest, EveryKindOfPropertyWithAUnitConvertsUnderIt) {
     for (kxIfcVersion_t release : kReleases) {
@@ -498,10 +434,13 @@ TEST_F(UnitsModelConversorTest, TableColumnsWithAUnitConvertTheirCellsInFullRows
     EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(short_row), 0), 3.0) << "not a full row: the model's unit";
 }
 
-TEST_F(UnitsModelConversorTest, QuantityAndMeasureWithTheirOwnUnitConvertUnderIt) {
+// Each value is converted once, under its own unit where it states one.
+TEST_F(UnitsModelConversorTest, ValuesWithTheirOwnUnitConvertUnderIt) {
     for (kxIfcVersion_t release : kReleases) {
         fresh(release);
         assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+        kxBaseObject *in_metres = single_value(length_value(2.5), si_unit("LENGTHUNIT", nullptr, "METRE"));
+        kxBaseObject *in_centimetres = single_value(length_value(250.0), si_unit("LENGTHUNIT", "CENTI", "METRE"));
         kxBaseObject *quantity = make(kxIfcQuantityLength_class());
         kxIfcQuantityLength_set_LengthValue(quantity, 250.0);
         kxIfcQuantityLength_set_Unit(quantity, si_unit("LENGTHUNIT", "CENTI", "METRE"));
@@ -515,6 +454,9 @@ TEST_F(UnitsModelConversorTest, QuantityAndMeasureWithTheirOwnUnitConvertUnderIt
         EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(quantity), 2.5);
         EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(global), 0.25);
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
+        EXPECT_DOUBLE_EQ(nominal_length(in_metres), 2.5);
+        EXPECT_DOUBLE_EQ(nominal_length(in_centimetres), 2.5);
+        EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
     }
 }
 
@@ -607,19 +549,8 @@ TEST_F(UnitsModelConversorTest, SampleFilesScaleEveryLengthByOneFactor) {
     EXPECT_GT(checked, 0) << "some file has extrusions in an SI length unit";
 }
 
-TEST_F(UnitsModelConversorTest, MeasurableTypesAreTheMeasuresWithAUnit) {
-    uint32_t measurable = 0;
-    for (uint32_t i = 0; i < kx::g_num_defined_types; i++) {
-        const kx::DefinedTypeInfo &type = kx::g_defined_types[i];
-        if (type.unit_kind == kx::UNIT_NONE) continue;
-        measurable++;
-        EXPECT_TRUE(type.kind == kx::SLOT_REAL || type.kind == kx::SLOT_INTEGER) << narrow(type.name);
-    }
-    EXPECT_EQ(measurable, kx::KXMEASURABLETYPE_NUM_VALUES);
-}
-
-// Conversion handles (linear, power, composed, chained), unit conversions
-// with their callbacks and ordering, and the manager that forwards to the
+// Conversion handles (linear, composed, chained), unit conversions with
+// their callbacks and ordering, and the manager that forwards to the
 // conversor's callbacks.
 using namespace kx;
 
@@ -629,99 +560,42 @@ kxUnitConversionHandle *linear(double factor, double offset) {
     return unitconvhandle_new_linear(factor, offset, nullptr, nullptr);
 }
 
-PtrArray *handles(std::initializer_list<kxUnitConversionHandle *> items) {
-    PtrArray *array = ptrarray_create(0);
-    for (kxUnitConversionHandle *item : items) ptrarray_append(array, item);
-    return array;
-}
+double record_cents(double value, const char16_t *) { return value * 100.0; }
 
-// ---- handles ----
-
-TEST_F(UnitConversionTest, LinearHandleWithSubHandlersIgnoresItsOwnFactorAndOffset) {
-    PtrArray *parts = handles({linear(3.0, 0.0)});
+TEST_F(UnitConversionTest, HandlesApplyTheirPartsThenTheirBase) {
+    expect_reports();
+    // With sub-handlers a linear handle ignores its own factor and offset.
+    PtrArray *parts = ptrarray_create(0);
+    ptrarray_append(parts, linear(3.0, 0.0));
     kxUnitConversionHandle *base = linear(1.0, 1.0);
     kxUnitConversionHandle *handle = unitconvhandle_new_linear(100.0, 50.0, &parts, &base);
     EXPECT_EQ(parts, nullptr);
-    EXPECT_EQ(base, nullptr);
     EXPECT_DOUBLE_EQ(unitconvhandle_apply(handle, 2.0), 7.0) << "2 x 3, then the base + 1";
     unitconvhandle_destroy(&handle);
-}
 
-TEST_F(UnitConversionTest, ChainingAHandleTwiceIsReported) {
-    expect_reports();
-    kxUnitConversionHandle *handle = linear(2.0, 0.0);
-    kxUnitConversionHandle *first = linear(1.0, 1.0);
-    kxUnitConversionHandle *second = linear(100.0, 0.0);
+    // A second base is reported, taken over all the same, and replaces the first.
+    handle = linear(2.0, 0.0);
+    kxUnitConversionHandle *first = linear(1.0, 1.0), *second = linear(100.0, 0.0);
     unitconvhandle_set_base(handle, &first);
     unitconvhandle_set_base(handle, &second);
-    EXPECT_TRUE(asserts().saw("handle->base_conversion_handler == NULL"));
-    EXPECT_EQ(second, nullptr) << "taken over all the same";
-    EXPECT_DOUBLE_EQ(unitconvhandle_apply(handle, 3.0), 600.0) << "the second base replaced the first";
+    EXPECT_TRUE(reported("handle->base_conversion_handler == NULL"));
+    EXPECT_EQ(second, nullptr);
+    EXPECT_DOUBLE_EQ(unitconvhandle_apply(handle, 3.0), 600.0);
     unitconvhandle_destroy(&handle);
-}
 
-TEST_F(UnitConversionTest, MisuseOfHandlesIsReported) {
-    expect_reports();
+    // A composed handle of nothing leaves values alone.
     PtrArray *nothing = ptrarray_create(0);
     kxUnitConversionHandle *empty = unitconvhandle_new_composed(&nothing);
     EXPECT_DOUBLE_EQ(unitconvhandle_apply(empty, 4.0), 4.0);
-    EXPECT_TRUE(asserts().saw("num_handlers > 0"));
+    EXPECT_TRUE(reported("num_handlers > 0"));
     unitconvhandle_destroy(&empty);
-
-    EXPECT_DOUBLE_EQ(unitconvhandle_apply(nullptr, 4.0), 4.0);
-    EXPECT_TRUE(reported("(handle) != NULL"));
-    kxUnitConversionHandle *none = nullptr;
-    unitconvhandle_destroy(&none);
-    EXPECT_TRUE(asserts().saw("(*handle) != NULL"));
-    unitconvhandle_destroy(nullptr);
-    EXPECT_TRUE(asserts().saw("(handle) != NULL"));
-}
-
-// ---- unit conversions ----
-
-std::u16string g_last_currency;  // set by the monetary handler of one test
-double record_cents(double value, const char16_t *currency) {
-    g_last_currency = currency != nullptr ? currency : u"<null>";
-    return value * 100.0;
-}
-
-TEST_F(UnitConversionTest, MisuseOfUnitConversionsIsReported) {
-    expect_reports();
-    kxUnitConversion *without_handle = unitconversion_new_named(1, nullptr, nullptr);
-    EXPECT_TRUE(asserts().saw("(unit_handle_to_ifc_basic_unit) != NULL"));
-    EXPECT_DOUBLE_EQ(unitconversion_apply(without_handle, 2.0), 2.0);
-    unitconversion_destroy(&without_handle);
-
-    WideString currency = wstr_copy(u"USD");
-    kxUnitConversion *monetary = unitconversion_new_monetary(&currency, nullptr);
-    EXPECT_DOUBLE_EQ(unitconversion_apply(monetary, 2.0), 2.0);
-    EXPECT_TRUE(asserts().saw("unit_conversion->func_custom_monetary_unit_handler != NULL"));
-    unitconversion_destroy(&monetary);
-
-    asserts().clear();
-    kxUnitConversionHandle *handle = linear(1.0, 0.0);
-    kxUnitConversion *strange = unitconversion_new_named(1, &handle, nullptr);
-    strange->type = 9;
-    EXPECT_DOUBLE_EQ(unitconversion_apply(strange, 2.0), 2.0);
-    EXPECT_TRUE(asserts().saw("")) << "an unknown type is a default that must not be reached";
-    unitconversion_destroy(&strange);
-
-    asserts().clear();
-    EXPECT_DOUBLE_EQ(unitconversion_apply(nullptr, 2.0), 2.0);
-    EXPECT_TRUE(asserts().saw("(unit_conversion) != NULL"));
-    kxUnitConversion *none = nullptr;
-    unitconversion_destroy(&none);
-    EXPECT_TRUE(asserts().saw("(*unit_conversion) != NULL"));
 }
 
 TEST_F(UnitConversionTest, ConversionsAreOrderedByUnitIdentity) {
-    kxUnitConversionHandle *h1 = linear(1.0, 0.0);
-    kxUnitConversionHandle *h2 = linear(1.0, 0.0);
-    kxUnitConversionHandle *h3 = linear(1.0, 0.0);
+    kxUnitConversionHandle *h1 = linear(1.0, 0.0), *h2 = linear(1.0, 0.0), *h3 = linear(1.0, 0.0);
     kxUnitConversion *length = unitconversion_new_named(16, &h1, nullptr);
     kxUnitConversion *area = unitconversion_new_named(3, &h2, nullptr);
     kxUnitConversion *velocity = unitconversion_new_derived(8, &h3, nullptr);
-
     EXPECT_GT(unitconversion_compare(length, area), 0);
     EXPECT_LT(unitconversion_compare(area, length), 0);
     EXPECT_EQ(unitconversion_compare(length, length), 0);
@@ -732,62 +606,59 @@ TEST_F(UnitConversionTest, ConversionsAreOrderedByUnitIdentity) {
     EXPECT_LT(unitconversion_compare_with_derived_unit(velocity, &nine), 0);
     EXPECT_EQ(unitconversion_key(length), 16u);
     EXPECT_EQ(unitconversion_key(velocity), 8u);
-
     unitconversion_destroy(&length);
     unitconversion_destroy(&area);
     unitconversion_destroy(&velocity);
 }
 
-TEST_F(UnitConversionTest, OrderingMixedOrMonetaryConversionsIsReported) {
-    expect_reports();
-    kxUnitConversionHandle *h1 = linear(1.0, 0.0);
-    kxUnitConversionHandle *h2 = linear(1.0, 0.0);
+// Misuse leaves values as they are; an unknown or monetary type has no
+// order, a default that must not be reached (reported with no condition).
+TEST_F(UnitConversionTest, MisuseIsReportedAndLeavesValues) {
+    kxUnitConversionHandle *h1 = linear(1.0, 0.0), *h2 = linear(1.0, 0.0), *h3 = linear(1.0, 0.0);
     kxUnitConversion *named = unitconversion_new_named(16, &h1, nullptr);
     kxUnitConversion *derived = unitconversion_new_derived(16, &h2, nullptr);
-    WideString currency = wstr_copy(u"EUR");
-    kxUnitConversion *monetary = unitconversion_new_monetary(&currency, &record_cents);
-
-    unitconversion_compare(named, derived);
-    EXPECT_TRUE(reported("unit_id1->type == unit_id2->type"));
-    unitconversion_compare(monetary, monetary);
-    EXPECT_TRUE(asserts().saw("")) << "monetary conversions have no order";
-    asserts().clear();
-    unitconversion_compare(named, nullptr);
-    EXPECT_TRUE(asserts().saw("(unit_conversion2) != NULL"));
-    unitconversion_compare(nullptr, named);
-    EXPECT_TRUE(asserts().saw("(unit_conversion1) != NULL"));
-    unitconversion_compare_with_named_unit(named, nullptr);
-    EXPECT_TRUE(asserts().saw("(ifc_si_unit_name) != NULL"));
-    unitconversion_compare_with_derived_unit(derived, nullptr);
-    EXPECT_TRUE(asserts().saw("(ifc_derived_unit_enum) != NULL"));
-
-    unitconversion_destroy(&named);
-    unitconversion_destroy(&derived);
-    unitconversion_destroy(&monetary);
-}
-
-// ---- manager ----
-
-TEST_F(UnitConversionTest, ManagerWithoutCallbacksReportsAndLeavesValues) {
-    expect_reports();
-    kxUnitConvManager *manager = unitconvmngr_new(nullptr, nullptr, nullptr, nullptr);
-    unitconvmngr_force_conversion_with_unit(manager, nullptr);
-    EXPECT_TRUE(asserts().saw("(manager->func_force_conversion_with_unit) != NULL"));
+    kxUnitConversion *strange = unitconversion_new_named(1, &h3, nullptr);
+    strange->type = 9;
+    WideString euro = wstr_copy(u"EUR"), dollar = wstr_copy(u"USD");
+    kxUnitConversion *monetary = unitconversion_new_monetary(&euro, &record_cents);
+    kxUnitConversion *without_callback = unitconversion_new_monetary(&dollar, nullptr);
+    kxUnitConversion *without_handle = nullptr, *none = nullptr;
+    kxUnitConversionHandle *no_handle = nullptr;
+    kxUnitConvManager *manager = unitconvmngr_new(nullptr, nullptr, nullptr, nullptr), *no_manager = nullptr;
     double converted = 0.0;
-    unitconvmngr_apply_conversion_double(manager, 0, 2.5, &converted);
-    EXPECT_TRUE(asserts().saw("(manager->func_apply_conversion_double) != NULL"));
-    EXPECT_DOUBLE_EQ(converted, 2.5);
     int32_t value = 7;
-    unitconvmngr_apply_conversion_long(manager, 0, &value);
-    EXPECT_TRUE(asserts().saw("(manager->func_apply_conversion_long) != NULL"));
+    expect_each_reported({
+        {"(unit_handle_to_ifc_basic_unit) != NULL",
+         [&] { without_handle = unitconversion_new_named(1, nullptr, nullptr); }},
+        {"unit_conversion->func_custom_monetary_unit_handler != NULL",
+         [&] { EXPECT_DOUBLE_EQ(unitconversion_apply(without_callback, 2.0), 2.0); }},
+        {"", [&] { EXPECT_DOUBLE_EQ(unitconversion_apply(strange, 2.0), 2.0); }},
+        {"(unit_conversion) != NULL", [&] { EXPECT_DOUBLE_EQ(unitconversion_apply(nullptr, 2.0), 2.0); }},
+        {"(*unit_conversion) != NULL", [&] { unitconversion_destroy(&none); }},
+        {"unit_id1->type == unit_id2->type", [&] { unitconversion_compare(named, derived); }},
+        {"", [&] { unitconversion_compare(monetary, monetary); }},
+        {"(unit_conversion2) != NULL", [&] { unitconversion_compare(named, nullptr); }},
+        {"(unit_conversion1) != NULL", [&] { unitconversion_compare(nullptr, named); }},
+        {"(ifc_si_unit_name) != NULL", [&] { unitconversion_compare_with_named_unit(named, nullptr); }},
+        {"(ifc_derived_unit_enum) != NULL", [&] { unitconversion_compare_with_derived_unit(derived, nullptr); }},
+        {"(handle) != NULL", [&] { EXPECT_DOUBLE_EQ(unitconvhandle_apply(nullptr, 4.0), 4.0); }},
+        {"(*handle) != NULL", [&] { unitconvhandle_destroy(&no_handle); }},
+        {"(handle) != NULL", [&] { unitconvhandle_destroy(nullptr); }},
+        {"(manager->func_force_conversion_with_unit) != NULL",
+         [&] { unitconvmngr_force_conversion_with_unit(manager, nullptr); }},
+        {"(manager->func_apply_conversion_double) != NULL",
+         [&] { unitconvmngr_apply_conversion_double(manager, 0, 2.5, &converted); }},
+        {"(manager->func_apply_conversion_long) != NULL",
+         [&] { unitconvmngr_apply_conversion_long(manager, 0, &value); }},
+        {"(manager) != NULL", [&] { unitconvmngr_force_conversion_with_unit(nullptr, nullptr); }},
+        {"(*manager) != NULL", [&] { unitconvmngr_destroy(&no_manager); }},
+    });
+    EXPECT_DOUBLE_EQ(unitconversion_apply(without_handle, 2.0), 2.0);
+    EXPECT_DOUBLE_EQ(converted, 2.5);
     EXPECT_EQ(value, 7);
+    for (kxUnitConversion **conversion : {&named, &derived, &strange, &monetary, &without_callback, &without_handle})
+        unitconversion_destroy(conversion);
     unitconvmngr_destroy(&manager);
-
-    asserts().clear();
-    unitconvmngr_force_conversion_with_unit(nullptr, nullptr);
-    EXPECT_TRUE(asserts().saw("(manager) != NULL"));
-    unitconvmngr_destroy(&manager);
-    EXPECT_TRUE(asserts().saw("(*manager) != NULL"));
 }
 
 }  // namespace

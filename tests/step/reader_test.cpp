@@ -1,8 +1,12 @@
 // Reading exchange files: every sample file in every read mode, hostile or
-// broken text that must fail or be reported without crashing or leaking, and
-// the window the reader sees the file through.
+// broken text that must fail or be reported without crashing or leaking, the
+// window the reader sees the file through, and the read reports.
+#include <sys/stat.h>
+
 #include <cctype>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "step/scanner.h"
@@ -68,10 +72,7 @@ protected:
     uint32_t files_written_ = 0;
 };
 
-const char *kMinimalHeader =
-    "ISO-10303-21;\nHEADER;\nFILE_DESCRIPTION((''),'2;1');\n"
-    "FILE_NAME('t.ifc','',(''),(''),'','','');\nFILE_SCHEMA(('IFC4'));\nENDSEC;\nDATA;\n";
-const char *kClosing = "ENDSEC;\nEND-ISO-10303-21;\n";
+using kxtest::step_file;
 
 TEST_F(ReaderTest, EverySampleFileReadsTheSameInEveryMode) {
     KX_REQUIRE_SHARED("ifc");
@@ -125,7 +126,7 @@ TEST_F(ReaderTest, DataThatDoesNotFitIsReadAndReported) {
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.lines);
-        const Outcome outcome = read(write_file(std::string(kMinimalHeader) + c.lines + kClosing));
+        const Outcome outcome = read(write_file(step_file(c.lines)));
         EXPECT_EQ(outcome.read, c.read);
         if (outcome.read) {
             EXPECT_EQ(outcome.with_errors, c.with_errors);
@@ -134,18 +135,17 @@ TEST_F(ReaderTest, DataThatDoesNotFitIsReadAndReported) {
 }
 
 TEST_F(ReaderTest, HostileTextNeverCrashesOrLeaks) {
-    std::string nested = std::string(kMinimalHeader) + "#1=IFCCARTESIANPOINT(";
-    nested += std::string(200000, '(') + std::string(200000, ')') + ");\n" + kClosing;
-    read(write_file(nested));
-    read(write_file(std::string(kMinimalHeader) + "#4294967295=IFCCARTESIANPOINT((1.,2.));\n"
-                                                  "#4000000000=IFCPOLYLINE((#4294967295,#3999999999));\n" + kClosing));
-    read(write_file(std::string(kMinimalHeader) + "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLABEL(IFCLABEL(IFCLABEL('x'))),$);\n" +
-                    kClosing));
-    read(write_file(std::string(kMinimalHeader) + "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLENGTHMEASURE((1.,2.)),$);\n" + kClosing));
-    read(write_file(std::string(kMinimalHeader) + "#1=IFCWALL(" + std::string(100000, ',') + ");\n" + kClosing));
     std::string binary(4096, '\0');
     for (size_t i = 0; i < binary.size(); i++) binary[i] = static_cast<char>((i * 7919) % 251);
-    read(write_file(std::string(kMinimalHeader) + binary));
+    const std::string data[] = {
+        "#1=IFCCARTESIANPOINT(" + std::string(200000, '(') + std::string(200000, ')') + ");\n",
+        "#4294967295=IFCCARTESIANPOINT((1.,2.));\n#4000000000=IFCPOLYLINE((#4294967295,#3999999999));\n",
+        "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLABEL(IFCLABEL(IFCLABEL('x'))),$);\n",
+        "#1=IFCPROPERTYSINGLEVALUE('a',$,IFCLENGTHMEASURE((1.,2.)),$);\n",
+        "#1=IFCWALL(" + std::string(100000, ',') + ");\n",
+        binary,
+    };
+    for (const std::string &lines : data) read(write_file(step_file(lines)));
     read(write_file(""));
 }
 
@@ -201,61 +201,52 @@ std::vector<Scanned> scan(const std::string &text) {
     }
 }
 
-std::vector<kx::TokenKind> kinds(const std::string &text) {
-    std::vector<kx::TokenKind> result;
-    for (const Scanned &token : scan(text)) result.push_back(token.kind);
+// The tokens of a text as "KIND:text" separated by blanks; an unexpected
+// character ends them as END with its text.
+std::string scanned(const std::string &text) {
+    static const char *const kNames[] = {"ID",  "REF",  "BOOL",   "INT",    "REAL",   "STR",      "ENUM", "HEX",
+                                         "$",   "*",    "(",      ")",      ",",      "=",        ";",    "ISO",
+                                         "/ISO", "HEADER", "ENDSEC", "DATA", "FILE_DESCRIPTION", "FILE_NAME",
+                                         "FILE_SCHEMA", "NAME"};
+    std::string result;
+    for (const Scanned &token : scan(text)) {
+        result += token.kind == kx::TOKEN_END ? "END" : kNames[token.kind - kx::TOKEN_ENTITY_ID];
+        result += ":" + token.text + (token.kind == kx::TOKEN_END ? "" : " ");
+    }
     return result;
 }
 
-using kx::TokenKind;
-constexpr TokenKind END = kx::TOKEN_END;
-
-TEST(ScannerTest, EntityIdsAndReferences) {
-    EXPECT_EQ(kinds("#12 ="), (std::vector<TokenKind>{kx::TOKEN_ENTITY_ID, kx::TOKEN_EQUAL, END}));
-    EXPECT_EQ(kinds("#12\t="), (std::vector<TokenKind>{kx::TOKEN_ENTITY_ID, kx::TOKEN_EQUAL, END}));
-    // A line end between the number and "=" makes it a reference.
-    EXPECT_EQ(kinds("#12\n="), (std::vector<TokenKind>{kx::TOKEN_ENTITY_REFERENCE, kx::TOKEN_EQUAL, END}));
+TEST(ScannerTest, KindsPrioritiesAndTexts) {
+    const std::pair<std::string, std::string> cases[] = {
+        // "#12" is an id when "=" follows on its line, else a reference; a
+        // lone '#' is unexpected.
+        {"#12 =", "ID:#12 =:= END:"}, {"#12\t=", "ID:#12 =:= END:"}, {"#12\n=", "REF:#12 =:= END:"}, {"# 1", "END:#"},
+        // Strings keep '' and \S\' inside and may span lines; an open quote is unexpected.
+        {"'it''s' 'x'y'", "STR:it''s STR:x NAME:y END:'"}, {"'a\\S\\'b' $", "STR:a\\S\\'b $:$ END:"},
+        {"'line\nbreak'", "STR:line\nbreak END:"},
+        // Numbers take the longest match; an exponent needs digits.
+        {"00012 -", "INT:00012 INT:- END:"}, {"1.5.", "REAL:1.5 END:."}, {"1E", "INT:1 NAME:E END:"},
+        {"1. 12. .5 -.5 +1.5E-3 1.E5 1E5 3.e+2",
+         "REAL:1. REAL:12. REAL:.5 REAL:-.5 REAL:+1.5E-3 REAL:1.E5 REAL:1E5 REAL:3.e+2 END:"},
+        // Booleans are the three letters; other names between dots are enumerations.
+        {".t. .F. .U. .TRUE. .NOT_DEFINED2.", "BOOL:.t. BOOL:.F. BOOL:.U. ENUM:.TRUE. ENUM:.NOT_DEFINED2. END:"},
+        {".TRUE", "END:."}, {".A-B.", "END:."}, {"\"0F\" \"\"", "HEX:\"0F\" END:\""},
+        // Keywords only for the exact word, in any case.
+        {"endsec Data header FILE_NAME file_schema File_Description",
+         "ENDSEC:endsec DATA:Data HEADER:header FILE_NAME:FILE_NAME FILE_SCHEMA:file_schema "
+         "FILE_DESCRIPTION:File_Description END:"},
+        {"HEADERX DATAX FILE_NAMES ISO-10303-21; END-ISO-10303-21;",
+         "NAME:HEADERX NAME:DATAX NAME:FILE_NAMES ISO:ISO-10303-21; /ISO:END-ISO-10303-21; END:"},
+        {"ISO -10303-21;", "NAME:ISO INT:-10303 INT:-21 ;:; END:"},
+        // Bytes above 0x7F outside strings are unexpected.
+        {"\xC3\xA9", "END:\xC3"},
+    };
+    for (const auto &[text, tokens] : cases) EXPECT_EQ(scanned(text), tokens) << text;
     kx::Scanner scanner;
-    const std::string text = "#4294967295 #99999999999";
-    kx::scanner_init(&scanner, text.data(), text.size());
+    const std::string ids = "#4294967295 #99999999999";
+    kx::scanner_init(&scanner, ids.data(), ids.size());
     EXPECT_EQ(kx::scanner_next(&scanner).id, 4294967295u);
     EXPECT_EQ(kx::scanner_next(&scanner).id, 4294967295u);  // saturates, never wraps
-    // A lone '#' is an unexpected character, which ends the input.
-    EXPECT_EQ(scan("# 1").front().kind, END);
-    EXPECT_EQ(scan("# 1").front().text, "#");
-}
-
-TEST(ScannerTest, StringsAndQuotes) {
-    auto tokens = scan("'it''s' 'x'y'");
-    EXPECT_EQ(tokens[0].kind, kx::TOKEN_STRING);
-    EXPECT_EQ(tokens[0].text, "it''s");
-    EXPECT_EQ(tokens[1].kind, kx::TOKEN_STRING);
-    EXPECT_EQ(tokens[1].text, "x");
-    EXPECT_EQ(tokens[2].kind, kx::TOKEN_TYPE_NAME);
-    EXPECT_EQ(tokens[3].kind, END);  // the unterminated quote
-    EXPECT_EQ(tokens[3].text, "'");
-    // "\S\'" keeps its quote inside the string.
-    tokens = scan("'a\\S\\'b' $");
-    EXPECT_EQ(tokens[0].text, "a\\S\\'b");
-    EXPECT_EQ(tokens[1].kind, kx::TOKEN_NULL_VALUE);
-    EXPECT_EQ(kinds("'line\nbreak'"), (std::vector<TokenKind>{kx::TOKEN_STRING, END}));
-}
-
-TEST(ScannerTest, NumbersTakeTheLongestMatch) {
-    EXPECT_EQ(kinds("00012"), (std::vector<TokenKind>{kx::TOKEN_INT, END}));
-    EXPECT_EQ(kinds("-"), (std::vector<TokenKind>{kx::TOKEN_INT, END}));
-    auto tokens = scan("1.5.");
-    EXPECT_EQ(tokens[0].kind, kx::TOKEN_REAL);
-    EXPECT_EQ(tokens[0].text, "1.5");
-    EXPECT_EQ(tokens[1].kind, END);
-    EXPECT_EQ(tokens[1].text, ".");
-    for (const char *real : {"1.", "12.", ".5", "-.5", "+1.5E-3", "1.E5", "1E5", "3.e+2"}) {
-        tokens = scan(real);
-        EXPECT_EQ(tokens[0].kind, kx::TOKEN_REAL) << real;
-        EXPECT_EQ(tokens[0].text, real);
-    }
-    // An exponent without digits is not part of the number.
-    EXPECT_EQ(kinds("1E"), (std::vector<TokenKind>{kx::TOKEN_INT, kx::TOKEN_TYPE_NAME, END}));
 }
 
 TEST(ScannerTest, NumberValues) {
@@ -267,29 +258,6 @@ TEST(ScannerTest, NumberValues) {
                                    "0.1", "2.2250738585072014E-308", "123456789012345678901234.5", "1E400"}) {
         EXPECT_EQ(kx::scanner_real_value(real.data(), real.size()), std::strtod(real.c_str(), nullptr)) << real;
     }
-}
-
-TEST(ScannerTest, EnumerationsBooleansAndHex) {
-    EXPECT_EQ(kinds(".t. .F. .U."),
-              (std::vector<TokenKind>{kx::TOKEN_BOOLEAN, kx::TOKEN_BOOLEAN, kx::TOKEN_BOOLEAN, END}));
-    EXPECT_EQ(kinds(".ELEMENT. .TRUE. .UNKNOWN. .NOT_DEFINED2."),
-              (std::vector<TokenKind>{kx::TOKEN_ENUM, kx::TOKEN_ENUM, kx::TOKEN_ENUM, kx::TOKEN_ENUM, END}));
-    EXPECT_EQ(scan(".TRUE").front().kind, END);   // no closing dot
-    EXPECT_EQ(scan(".A-B.").front().kind, END);   // '-' is not allowed inside
-    EXPECT_EQ(kinds("\"0F\""), (std::vector<TokenKind>{kx::TOKEN_HEX, END}));
-    EXPECT_EQ(scan("\"\"").front().kind, END);
-}
-
-TEST(ScannerTest, KeywordsOnlyForTheExactWord) {
-    EXPECT_EQ(kinds("endsec Data header FILE_NAME file_schema File_Description"),
-              (std::vector<TokenKind>{kx::TOKEN_ENDSECTION, kx::TOKEN_DATA, kx::TOKEN_HEADER, kx::TOKEN_FILE_NAME,
-                                      kx::TOKEN_FILE_SCHEMA, kx::TOKEN_FILE_DESCRIPTION, END}));
-    EXPECT_EQ(kinds("HEADERX DATAX FILE_NAMES"),
-              (std::vector<TokenKind>{kx::TOKEN_TYPE_NAME, kx::TOKEN_TYPE_NAME, kx::TOKEN_TYPE_NAME, END}));
-    EXPECT_EQ(kinds("ISO-10303-21; END-ISO-10303-21;"),
-              (std::vector<TokenKind>{kx::TOKEN_BEGIN_ISO, kx::TOKEN_END_ISO, END}));
-    // A blank before the semicolon: a type name, then an unexpected '-'.
-    EXPECT_EQ(kinds("ISO -10303-21;").front(), kx::TOKEN_TYPE_NAME);
 }
 
 TEST(ScannerTest, LinesColumnsAndComments) {
@@ -312,11 +280,8 @@ TEST(ScannerTest, LinesColumnsAndComments) {
     kx::scanner_next(&scanner);
     EXPECT_EQ(kx::scanner_next(&scanner).kind, kx::TOKEN_DOTCOMA);
     token = kx::scanner_next(&scanner);  // an unclosed comment ends the input quietly
-    EXPECT_EQ(token.kind, END);
+    EXPECT_EQ(token.kind, kx::TOKEN_END);
     EXPECT_EQ(token.length, 0u);
-    // Bytes above 0x7F outside strings are unexpected.
-    EXPECT_EQ(scan("\xC3\xA9").front().kind, END);
-    EXPECT_EQ(scan("\xC3\xA9").front().text.size(), 1u);
 }
 
 // The moving window over a file: scanning through it, sliding only between
@@ -383,6 +348,246 @@ TEST(ReaderWindowTest, FileProblems) {
     EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory.path()).c_str()).problem(), "not a regular file");
     EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory.write("empty.ifc", "")).c_str()).problem(),
                  "the file is empty");
+}
+
+// Read reports: one small file per problem the reader reports, with the
+// code, place, id and attribute it must name, in every read mode; progress;
+// and reads on several threads, which must report and make what one thread
+// does.
+class ReadReportTest : public kxtest::LibraryTest {
+protected:
+    // An exchange file with the data lines from line 8 on.
+    std::string file(const std::string &data, const char *schema = "IFC4", const std::string &after = "") {
+        return directory_.write("case.ifc", kxtest::step_file(data, schema, after));
+    }
+    kxIfcModel *read(const std::string &path, uint32_t mode, kxReadReport *report,
+                     kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS) {
+        return kxIfcModel_read_with_report(kxtest::wide(path).c_str(), mode, text_mode, report, nullptr);
+    }
+    kxtest::TempDirectory directory_{"kxifc_report"};
+};
+
+// Two-pass reads on several threads.
+class ParallelReadTest : public ReadReportTest {
+protected:
+    // The export of a read on `threads` threads, its report and its object
+    // tables, as one text.
+    std::string read_and_write(const std::string &path, uint32_t threads, kxTextMode text_mode, uint32_t mode = 2) {
+        kxReadReport *report = kxReadReport_new(1000);  // keeps every problem: their order counts
+        kxReadReport_set_threads(report, threads);
+        kxBool errors = kxBFALSE;
+        kxIfcModel *model = kxIfcModel_read_with_report(kxtest::wide(path).c_str(), mode, text_mode, report, &errors);
+        std::string result = model == nullptr ? "no model\n" : errors ? "errors\n" : "clean\n";
+        std::ostringstream problems;
+        for (uint32_t i = 0; i < kxReadReport_count(report); i++)
+            problems << kxReadCode_name(kxReadReport_code(report, i)) << ' ' << kxReadReport_line(report, i) << ':'
+                     << kxReadReport_column(report, i) << " #" << kxReadReport_file_id(report, i) << ' '
+                     << kxReadReport_message(report, i) << '\n';
+        for (kxReadCode code = 1; code < KX_READ_CODE_COUNT; code++) problems << kxReadReport_total(report, code) << ' ';
+        result += problems.str();
+        kxReadReport_free(&report);
+        if (model == nullptr) return result;
+        // The object tables: instances of broad classes by creation.
+        for (const kxClass_t *klass : {kxIfcRoot_class(), kxIfcRepresentationItem_class(), kxIfcProperty_class()}) {
+            kxArrayST *instances = kxIfcModel_dontuse_get_objects_by_class(model, klass);
+            for (uint32_t i = 0; i < kxArrayST_dontuse_count(instances); i++)
+                result += std::to_string(kxBaseObject_dontuse_object_output_file_id(
+                              static_cast<kxBaseObject *>(kxArrayST_dontuse_get(instances, i)))) + ' ';
+            result += '\n';
+            kxArrayST_dontuse_free(&instances, nullptr);
+        }
+        EXPECT_EQ(kxIfcModel_export_with_status(model, u"written", kxtest::wide(directory_.path()).c_str()),
+                  KX_EXPORT_OK);
+        kxIfcModel_free(&model);
+        return result + "\n" + kxtest::read_file(directory_.file("written.ifc"));
+    }
+
+    // The same on 1, 2 and 3 threads; for a clean file, the same as a
+    // one-pass read too.
+    void expect_same_whatever_the_threads(const std::string &path, bool clean = false) {
+        for (kxTextMode text_mode : {KX_TEXT_MODE_SPEC, KX_TEXT_MODE_LOSSLESS}) {
+            SCOPED_TRACE(path + " text mode " + std::to_string(text_mode));
+            const std::string one_thread = read_and_write(path, 1, text_mode);
+            for (uint32_t threads : {2u, 3u})
+                EXPECT_EQ(kxtest::first_difference(read_and_write(path, threads, text_mode), one_thread), "");
+            if (clean) {
+                EXPECT_EQ(kxtest::first_difference(read_and_write(path, 1, text_mode, 1), one_thread), "");
+            }
+        }
+    }
+
+    kxtest::EnvGuard stamp_{"VELMTEST", "1"};  // empty time stamps: byte-identical exports
+};
+
+TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
+    const struct {
+        const char *data;
+        const char *schema;
+        const char *after;
+        kxReadCode code;
+        uint32_t line, column, file_id, attribute;
+        bool model_read;
+    } cases[] = {
+        {"#1= IFCCARTESIANPOINT((0.,0.),;\n", "IFC4", "", KX_READ_SYNTAX_ERROR, 8, 31, 0, 0, false},
+        {"#1= IFCNOSUCHTHING($);\n", "IFC4", "", KX_READ_UNKNOWN_ENTITY, 8, 5, 1, 0, true},
+        {"#1= IFCELECTRICALELEMENT($,$,$,$,$,$,$,$);\n", "IFC4", "", KX_READ_OTHER_RELEASE_ENTITY, 8, 5, 1, 0, true},
+        {"#1= IFCROOT('x',$,$,$);\n", "IFC4", "", KX_READ_ABSTRACT_ENTITY, 8, 5, 1, 0, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n#1= IFCDIRECTION((1.,0.));\n", "IFC4", "", KX_READ_DUPLICATE_ID, 9, 1, 1,
+         0, true},
+        {"#1= IFCPOLYLINE((#2,#5));\n#2= IFCCARTESIANPOINT((0.,0.));\n", "IFC4", "", KX_READ_UNDEFINED_REFERENCE, 8,
+         21, 1, 1, true},
+        {"#1= IFCCARTESIANPOINT('a');\n", "IFC4", "", KX_READ_WRONG_TYPE, 8, 23, 1, 1, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.),$);\n", "IFC4", "", KX_READ_WRONG_ATTRIBUTE_COUNT, 8, 1, 1, 0, true},
+        {"#1= IFCDIMENSIONALEXPONENTS(1,0,0,0,0,0,9999999999);\n", "IFC4", "", KX_READ_INTEGER_OUT_OF_RANGE, 8, 41,
+         1, 7, true},
+        {"#1= IFCCARTESIANPOINT((1.E400,0.));\n", "IFC4", "", KX_READ_REAL_OUT_OF_RANGE, 8, 24, 1, 1, true},
+        {"#1= IFCPERSON($,'a\\Q\\',$,$,$,$,$,$);\n", "IFC4", "", KX_READ_MALFORMED_ESCAPE, 8, 17, 1, 2, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n", "IFC4X3_ADD2", "", KX_READ_SCHEMA_MISMATCH, 0, 0, 0, 0, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n", "IFC4", "#2= IFCDIRECTION((1.,0.));\n", KX_READ_TEXT_AFTER_END, 11, 1,
+         0, 0, true},
+        {"#4294967296= IFCCARTESIANPOINT((0.,0.));\n", "IFC4", "", KX_READ_ID_OUT_OF_RANGE, 8, 1, 0, 0, true},
+        {"#1=(IFCA()IFCB());\n", "IFC4", "", KX_READ_UNSUPPORTED_INSTANCE, 8, 1, 1, 0, true},
+        {"#1= IFCPERSON($,'a\\X\\00b',$,$,$,$,$,$);\n", "IFC4", "", KX_READ_NUL_IN_STRING, 8, 17, 1, 2, true},
+        {"#1= IFCCARTESIANPOINT((0.,0.));\n", "NOT_IFC", "", KX_READ_UNREADABLE_FILE, 0, 0, 0, 0, false},
+    };
+    kxReadReport *report = kxReadReport_new(0);
+    for (const auto &c : cases) {
+        const std::string path = file(c.data, c.schema, c.after);
+        for (uint32_t mode : {1u, 2u}) {
+            for (kxTextMode text_mode : {KX_TEXT_MODE_SPEC, KX_TEXT_MODE_LOSSLESS}) {
+                SCOPED_TRACE(testing::Message() << c.data << " mode " << mode << "/" << text_mode);
+                kxReadReport_clear(report);
+                kxIfcModel *model = read(path, mode, report, text_mode);
+                EXPECT_EQ(model != nullptr, c.model_read);
+                if (model != nullptr) kxIfcModel_free(&model);
+                ASSERT_EQ(kxReadReport_count(report), 1u) << kxReadReport_message(report, 0);
+                EXPECT_STREQ(kxReadCode_name(kxReadReport_code(report, 0)), kxReadCode_name(c.code));
+                EXPECT_EQ(kxReadReport_line(report, 0), c.line);
+                EXPECT_EQ(kxReadReport_column(report, 0), c.column);
+                EXPECT_EQ(kxReadReport_file_id(report, 0), c.file_id);
+                EXPECT_EQ(kxReadReport_attribute_index(report, 0), c.attribute);
+                EXPECT_NE(*kxReadReport_message(report, 0), 0);
+            }
+        }
+    }
+    kxReadReport_free(&report);
+}
+
+// Devices and pipes, which a reader could wait on for ever, are refused.
+TEST_F(ReadReportTest, OnlyRegularFilesAreRead) {
+    const std::string fifo = directory_.file("pipe.ifc");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    kxReadReport *report = kxReadReport_new(0);
+    for (const std::string &path : {std::string("/dev/zero"), fifo, directory_.path()}) {
+        SCOPED_TRACE(path);
+        kxReadReport_clear(report);
+        EXPECT_EQ(read(path, 0, report), nullptr);
+        ASSERT_EQ(kxReadReport_count(report), 1u);
+        EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_UNREADABLE_FILE);
+        EXPECT_STREQ(kxReadReport_message(report, 0), "not a regular file");
+        EXPECT_EQ(kxIfcHeader_read_from_file(kxtest::wide(path).c_str()), nullptr);
+    }
+    kxReadReport_free(&report);
+}
+
+// A line too long to collect value by value is read directly, passing over
+// the value that does not fit.
+TEST_F(ReadReportTest, ABadValueInAVeryLongLineIsPassedOver) {
+    std::string points;
+    for (int i = 0; i < 400000; i++) points.append("#1,");  // 1.2 MB
+    const std::string path = file(std::string("#1= IFCCARTESIANPOINT((0.,0.));\n#2= IFCPOLYLINE((")
+                                      .append(points).append("'x'));\n#3= IFCPOLYLINE((#1,#1));\n"));
+    kxReadReport *report = kxReadReport_new(0);
+    kxIfcModel *model = read(path, 1, report);
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(kxIfcModel_count_objects(model), 3u);
+    ASSERT_EQ(kxReadReport_count(report), 1u);
+    EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_WRONG_TYPE);
+    EXPECT_EQ(kxReadReport_line(report, 0), 9u);
+    EXPECT_EQ(kxReadReport_column(report, 0), 17u);
+    EXPECT_EQ(kxReadReport_attribute_index(report, 0), 1u);
+    kxIfcModel_free(&model);
+    kxReadReport_free(&report);
+}
+
+// Progress reaches the caller in steps that never go back, ending with
+// done == total, in each pass of a read and in an export.
+struct Progress {
+    std::vector<size_t> runs{0};  // steps per run; a run ends with done == total
+    uint64_t last_done = 0, last_total = 0;
+    static void note(void *progress, uint64_t done, uint64_t total) {
+        Progress &self = *static_cast<Progress *>(progress);
+        EXPECT_LE(done, total);
+        EXPECT_TRUE(self.runs.back() == 0 || done >= self.last_done);
+        self.last_done = done;
+        self.last_total = total;
+        self.runs.back()++;
+        if (done == total) self.runs.push_back(0);
+    }
+};
+
+TEST_F(ReadReportTest, ProgressIsReportedUpToTheEnd) {
+    std::string data;
+    for (int i = 1; i <= 200000; i++)
+        data.append("#").append(std::to_string(i)).append("= IFCCARTESIANPOINT((1.25,2.5,3.75));\n");
+    const std::string path = file(data);
+    for (uint32_t mode : {1u, 2u}) {
+        Progress reading, exporting;
+        kxReadReport *report = kxReadReport_new(0);
+        kxReadReport_set_progress(report, Progress::note, &reading);
+        kxIfcModel *model = read(path, mode, report);
+        ASSERT_NE(model, nullptr);
+        EXPECT_EQ(reading.runs.size(), mode + 1);
+        for (size_t pass = 0; pass < mode; pass++) EXPECT_GE(reading.runs[pass], 2u);  // the file is over 8 MiB
+        kxIfcModel_set_export_progress(model, Progress::note, &exporting);
+        EXPECT_EQ(kxIfcModel_export_with_status(model, u"progress", kxtest::wide(directory_.path()).c_str()),
+                  KX_EXPORT_OK);
+        EXPECT_EQ(exporting.runs, (std::vector<size_t>{5, 0}));  // 0, 65536, 131072, 196608, end
+        EXPECT_EQ(exporting.last_total, 200000u);
+        kxIfcModel_free(&model);
+        kxReadReport_free(&report);
+    }
+}
+
+// A two-pass read on several threads: every sample file
+// and files with planted faults come out as the one-thread read makes them
+// (and sample files as the one-pass read makes them), the same model written
+// to the same bytes and the same report, in both text modes.
+TEST_F(ParallelReadTest, SampleFilesReadAsOnOneThread) {
+    KX_REQUIRE_SHARED("ifc");
+    for (const std::string &path : kxtest::sample_files()) expect_same_whatever_the_threads(path, true);
+}
+
+// Faults in every part: values of the wrong type, references to ids no
+// line defines, bad escapes, select values, unknown entities, repeated ids
+// and, in some files, a syntax error in the first or the last part, or a
+// string over many lines where the parts would start.
+TEST_F(ParallelReadTest, PlantedFaultsAreReportedAsOnOneThread) {
+    std::ostringstream data_text;
+    for (int i = 1; i <= 600; i++) {
+        data_text << '#' << i << "= ";
+        switch (i % 6) {
+        case 0: data_text << "IFCCARTESIANPOINT((1.5,'x',3.));\n"; break;
+        case 1: data_text << "IFCPOLYLOOP((#" << i - 1 << ",#99999));\n"; break;
+        case 2: data_text << "IFCPROPERTYSINGLEVALUE('a\\Q\\',$,IFCLABEL('v'),$);\n"; break;
+        case 3: data_text << "IFCNOSUCHTHING(1);\n"; break;
+        case 4: data_text << "IFCDIRECTION((1.,0.,0.));\n#" << i << "= IFCDIRECTION((0.,1.));\n"; break;
+        default: data_text << "IFCPROPERTYSINGLEVALUE('n',$,IFCINTEGER(9999999999),$);\n"; break;
+        }
+    }
+    const std::string data = data_text.str();
+    const size_t quarter = data.find('\n', data.size() / 4) + 1;
+    const size_t last = data.find('\n', data.size() * 7 / 8) + 1;
+    // A string whose lines look like instance lines, across every place a
+    // part of the first pass could be guessed to start.
+    std::string lines;
+    for (int i = 0; i < 400; i++) lines += "\n#" + std::to_string(i + 1) + "= IFCWALL();";
+    const std::string datas[] = {data, data.substr(0, quarter) + "#9000= IFCDIRECTION((1.,=));\n" + data.substr(quarter),
+                                 data.substr(0, last) + "#9000= IFCDIRECTION((1.,=));\n" + data.substr(last),
+                                 data.substr(0, quarter) + "#9000= IFCPROPERTYSINGLEVALUE('s',$,IFCTEXT('" + lines +
+                                     "'),$);\n" + data.substr(quarter)};
+    expect_same_whatever_the_threads(file(datas[0], "IFC4", "#1=IFCWALL();\n"));
+    for (const std::string &faults : {datas[1], datas[2], datas[3]}) expect_same_whatever_the_threads(file(faults));
 }
 
 }  // namespace

@@ -53,30 +53,22 @@ TEST_F(ParameterListTest, EveryKindComesBackInFileOrderAndBackStepsOntoTheLastTa
     ASSERT_EQ(kxParseParList_count(list), 10u);
 
     kxParserParam *p = next();
-    EXPECT_TRUE(kxParserParam_is_nested_begin(p));
-    EXPECT_EQ(p->line, 3u);
-    EXPECT_EQ(p->column, 10u);
+    EXPECT_TRUE(kxParserParam_is_nested_begin(p) && p->line == 3u && p->column == 10u);
     EXPECT_TRUE(kxParserParam_is_null_or_derived(next()));
     EXPECT_TRUE(kxParserParam_is_null_or_derived(next()));
     p = next();
-    ASSERT_TRUE(kxParserParam_is_integer(p));
+    EXPECT_TRUE(kxParserParam_is_integer(p));
     EXPECT_EQ(kxParserParam_get_integer(p), -42);
     p = next();
-    ASSERT_TRUE(kxParserParam_is_real(p));
-    EXPECT_FALSE(kxParserParam_is_integer(p));
+    EXPECT_TRUE(kxParserParam_is_real(p) && !kxParserParam_is_integer(p));
     EXPECT_EQ(kxParserParam_get_real(p), 2.5);
+    EXPECT_EQ(text_of(kxParserParam_get_literal(next())), u".NOTDEFINED.");
     p = next();
-    ASSERT_TRUE(kxParserParam_is_literal(p));
-    EXPECT_EQ(text_of(kxParserParam_get_literal(p)), u".NOTDEFINED.");
-    p = next();
-    ASSERT_TRUE(kxParserParam_is_reference(p));
     EXPECT_EQ(kxParserParam_get_instance(p), fake_instance(wall));
     EXPECT_EQ(p->value.reference.file_id, 17u);
+    EXPECT_EQ(text_of(kxParserParam_get_typed_name(next())), u"IFCLABEL");
     p = next();
-    ASSERT_TRUE(kxParserParam_is_typed_name(p));
-    EXPECT_EQ(text_of(kxParserParam_get_typed_name(p)), u"IFCLABEL");
-    p = next();
-    ASSERT_TRUE(kxParserParam_is_string(p));
+    EXPECT_TRUE(kxParserParam_is_string(p));
     EXPECT_EQ(text_of(kxParserParam_get_string(p)), u"Wall 'A'");
     EXPECT_TRUE(kxParseParList_has_more(list));
     p = next();
@@ -90,48 +82,31 @@ TEST_F(ParameterListTest, EveryKindComesBackInFileOrderAndBackStepsOntoTheLastTa
     kxParseParList_back(list, first);
     EXPECT_EQ(next(), first);
     EXPECT_EQ(kxParserParam_get_integer(next()), 2);
-}
 
-TEST_F(ParameterListTest, AskingPastTheEndFlagsTooFewParameters) {
-    kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
-    next();
-    kxParserParam *parameter = kxParseParList_get(list, 0);
-    EXPECT_FALSE(kxParseParList_next(list, &parameter));
-    EXPECT_EQ(parameter, nullptr);
-    EXPECT_TRUE(kxParseParList_has_errors(list));
-
-    // An empty list fails at once, and so does the nested-begin form.
-    kxParseParList_clear(list);
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-    parameter = nullptr;
-    EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxIfcLabel", u"Name", CIERTO, &parameter));
-    EXPECT_EQ(parameter, nullptr);
+    // Asking past the end flags too few parameters.
+    EXPECT_FALSE(kxParseParList_next(list, &p));
+    EXPECT_EQ(p, nullptr);
     EXPECT_TRUE(kxParseParList_has_errors(list));
 }
 
 TEST_F(ParameterListTest, MisuseIsReported) {
-    expect_reports();
     kxParseParList_append(list, kxParserParam_integer(1, 1, 1));
     kxParseParList_append(list, kxParserParam_real(1.0, 1, 3));
-
-    kxParseParList_back(list, nullptr);  // nothing taken yet
-    EXPECT_TRUE(asserts().saw("parameter_list->cursor > 0"));
-
-    kxParserParam *first = next();
-    kxParserParam *second = next();
-    kxParseParList_back(list, first);  // the cursor stands on the second
-    EXPECT_TRUE(asserts().saw("&parameter_list->parameters[parameter_list->cursor] == parameter"));
-
-    EXPECT_EQ(kxParserParam_get_real(first), 0.0);
-    EXPECT_TRUE(asserts().saw("parameter->kind == i_TYPE_REAL"));
-    EXPECT_EQ(kxParserParam_get_literal(second), nullptr);
-    EXPECT_TRUE(asserts().saw("parameter->kind == i_TYPE_LITERAL"));
-    EXPECT_EQ(kxParseParList_get(list, 2), nullptr);
-    EXPECT_TRUE(asserts().saw("index < parameter_list->count"));
-    EXPECT_FALSE(kxParserParam_is_integer(nullptr));
-    EXPECT_TRUE(asserts().saw("(parameter) != NULL"));
-    EXPECT_EQ(kxParseParList_count(nullptr), 0u);
-    EXPECT_TRUE(asserts().saw("(parameter_list) != NULL"));
+    kxParserParam *first = nullptr, *second = nullptr;
+    expect_each_reported({
+        {"parameter_list->cursor > 0", [&] { kxParseParList_back(list, nullptr); }},  // nothing taken yet
+        {"&parameter_list->parameters[parameter_list->cursor] == parameter",
+         [&] {
+             first = next();
+             second = next();
+             kxParseParList_back(list, first);  // the cursor stands on the second
+         }},
+        {"parameter->kind == i_TYPE_REAL", [&] { EXPECT_EQ(kxParserParam_get_real(first), 0.0); }},
+        {"parameter->kind == i_TYPE_LITERAL", [&] { EXPECT_EQ(kxParserParam_get_literal(second), nullptr); }},
+        {"index < parameter_list->count", [&] { EXPECT_EQ(kxParseParList_get(list, 2), nullptr); }},
+        {"(parameter) != NULL", [] { EXPECT_FALSE(kxParserParam_is_integer(nullptr)); }},
+        {"(parameter_list) != NULL", [] { EXPECT_EQ(kxParseParList_count(nullptr), 0u); }},
+    });
 }
 
 // ---- nested begins and error marks ----
@@ -165,6 +140,9 @@ TEST_F(ParameterListTest, NestedBeginOrWhyNot) {
     ASSERT_TRUE(parameter->has_error);
     EXPECT_EQ(text_of(parameter->expected_type), u"kxSetIfcLabel");
     EXPECT_EQ(text_of(parameter->message), u"Names");
+    // Past the end: no list.
+    EXPECT_FALSE(kxParseParList_next_nested_begin(list, u"kxSetIfcLabel", u"Names", CIERTO, &parameter));
+    EXPECT_EQ(parameter, nullptr);
 }
 
 TEST_F(ParameterListTest, MarkedTwiceKeepsTheFirstMarkAndAppendingAfterErrorsIsReported) {

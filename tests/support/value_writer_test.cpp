@@ -1,7 +1,9 @@
 // Instance lines as the value writers print them: separators, nested lists
 // and typed values, the 120-column wrapping, ids, and the base-type writers.
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <string>
 #include <utility>
 
@@ -9,6 +11,7 @@
 #include "core/coretypes_io.h"
 #include "support/writedata.h"
 #include "support/wstring.h"
+#include "record_helpers.h"
 #include "test_support.h"
 
 namespace {
@@ -122,116 +125,75 @@ TEST_F(ValueWriterTest, LinesTakeTheWritersCounterOrTheirIdAndNestedOnesAreRefer
 // ---- wrapping at 120 columns ----
 
 // A value of exactly `length` characters.
-std::u16string value_of(size_t length, char16_t fill = u'A') {
-    return std::u16string(length, fill);
-}
+std::u16string value_of(size_t length, char16_t fill = u'A') { return std::u16string(length, fill); }
 
-TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120AndLongValuesStandAlone) {
-    // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas
-    // reach 111; the tenth's comma makes 112, and 112 + 10 > 120.
+// A new line starts before the value that would pass column 120 (one ending
+// at 120 stays); a value longer than a line stands alone unless it comes
+// first; parentheses wrap like values, and a type name keeps its "(".
+TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
+    const std::string a10(10, 'A'), a100(100, 'A'), a106(106, 'A'), a200(200, 'A');
+    // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas reach 111.
     kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string ten = value_of(10);
-    for (int i = 0; i < 10; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
-    const std::string a10(10, 'A');
+    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, value_of(10).c_str());
+    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
+    kxIfcWriteData_write_text(writer_, value_of(10).c_str());
     std::string expected = "#1= IFCTHING(";
     for (int i = 0; i < 9; i++) expected += a10 + ",";
-    expected += "\n" + a10 + ");\n";
-    EXPECT_EQ(line(), expected);
+    EXPECT_EQ(line(), expected + "BBBBBBBB,\n" + a10 + ");\n");
 
-    // The column restarts after a wrap: 50,50 | 50,50 | 50,50.
     kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string fifty = value_of(50);
-    for (int i = 0; i < 6; i++) kxIfcWriteData_write_text(writer_, fifty.c_str());
-    const std::string a50(50, 'A');
-    EXPECT_EQ(line(), "#1= IFCTHING(" + a50 + "," + a50 + ",\n" + a50 + "," + a50 + ",\n" + a50 +
-                          "," + a50 + ");\n");
-
-    // The head counts: "#123456= IFCLONGERNAME(" is 23 columns, 23 + 2 + 100 > 120.
-    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(200).c_str());
     kxIfcWriteData_write_integer(writer_, 1);
-    kxIfcWriteData_write_text(writer_, value_of(100).c_str());
-    EXPECT_EQ(line(u"IfcLongerName", 123456),
-              "#123456= IFCLONGERNAME(1,\n" + std::string(100, 'A') + ");\n");
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_integer(writer_, 1);
-    const std::u16string long_value = value_of(200);
-    kxIfcWriteData_write_text(writer_, long_value.c_str());
+    kxIfcWriteData_write_text(writer_, value_of(200).c_str());
     kxIfcWriteData_write_integer(writer_, 2);
-    EXPECT_EQ(line(), "#1= IFCTHING(1,\n" + std::string(200, 'A') + ",\n2);\n");
+    EXPECT_EQ(line(), "#1= IFCTHING(" + a200 + ",\n1,\n" + a200 + ",\n2);\n");
 
-    // As the first parameter it stays on the head's line.
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_text(writer_, long_value.c_str());
-    EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(200, 'A') + ");\n");
-    // An opening parenthesis after a value wraps like a value.
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 13 + 106 = 119
     kxIfcWriteData_begin_parameters(writer_);                  // comma: 120, "(" passes
     kxIfcWriteData_write_integer(writer_, 1);
     kxIfcWriteData_end_list(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING(" + std::string(106, 'A') + ",\n(1));\n");
-
-    // A closing parenthesis at column 120 goes on the next line; the
-    // instance's own ");" is never counted.
+    EXPECT_EQ(line(), "#1= IFCTHING(" + a106 + ",\n(1));\n");
     kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_begin_parameters(writer_);                  // 14
-    kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 120
+    kxIfcWriteData_begin_parameters(writer_);
+    kxIfcWriteData_write_text(writer_, value_of(106).c_str());  // 120: the ")" goes on
     kxIfcWriteData_end_list(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING((" + std::string(106, 'A') + "\n));\n");
-}
-
-TEST_F(ValueWriterTest, ColumnExactly120StaysOnTheLineAndTypeNamesKeepTheirParenthesis) {
-    // 111 after nine values; a value of 8 after its comma ends at column 120
-    // exactly and stays; the next one (comma at 121) wraps.
-    kxIfcWriteData_begin_parameters(writer_);
-    const std::u16string ten = value_of(10);
-    for (int i = 0; i < 9; i++) kxIfcWriteData_write_text(writer_, ten.c_str());
-    kxIfcWriteData_write_text(writer_, value_of(8, u'B').c_str());
-    kxIfcWriteData_write_unset(writer_);
-    std::string expected = "#1= IFCTHING(";
-    for (int i = 0; i < 9; i++) expected += std::string(10, 'A') + ",";
-    expected += "BBBBBBBB,\n$);\n";
-    const std::string written = line();
-    EXPECT_EQ(written, expected);
-    EXPECT_EQ(written.find('\n'), 121u);  // 120 columns and the comma
-    // 13 + 100 + comma = 114: the name (8) and "(" stay on the line and pass
-    // 120; the value inside then starts a new line.
+    EXPECT_EQ(line(), "#1= IFCTHING((" + a106 + "\n));\n");
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_text(writer_, value_of(100).c_str());
     write_label(writer_, u"Wall");
-    const std::string label_line = line();
-    EXPECT_EQ(label_line, "#1= IFCTHING(" + std::string(100, 'A') + ",IFCLABEL(\n'Wall'));\n");
-    EXPECT_EQ(label_line.find("IFCLABEL\n"), std::string::npos);
+    EXPECT_EQ(line(), "#1= IFCTHING(" + a100 + ",IFCLABEL(\n'Wall'));\n");
 }
 
 // ---- misuse is reported ----
 
-TEST_F(ValueWriterTest, FreeingWithAGroupOpenIsReported) {
-    expect_reports();
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_integer(writer_, 1);
-    kxIfcWriteData_free(&writer_);
+// Closing without a group, NULL arguments, bad values for the base-type
+// writers and freeing with a group open are reported; what can be printed
+// still is.
+TEST_F(ValueWriterTest, MisuseIsReported) {
+    char bits[] = {'1', '0', 'x', '1'};
+    expect_each_reported({
+        {"num_stacked_buffers > 0", [&] { kxIfcWriteData_end_list(writer_); }},
+        {"num_stacked_buffers > 0", [&] {
+             kxIfcWriteData_write_integer(writer_, 4);
+             EXPECT_EQ(line(), "#1= IFCTHING(4);\n");  // printed, then nothing to go back to
+         }},
+        {"(value_text) != NULL", [&] {
+             kxIfcWriteData_begin_parameters(writer_);
+             kxIfcWriteData_write_text(writer_, nullptr);
+         }},
+        {"(value_text) != NULL", [&] { kxIfcWriteData_write_string(writer_, nullptr); }},
+        {"(write_data) != NULL", [] { kxIfcWriteData_write_integer(nullptr, 1); }},
+        {"value == kxBFALSE", [&] { kx::coretype_write_boolean(writer_, 5); }},
+        {"", [&] { kx::coretype_write_logical(writer_, 7); }},
+        {"value.contents[i] == '1'", [&] { kx::coretype_write_binary(writer_, kxBinary{bits, 4}); }},
+    });
+    EXPECT_EQ(line(), "#1= IFCTHING(.F.,.U.,\"0B\");\n");
+    expect_each_reported({{"num_stacked_buffers == 0", [&] {
+        kxIfcWriteData_begin_parameters(writer_);
+        kxIfcWriteData_free(&writer_);
+    }}});
     EXPECT_EQ(writer_, nullptr);
-    EXPECT_TRUE(asserts().saw("num_stacked_buffers == 0"));
-    EXPECT_EQ(asserts().reports().front().source, "kxifcwritedata (KXIFCMODEL.DLL)");
-}
-
-TEST_F(ValueWriterTest, ClosingWithoutAGroupAndNullArgumentsAreReported) {
-    expect_reports();
-    kxIfcWriteData_end_list(writer_);
-    EXPECT_TRUE(reported("num_stacked_buffers > 0"));
-    kxIfcWriteData_write_integer(writer_, 4);
-    EXPECT_EQ(line(), "#1= IFCTHING(4);\n");  // printed, then nothing to go back to
-    EXPECT_TRUE(asserts().saw("num_stacked_buffers > 0"));
-
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_text(writer_, nullptr);
-    kxIfcWriteData_write_string(writer_, nullptr);
-    EXPECT_TRUE(asserts().saw("(value_text) != NULL"));
-    kxIfcWriteData_write_integer(nullptr, 1);
-    EXPECT_TRUE(asserts().saw("(write_data) != NULL"));
-    kxIfcWriteData_write_unset(writer_);
-    EXPECT_EQ(line(), "#1= IFCTHING($);\n");
 }
 
 // ---- the base-type writers ----
@@ -252,24 +214,6 @@ TEST_F(ValueWriterTest, BaseTypeWriters) {
     kx::coretype_write_binary(writer_, kxBinary{bits, 3});
     kx::coretype_write_binary(writer_, kxBinary{nullptr, 0});  // nothing written
     EXPECT_EQ(line(), "#1= IFCTHING(.T.,.F.,.T.,.F.,.U.,.U.,-7,2.,'It''s',$,\"15\");\n");
-}
-
-TEST_F(ValueWriterTest, BaseTypeWritersReportBadValues) {
-    expect_reports();
-    kxIfcWriteData_begin_parameters(writer_);
-    kx::coretype_write_boolean(writer_, 5);
-    EXPECT_TRUE(asserts().saw("value == kxBFALSE"));
-    EXPECT_EQ(asserts().reports().back().source, "kxifccoretypes (KXIFCMODEL.DLL)");
-    asserts().clear();
-    kx::coretype_write_logical(writer_, 7);
-    ASSERT_EQ(asserts().reports().size(), 1u);
-    EXPECT_EQ(asserts().reports()[0].condition, "");
-    asserts().clear();
-    char bits[] = {'1', '0', 'x', '1'};
-    kx::coretype_write_binary(writer_, kxBinary{bits, 4});
-    EXPECT_TRUE(reported("value.contents[i] == '1'"));
-    EXPECT_EQ(line(), "#1= IFCTHING(.F.,.U.,\"0B\");\n");
-    EXPECT_TRUE(asserts().reports().empty());
 }
 
 // The STEP string escapes: what the writer produces and what the reader
@@ -326,6 +270,76 @@ TEST_F(StringCodecTest, EveryCodeUnitRoundTrips) {
     for (char16_t c : encoded) ASSERT_TRUE(c >= 0x20 && c <= 0x7E) << int(c);
     EXPECT_EQ(decode(encoded), all);
     for (const auto &pair : kEncoded) EXPECT_EQ(decode(encode(pair.first)), pair.first);
+}
+
+// An instance printed as its values come (its head given first) and one
+// whose values are collected until its head comes print alike: the same
+// separators, wrapping at 120 columns and value forms, in both text modes,
+// batched or not.
+
+// Writes a random instance body: values of every form, some long enough to
+// wrap, nested lists and typed values.
+void write_values(kxIfcWriteData *output, uint64_t seed, bool named_first) {
+    std::mt19937_64 random(seed);
+    static const char16_t *const kTypeNames[] = {u"IFCLABEL", u"IFCLENGTHMEASURE", u"IFCA"};
+    int depth = 0;
+    const int count = 5 + static_cast<int>(random() % 40);
+    for (int i = 0; i < count; i++) {
+        switch (random() % 10) {
+            case 0: kxIfcWriteData_write_reference(output, static_cast<uint32_t>(random() % 2000000000)); break;
+            case 1: kxIfcWriteData_write_integer(output, static_cast<int32_t>(random())); break;
+            case 2: kxIfcWriteData_write_real(output, std::ldexp(static_cast<double>(random() % 100000), -12 + static_cast<int>(random() % 40))); break;
+            case 3: kxIfcWriteData_write_string(output, std::u16string(random() % 90, u'x').append(u"'\\\u00e9").c_str()); break;
+            case 4: kxIfcWriteData_write_text(output, u".NOTDEFINED."); break;
+            case 5: (random() & 1) != 0 ? kxIfcWriteData_write_unset(output) : kxIfcWriteData_write_derived(output); break;
+            case 6:
+            case 7:
+                kxIfcWriteData_begin_parameters(output);
+                depth++;
+                break;
+            case 8: {
+                const char16_t *name = kTypeNames[random() % 3];
+                if (named_first)
+                    kxIfcWriteData_begin_named_value(output, name);
+                else
+                    kxIfcWriteData_begin_typed_value(output);
+                kxIfcWriteData_write_real(output, static_cast<double>(random() % 1000) / 7.0);
+                kxIfcWriteData_end_typed_value(output, name);
+                break;
+            }
+            default:
+                if (depth > 0) {
+                    kxIfcWriteData_end_list(output);
+                    depth--;
+                }
+                break;
+        }
+    }
+    for (; depth > 0; depth--) kxIfcWriteData_end_list(output);
+}
+
+TEST(InstancePrintingTest, PrintedAsTheyComeOrCollectedAlike) {
+    int wrapped = 0;
+    for (bool lossless : {false, true}) {
+        for (uint64_t seed = 1; seed <= 300; seed++) {
+            const std::string collected = kxtest::written_text([&](kxIfcWriteData *output) {
+                kxIfcWriteData_set_lossless(output, lossless);
+                kxIfcWriteData_begin_parameters(output);
+                write_values(output, seed, false);
+                kxIfcWriteData_write_entity_line(output, u"IfcSomething", static_cast<uint32_t>(seed * 7919), nullptr);
+            });
+            const std::string printed = kxtest::written_text([&](kxIfcWriteData *output) {
+                kxIfcWriteData_set_lossless(output, lossless);
+                kxIfcWriteData_set_batched(output, (seed & 1) != 0);
+                kxIfcWriteData_begin_instance(output, u"IfcSomething", static_cast<uint32_t>(seed * 7919));
+                write_values(output, seed, true);
+                kxIfcWriteData_end_instance(output);
+            });
+            ASSERT_EQ(printed, collected) << "seed " << seed << (lossless ? ", lossless" : "");
+            if (printed.find('\n') + 1 < printed.size()) wrapped++;
+        }
+    }
+    EXPECT_GT(wrapped, 100);  // the wrapping was exercised
 }
 
 }  // namespace
