@@ -22,7 +22,10 @@ namespace {
 
 constexpr uintptr_t kSegmentSize = 256 * 1024;  // also the slabs' alignment
 constexpr uint32_t kFirstSlabSegments = 1;
-constexpr uint32_t kLargestSlabSegments = 64;  // 16 MiB
+// Slabs stay small enough that the unused end of a pool's last one (a read
+// on several threads fills a pool for each part) costs little memory.
+constexpr uint32_t kLargestSlabSegments = 16;  // 4 MiB
+constexpr size_t kHugePage = 2 * 1024 * 1024;
 constexpr uint32_t kGranule = 8;
 constexpr uint32_t kSizeClasses = kPoolLargestBlock / kGranule + 1;
 // A freed block keeps its first word (a record's dead mask) and links the
@@ -92,7 +95,9 @@ void start_segment(Pool *pool, char *segment) {
 void add_slab(Pool *pool) {
     const uint32_t segments = pool->next_slab_segments;
     const size_t bytes = segments * kSegmentSize;
-    Segment *slab = static_cast<Segment *>(mem_aligned_alloc(kSegmentSize, bytes));  // zeroed
+    // Slabs of a huge page or more start on one, so that every page of them can be huge.
+    const size_t alignment = bytes >= kHugePage ? kHugePage : kSegmentSize;
+    Segment *slab = static_cast<Segment *>(mem_aligned_alloc(alignment, bytes));  // zeroed
     KX_POISON(slab, bytes);
     for (uint32_t i = 0; i < segments; i++) KX_UNPOISON(reinterpret_cast<char *>(slab) + i * kSegmentSize, kSegmentHead);
     slab->next_slab = pool->slabs;
