@@ -133,7 +133,6 @@ void *aligned_headed(void *place, size_t alignment, size_t size) {
     return block;
 }
 
-
 // A model of a few hundred MB written once through 4 KiB pages spends more
 // time on missing address translations than on anything else it does:
 // mappings ask for huge pages where the system gives them on request.
