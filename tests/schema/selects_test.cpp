@@ -71,8 +71,6 @@ protected:
     kxParseParList *list_ = nullptr;
 };
 
-// ---- member codes ----
-
 // ---- reading ----
 
 TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {

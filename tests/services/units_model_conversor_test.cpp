@@ -227,8 +227,6 @@ TEST_F(UnitsModelConversorTest, ModelWithoutUnitsIsLeftUnchanged) {
     }
 }
 
-// ---- scales of SI units ----
-
 // ---- handlers ----
 
 TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirName) {
@@ -300,7 +298,7 @@ TEST_F(UnitsModelConversorTest, UnitsThatDefineThemselvesStopAtTheRecursionLimit
     EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 5.0);
 }
 
-TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsWithExponents) {
+TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsAndTruncateIntegers) {
     for (kxIfcVersion_t release : kReleases) {
         fresh(release);
         // g/cm3: 1 g/cm3 = 1000 kg/m3.
@@ -309,31 +307,21 @@ TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsWithExponents) {
         // mm/s.
         kxBaseObject *velocity = derived("LINEARVELOCITYUNIT", {{si_unit("LENGTHUNIT", "MILLI", "METRE"), 1},
                                                                  {si_unit("TIMEUNIT", nullptr, "SECOND"), -1}});
-        assign({density, velocity});
+        // A count per tenth of a second: 29 of them are 2.9 per second, and
+        // integer measures are truncated toward zero.
+        kxBaseObject *rate = derived("INTEGERCOUNTRATEUNIT", {{si_unit("FREQUENCYUNIT", "DECI", "HERTZ"), 1}});
+        assign({density, velocity, rate});
         kxBaseObject *mass_density = value(kxIfcValue_set_kxIfcMassDensityMeasure, 2.5);
         kxBaseObject *speed = value(kxIfcValue_set_kxIfcLinearVelocityMeasure, 1500.0);
+        kxBaseObject *positive = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, 29);
+        kxBaseObject *negative = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, -29);
+        kxBaseObject *whole = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, 30);
+        single_value(positive);
         kxUnitsModelConversor_append_derived_unit_handler(conversor(), derived_type("LINEARVELOCITYUNIT"), nullptr,
                                                           &times_ten);
         convert_by_default();
         EXPECT_NEAR(kxIfcValue_get_kxIfcMassDensityMeasure(mass_density), 2500.0, 1e-9);
         EXPECT_NEAR(kxIfcValue_get_kxIfcLinearVelocityMeasure(speed), 15.0, 1e-12) << "1.5 m/s, then the handler";
-    }
-}
-
-// ---- integer measures ----
-
-TEST_F(UnitsModelConversorTest, IntegerMeasuresAreTruncatedTowardZero) {
-    for (kxIfcVersion_t release : kReleases) {
-        fresh(release);
-        // A count per tenth of a second: 29 of them are 2.9 per second.
-        kxBaseObject *rate =
-            derived("INTEGERCOUNTRATEUNIT", {{si_unit("FREQUENCYUNIT", "DECI", "HERTZ"), 1}});
-        assign({rate});
-        kxBaseObject *positive = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, 29);
-        kxBaseObject *negative = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, -29);
-        kxBaseObject *whole = value(kxIfcValue_set_kxIfcIntegerCountRateMeasure, 30);
-        single_value(positive);
-        convert_by_default();
         EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(positive), 2) << "2.9 becomes 2, not 3";
         EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(negative), -2);
         EXPECT_EQ(kxIfcValue_get_kxIfcIntegerCountRateMeasure(whole), 3);

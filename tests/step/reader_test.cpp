@@ -6,6 +6,7 @@
 #include <cctype>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -250,10 +251,9 @@ TEST(ScannerTest, KindsPrioritiesAndTexts) {
 }
 
 TEST(ScannerTest, NumberValues) {
-    EXPECT_EQ(kx::scanner_integer_value("-", 1), 0);
-    EXPECT_EQ(kx::scanner_integer_value("-42", 3), -42);
-    EXPECT_EQ(kx::scanner_integer_value("99999999999", 11), 2147483647);
-    EXPECT_EQ(kx::scanner_integer_value("-99999999999", 12), -2147483647 - 1);
+    const std::pair<std::string, int32_t> integers[] = {
+        {"-", 0}, {"-42", -42}, {"99999999999", 2147483647}, {"-99999999999", -2147483647 - 1}};
+    for (const auto &[text, value] : integers) EXPECT_EQ(kx::scanner_integer_value(text.data(), text.size()), value);
     for (const std::string real : {"0.", "1.5", "-0.000123", "1.E-05", "1234567.125", "6.02214076E23",
                                    "0.1", "2.2250738585072014E-308", "123456789012345678901234.5", "1E400"}) {
         EXPECT_EQ(kx::scanner_real_value(real.data(), real.size()), std::strtod(real.c_str(), nullptr)) << real;
@@ -261,25 +261,19 @@ TEST(ScannerTest, NumberValues) {
 }
 
 TEST(ScannerTest, LinesColumnsAndComments) {
+    // CR LF counts once and a lone CR is a line end.
     const std::string text = "/* a\ncomment */ #1=\r\n  IFCX(\r$);/* open";
+    const std::tuple<kx::TokenKind, uint32_t, uint32_t> expected[] = {
+        {kx::TOKEN_ENTITY_ID, 2, 12}, {kx::TOKEN_EQUAL, 2, 14},     {kx::TOKEN_TYPE_NAME, 3, 3},
+        {kx::TOKEN_BEGIN_PAR, 3, 7},  {kx::TOKEN_NULL_VALUE, 4, 1}, {kx::TOKEN_END_PAR, 4, 2},
+        {kx::TOKEN_DOTCOMA, 4, 3}};
     kx::Scanner scanner;
     kx::scanner_init(&scanner, text.data(), text.size());
-    kx::Token token = kx::scanner_next(&scanner);
-    EXPECT_EQ(token.kind, kx::TOKEN_ENTITY_ID);
-    EXPECT_EQ(token.line, 2u);
-    EXPECT_EQ(token.column, 12u);
-    kx::scanner_next(&scanner);  // "="
-    token = kx::scanner_next(&scanner);
-    EXPECT_EQ(token.kind, kx::TOKEN_TYPE_NAME);
-    EXPECT_EQ(token.line, 3u);  // CR LF counts once
-    EXPECT_EQ(token.column, 3u);
-    kx::scanner_next(&scanner);  // "("
-    token = kx::scanner_next(&scanner);
-    EXPECT_EQ(token.kind, kx::TOKEN_NULL_VALUE);
-    EXPECT_EQ(token.line, 4u);  // a lone CR is a line end
-    kx::scanner_next(&scanner);
-    EXPECT_EQ(kx::scanner_next(&scanner).kind, kx::TOKEN_DOTCOMA);
-    token = kx::scanner_next(&scanner);  // an unclosed comment ends the input quietly
+    for (const auto &[kind, line, column] : expected) {
+        const kx::Token token = kx::scanner_next(&scanner);
+        EXPECT_EQ(std::tuple(token.kind, token.line, token.column), std::tuple(kind, line, column));
+    }
+    const kx::Token token = kx::scanner_next(&scanner);  // an unclosed comment ends the input quietly
     EXPECT_EQ(token.kind, kx::TOKEN_END);
     EXPECT_EQ(token.length, 0u);
 }

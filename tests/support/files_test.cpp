@@ -18,18 +18,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A WideString path that frees itself.
-class WidePath {
-public:
-    explicit WidePath(const std::string &path) : text_(kx::wstr_from_utf8(path.c_str())) {}
-    ~WidePath() { kx::wstr_destroy_optional(&text_); }
-    WidePath(const WidePath &) = delete;
-    WidePath &operator=(const WidePath &) = delete;
-    operator const char16_t *() const { return text_; }
-
-private:
-    kx::WideString text_;
-};
+// A path as UTF-16, decoded from UTF-8.
+std::u16string wide_path(const std::string &path) {
+    kx::WideString text = kx::wstr_from_utf8(path.c_str());
+    std::u16string copy(text);
+    kx::wstr_destroy(&text);
+    return copy;
+}
 
 using kxtest::read_file;
 using kxtest::utf8;
@@ -46,13 +41,13 @@ protected:
 
 TEST_F(FilesTest, OpenLengthRenameDelete) {
     // A non-ASCII name goes to the system as UTF-8.
-    WidePath name(directory_.file("pl\xC3\xA1nta.ifc"));
-    WidePath other(directory_.file("renamed.ifc"));
-    EXPECT_FALSE(kx::file_exists(name));
-    EXPECT_EQ(kx::file_length(name), 0u);
-    EXPECT_EQ(kx::file_open(name, "rb"), nullptr);
+    const std::u16string name = wide_path(directory_.file("pl\xC3\xA1nta.ifc"));
+    const std::u16string other = wide_path(directory_.file("renamed.ifc"));
+    EXPECT_FALSE(kx::file_exists(name.c_str()));
+    EXPECT_EQ(kx::file_length(name.c_str()), 0u);
+    EXPECT_EQ(kx::file_open(name.c_str(), "rb"), nullptr);
 
-    FILE *file = kx::file_open(name, "w");
+    FILE *file = kx::file_open(name.c_str(), "w");
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(kx::file_printf(file, "#%d=IFCWALL(%s);\n", 12, "$"), 16);
     EXPECT_EQ(kx::file_printf_wide(file, u"%s %hs %lu %.2f\n", u"ENDSEC", "x", 4294967295u, 1.5),
@@ -62,25 +57,25 @@ TEST_F(FilesTest, OpenLengthRenameDelete) {
     EXPECT_TRUE(fs::exists(fs::u8path(directory_.file("pl\xC3\xA1nta.ifc"))));
     EXPECT_EQ(read_file(directory_.file("pl\xC3\xA1nta.ifc")), "#12=IFCWALL($);\nENDSEC x 4294967295 1.50\n");
 
-    EXPECT_TRUE(kx::file_exists(name));
-    EXPECT_EQ(kx::file_length(name), 41u);
-    EXPECT_TRUE(kx::file_rename(name, other));
-    EXPECT_FALSE(kx::file_exists(name));
-    EXPECT_FALSE(kx::file_rename(name, other));
-    EXPECT_TRUE(kx::file_exists(other));
+    EXPECT_TRUE(kx::file_exists(name.c_str()));
+    EXPECT_EQ(kx::file_length(name.c_str()), 41u);
+    EXPECT_TRUE(kx::file_rename(name.c_str(), other.c_str()));
+    EXPECT_FALSE(kx::file_exists(name.c_str()));
+    EXPECT_FALSE(kx::file_rename(name.c_str(), other.c_str()));
+    EXPECT_TRUE(kx::file_exists(other.c_str()));
 
-    kx::file_delete_if_exists(name);  // absent: quiet
-    kx::file_delete_if_exists(other);
-    EXPECT_FALSE(kx::file_exists(other));
+    kx::file_delete_if_exists(name.c_str());  // absent: quiet
+    kx::file_delete_if_exists(other.c_str());
+    EXPECT_FALSE(kx::file_exists(other.c_str()));
 
-    WidePath directory(directory_.path());
-    EXPECT_FALSE(kx::file_exists(directory));  // a directory is not a file
+    const std::u16string directory = wide_path(directory_.path());
+    EXPECT_FALSE(kx::file_exists(directory.c_str()));  // a directory is not a file
 
-    FILE *again = kx::file_open(other, "wb");
+    FILE *again = kx::file_open(other.c_str(), "wb");
     kx::file_close(&again);
-    EXPECT_TRUE(kx::file_delete_checked(other));
+    EXPECT_TRUE(kx::file_delete_checked(other.c_str()));
     expect_reports();
-    EXPECT_FALSE(kx::file_delete_checked(other));
+    EXPECT_FALSE(kx::file_delete_checked(other.c_str()));
     EXPECT_TRUE(asserts().saw("deleted"));
 }
 
@@ -91,9 +86,8 @@ TEST_F(FilesTest, JoinAndSplitPaths) {
         kx::wstr_destroy(&joined);
         return result;
     };
-    EXPECT_EQ(join(u"/tmp/models", u"a.ifc"), "/tmp/models/a.ifc");
-    EXPECT_EQ(join(u"/tmp/models/", u"a.ifc"), "/tmp/models/a.ifc");
-    EXPECT_EQ(join(u"/tmp/models/", u"/a.ifc"), "/tmp/models/a.ifc");
+    for (const char16_t *dir : {u"/tmp/models", u"/tmp/models/"})
+        for (const char16_t *name : {u"a.ifc", u"/a.ifc"}) EXPECT_EQ(join(dir, name), "/tmp/models/a.ifc");
     EXPECT_EQ(join(u"/", u"a.ifc"), "/a.ifc");
     EXPECT_EQ(join(u"", u"a.ifc"), "a.ifc");
 
@@ -159,15 +153,14 @@ void *pair_read(kx::SaveStream *stream) {
 }
 
 TEST_F(FilesTest, SaveStreamRoundTrip) {
-    WidePath name(directory_.file("table.bin"));
-    kx::SaveStream *out = kx::savestream_register_binary_file(name, "wb");
+    const std::u16string name = wide_path(directory_.file("table.bin"));
+    kx::SaveStream *out = kx::savestream_register_binary_file(name.c_str(), "wb");
     ASSERT_NE(out, nullptr);
     kx::savestream_write_byte(out, 0);
     kx::savestream_write_byte(out, 255);
-    kx::savestream_write_string(out, u"2O2Fr$t4X7Zf8NOew3FLOH");
-    kx::savestream_write_string(out, u"");
-    kx::savestream_write_string(out, nullptr);
-    kx::savestream_write_string(out, u"caf\u00e9 \U0001F3E0");  // a surrogate pair
+    // The last one holds a surrogate pair.
+    const char16_t *const texts[] = {u"2O2Fr$t4X7Zf8NOew3FLOH", u"", nullptr, u"caf\u00e9 \U0001F3E0"};
+    for (const char16_t *text : texts) kx::savestream_write_string(out, text);
     kx::OrderedPtrMap *map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
     for (uint32_t key : {30u, 10u, 20u, 10u}) kx::orderedmap_insert(map, pair_new(key, u"g"));
     kx::savestream_write_ordered_map(out, map, pair_write);
@@ -176,20 +169,15 @@ TEST_F(FilesTest, SaveStreamRoundTrip) {
     EXPECT_TRUE(kx::savestream_free(&out));
     EXPECT_EQ(out, nullptr);
 
-    kx::SaveStream *in = kx::savestream_register_binary_file(name, "rb");
+    kx::SaveStream *in = kx::savestream_register_binary_file(name.c_str(), "rb");
     ASSERT_NE(in, nullptr);
     EXPECT_EQ(kx::savestream_read_byte(in), 0);
     EXPECT_EQ(kx::savestream_read_byte(in), 255);
-    kx::WideString text = kx::savestream_read_string(in);
-    EXPECT_TRUE(kx::wstr_equal(text, u"2O2Fr$t4X7Zf8NOew3FLOH"));
-    kx::wstr_destroy(&text);
-    text = kx::savestream_read_string(in);
-    EXPECT_TRUE(kx::wstr_equal(text, u""));
-    kx::wstr_destroy(&text);
-    EXPECT_EQ(kx::savestream_read_string(in), nullptr);
-    text = kx::savestream_read_string(in);
-    EXPECT_TRUE(kx::wstr_equal(text, u"caf\u00e9 \U0001F3E0"));
-    kx::wstr_destroy(&text);
+    for (const char16_t *expected : texts) {
+        kx::WideString text = kx::savestream_read_string(in);
+        EXPECT_EQ(kxtest::text_of(text), kxtest::text_of(expected));
+        kx::wstr_destroy_optional(&text);
+    }
     kx::OrderedPtrMap *back =
         kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
     ASSERT_EQ(kx::orderedmap_count(back), 4u);
@@ -204,13 +192,13 @@ TEST_F(FilesTest, SaveStreamRoundTrip) {
     kx::orderedmap_destroy(&map);
     kx::orderedmap_destroy(&back);
 
-    WidePath missing(directory_.file("no/such/dir/table.bin"));
-    EXPECT_EQ(kx::savestream_register_binary_file(missing, "wb"), nullptr);
+    const std::u16string missing = wide_path(directory_.file("no/such/dir/table.bin"));
+    EXPECT_EQ(kx::savestream_register_binary_file(missing.c_str(), "wb"), nullptr);
 }
 
 TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
-    WidePath name(directory_.file("table.bin"));
-    kx::SaveStream *out = kx::savestream_register_binary_file(name, "wb");
+    const std::u16string name = wide_path(directory_.file("table.bin"));
+    kx::SaveStream *out = kx::savestream_register_binary_file(name.c_str(), "wb");
     kx::OrderedPtrMap *map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
     for (uint32_t key = 0; key < 50; key++) kx::orderedmap_insert(map, pair_new(key, u"name"));
     kx::savestream_write_ordered_map(out, map, pair_write);
@@ -220,8 +208,8 @@ TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
 
     // Every truncation of the file reads back as an error and an empty map.
     for (size_t length = 0; length < whole.size(); length += 7) {
-        WidePath cut(directory_.write("cut.bin", whole.substr(0, length)));
-        kx::SaveStream *in = kx::savestream_register_binary_file(cut, "rb");
+        const std::u16string cut = wide_path(directory_.write("cut.bin", whole.substr(0, length)));
+        kx::SaveStream *in = kx::savestream_register_binary_file(cut.c_str(), "rb");
         kx::OrderedPtrMap *back =
             kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
         EXPECT_EQ(kx::orderedmap_count(back), 0u) << "length " << length;
@@ -231,14 +219,15 @@ TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
     }
 
     // Huge counts must not allocate or loop for them.
-    WidePath bad(directory_.write("bad.bin", std::string("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12)));
-    kx::SaveStream *in = kx::savestream_register_binary_file(bad, "rb");
+    const std::u16string bad =
+        wide_path(directory_.write("bad.bin", std::string("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12)));
+    kx::SaveStream *in = kx::savestream_register_binary_file(bad.c_str(), "rb");
     kx::OrderedPtrMap *back =
         kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
     EXPECT_EQ(kx::orderedmap_count(back), 0u);
     kx::orderedmap_destroy(&back);
     kx::savestream_free(&in);
-    in = kx::savestream_register_binary_file(bad, "rb");
+    in = kx::savestream_register_binary_file(bad.c_str(), "rb");
     kx::savestream_read_ulong(in);
     kx::savestream_read_ulong(in);
     EXPECT_EQ(kx::savestream_read_string(in), nullptr);  // length 0xFFFFFFFE
@@ -247,7 +236,7 @@ TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
 
     // Reading a stream opened for writing is a misuse.
     expect_reports();
-    out = kx::savestream_register_binary_file(name, "wb");
+    out = kx::savestream_register_binary_file(name.c_str(), "wb");
     EXPECT_EQ(kx::savestream_read_byte(out), 0);
     EXPECT_TRUE(asserts().saw("!stream->writing"));
     kx::savestream_free(&out);
@@ -273,18 +262,12 @@ const char *const HEADER_TEXT =
     "ENDSEC;\n"
     "END-ISO-10303-21;\n";
 
-using kxtest::utf8;
-
 class StepLexerTest : public kxtest::LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
         ASSERT_TRUE(directory_.made());
-        wide_path_ = kx::wstr_from_utf8(directory_.file(kFileName).c_str());
-    }
-    void TearDown() override {
-        kx::wstr_destroy(&wide_path_);
-        LibraryTest::TearDown();
+        path_ = wide_path(directory_.file(kFileName));
     }
 
     void write_file(const std::string &content) { directory_.write(kFileName, content); }
@@ -295,7 +278,7 @@ protected:
         const char16_t *names[] = {u"ISO-10303-21", u"HEADER", u"FILE_DESCRIPTION", u"FILE_NAME",
                                    u"FILE_SCHEMA",  u"ENDSEC", u"DATA",             u"END-ISO-10303-21"};
         for (uint32_t i = 0; i < 8; i++) kx::steplexer_words_add(words, names[i], i + 1);
-        kx::StepLexer *lexer = kx::steplexer_create(wide_path_, &words);
+        kx::StepLexer *lexer = kx::steplexer_create(path_.c_str(), &words);
         EXPECT_EQ(words, nullptr);
         if (lexer == nullptr) return nullptr;
         if (buffer_length != 0) kx::steplexer_set_buffer_length(lexer, buffer_length);
@@ -323,7 +306,7 @@ protected:
 
     static constexpr const char *kFileName = "lexer.ifc";
     kxtest::TempDirectory directory_{"kx_lexer"};
-    kx::WideString wide_path_ = nullptr;
+    std::u16string path_;
 };
 
 TEST_F(StepLexerTest, SmallBuffersGiveTheSameTokens) {
@@ -392,7 +375,7 @@ TEST_F(StepLexerTest, BinaryGarbageEnds) {
 TEST_F(StepLexerTest, MissingFileReleasesTheTable) {
     kx::ReservedWords *words = kx::steplexer_words_create();
     kx::steplexer_words_add(words, u"HEADER", 2);
-    EXPECT_EQ(kx::steplexer_create(wide_path_, &words), nullptr);
+    EXPECT_EQ(kx::steplexer_create(path_.c_str(), &words), nullptr);
     EXPECT_EQ(words, nullptr);  // taken over and released
 }
 

@@ -46,11 +46,10 @@ TEST_F(NumbersTest, RoundingHalvesAwayFromZero) {
 }
 
 TEST_F(NumbersTest, HexTextAndPointers) {
-    EXPECT_EQ(kx::number_hex_to_ulong(u"0"), 0u);
-    EXPECT_EQ(kx::number_hex_to_ulong(u""), 0u);
-    EXPECT_EQ(kx::number_hex_to_ulong(u"DeadBeef"), 0xDEADBEEFu);
-    EXPECT_EQ(kx::number_hex_to_ulong(u"ffffffff"), 4294967295u);
-    EXPECT_EQ(kx::number_hex_to_ulong(u"123456789"), 0x23456789u);  // the top shifts out
+    // In the last the top digit shifts out.
+    const std::pair<const char16_t *, uint32_t> hex[] = {
+        {u"0", 0u}, {u"", 0u}, {u"DeadBeef", 0xDEADBEEFu}, {u"ffffffff", 4294967295u}, {u"123456789", 0x23456789u}};
+    for (const auto &[text, value] : hex) EXPECT_EQ(kx::number_hex_to_ulong(text), value);
     expect_reports();
     EXPECT_EQ(kx::number_hex_to_ulong(u"1Fg7"), 0x1Fu);
     EXPECT_TRUE(asserts().saw("is_hex_digit"));
@@ -211,14 +210,12 @@ TEST_F(WideStringTest, CaseBlanksAndSearch) {
     kx::wstr_to_upper(text);
     EXPECT_EQ(take(text), u"IFC_WALL-\u00e9Z");
 
-    EXPECT_TRUE(kx::wstr_is_blank(u""));
-    EXPECT_TRUE(kx::wstr_is_blank(u" \t\r\n "));
+    for (const char16_t *blank : {u"", u" \t\r\n "}) EXPECT_TRUE(kx::wstr_is_blank(blank));
     EXPECT_FALSE(kx::wstr_is_blank(u"  x "));
 
     EXPECT_TRUE(kx::wstr_find_word(u"IFC2X3_TC1", u"2X3"));
     EXPECT_TRUE(kx::wstr_find_word(u"IFC4", u"IFC4"));
-    EXPECT_FALSE(kx::wstr_find_word(u"IFC4", u"IFC4X"));
-    EXPECT_FALSE(kx::wstr_find_word(u"IFC4", u"ifc"));
+    for (const char16_t *word : {u"IFC4X", u"ifc"}) EXPECT_FALSE(kx::wstr_find_word(u"IFC4", word));
 }
 
 TEST_F(WideStringTest, ReplacesEveryOccurrence) {
@@ -268,14 +265,11 @@ TEST_F(WideStringTest, EncodesUtf8AndReplacesLoneSurrogates) {
     EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"")), "");
     EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"A\u00e9\u20ac\U0001F600\U0010FFFF")),
               "A\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xf4\x8f\xbf\xbf");
-    const char16_t lone_high_at_end[] = {u'a', 0xD83D, 0};
-    const char16_t lone_low[] = {0xDE00, u'b', 0};
-    const char16_t high_then_letter[] = {0xD83D, u'c', 0};
-    const char16_t swapped_pair[] = {0xDE00, 0xD83D, 0};
-    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(lone_high_at_end)), "a\xef\xbf\xbd");
-    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(lone_low)), "\xef\xbf\xbd" "b");
-    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(high_then_letter)), "\xef\xbf\xbd" "c");
-    EXPECT_EQ(take_utf8(kx::wstr_to_utf8(swapped_pair)), "\xef\xbf\xbd\xef\xbf\xbd");
+    // A lone high surrogate at the end or before a letter, a lone low one, a swapped pair.
+    const std::pair<std::u16string, std::string> lone[] = {
+        {{u'a', 0xD83D}, "a\xef\xbf\xbd"}, {{0xDE00, u'b'}, "\xef\xbf\xbd" "b"},
+        {{0xD83D, u'c'}, "\xef\xbf\xbd" "c"}, {{0xDE00, 0xD83D}, "\xef\xbf\xbd\xef\xbf\xbd"}};
+    for (const auto &[text, utf8] : lone) EXPECT_EQ(take_utf8(kx::wstr_to_utf8(text.c_str())), utf8);
 
     // Every scalar value survives UTF-16 -> UTF-8 -> UTF-16.
     for (uint32_t code = 1; code <= 0x10FFFF; code += (code < 0x30000 ? 1 : 0x101)) {

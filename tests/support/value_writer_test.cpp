@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "core/coretypes.h"
@@ -95,16 +96,15 @@ TEST_F(ValueWriterTest, ValueFormsAndGroups) {
 // ---- instance lines ----
 
 TEST_F(ValueWriterTest, LinesTakeTheWritersCounterOrTheirIdAndNestedOnesAreReferenced) {
-    uint32_t id = 0;
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_entity_line(writer_, u"IfcA", 0xFFFFFFFFu, &id);
-    EXPECT_EQ(id, 1u);
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_entity_line(writer_, u"IfcB", 30, &id);
-    EXPECT_EQ(id, 30u);  // a given id leaves the counter alone
-    kxIfcWriteData_begin_parameters(writer_);
-    kxIfcWriteData_write_entity_line(writer_, u"IfcC", 0xFFFFFFFFu, &id);
-    EXPECT_EQ(id, 2u);
+    // A given id leaves the counter alone.
+    const std::tuple<const char16_t *, uint32_t, uint32_t> lines[] = {
+        {u"IfcA", 0xFFFFFFFFu, 1u}, {u"IfcB", 30u, 30u}, {u"IfcC", 0xFFFFFFFFu, 2u}};
+    for (const auto &[name, given, expected] : lines) {
+        uint32_t id = 0;
+        kxIfcWriteData_begin_parameters(writer_);
+        kxIfcWriteData_write_entity_line(writer_, name, given, &id);
+        EXPECT_EQ(id, expected);
+    }
     kxIfcWriteData_begin_parameters(writer_);
     kxIfcWriteData_write_entity_line(writer_, u"IfcD", 0xFFFFFFFFu, nullptr);
     EXPECT_EQ(output(), "#1= IFCA();\n#30= IFCB();\n#2= IFCC();\n#3= IFCD();\n");
