@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "kxifc_diagnostics.h"
+#include "support/poison.h"
 #include "support/pool.h"
 #include "support/threads.h"
 
@@ -18,12 +19,6 @@
 #define MADV_POPULATE_WRITE 23  // Linux 5.14
 #endif
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/asan_interface.h>
-#define KX_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
-#else
-#define KX_POISON(address, size) ((void)(address), (void)(size))
-#endif
 
 namespace kx {
 namespace {
@@ -138,11 +133,17 @@ void *aligned_headed(void *place, size_t alignment, size_t size) {
 // mappings ask for huge pages where the system gives them on request.
 void advise_huge_pages(void *start, size_t bytes) { madvise(start, bytes, MADV_HUGEPAGE); }
 
+// Fresh zeroed pages, or the end of the process.
+char *map_pages(size_t bytes) {
+    void *place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (place == MAP_FAILED) out_of_memory(bytes);
+    return static_cast<char *>(place);
+}
+
 // A mapped block; its pages read as zero.
 void *mapped_block(size_t size) {
     const size_t bytes = page_rounded(kHeader + size);
-    void *place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (place == MAP_FAILED) out_of_memory(size);
+    char *place = map_pages(bytes);
     advise_huge_pages(place, bytes);
     mem_populate(place, bytes);
     count_block(1, static_cast<int64_t>(bytes));
@@ -178,7 +179,8 @@ MemTallyScope::~MemTallyScope() {
 }
 
 void mem_populate(void *start, size_t bytes) {
-    if (kMapLargeBlocks && bytes > 0) madvise(start, bytes, MADV_POPULATE_WRITE);  // older kernels refuse: pages fault in as used
+    // Older kernels refuse: the pages then fault in as they are used.
+    if (kMapLargeBlocks && bytes > 0) madvise(start, bytes, MADV_POPULATE_WRITE);
 }
 
 MemPoolScope::MemPoolScope(Pool *pool) : outer_(t_pool) { t_pool = pool; }
@@ -213,8 +215,7 @@ void *mem_aligned_alloc(size_t alignment, size_t size) {
     // rest of the room is given back.
     const size_t bytes = page_rounded(checked(size));
     const size_t span = kPageSize + bytes + alignment;
-    char *place = static_cast<char *>(mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    if (place == MAP_FAILED) out_of_memory(size);
+    char *place = map_pages(span);
     char *block = reinterpret_cast<char *>((reinterpret_cast<uintptr_t>(place) + kPageSize + alignment - 1) &
                                            ~static_cast<uintptr_t>(alignment - 1));
     char *head = block - kPageSize;
@@ -278,8 +279,9 @@ void mem_free(void *block) {
             std::free(static_cast<char *>(block) - alignment);
             return;
         }
-        count_block(-1, static_cast<int64_t>(kPageSize + page_rounded(size)));
-        munmap(static_cast<char *>(block) - kPageSize, kPageSize + page_rounded(size));
+        const size_t bytes = kPageSize + page_rounded(size);
+        count_block(-1, static_cast<int64_t>(bytes));
+        munmap(static_cast<char *>(block) - kPageSize, bytes);
         return;
     }
     case MAPPED_BLOCK: {

@@ -5,22 +5,12 @@
 
 #include "support/assert.h"
 #include "support/memory.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/asan_interface.h>
-// Free places are poisoned, so the address sanitizer still catches any use
-// of a block after it was freed, or past its end, as it would for a heap block.
-#define KX_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
-#define KX_UNPOISON(address, size) ASAN_UNPOISON_MEMORY_REGION(address, size)
-#else
-#define KX_POISON(address, size) ((void)(address), (void)(size))
-#define KX_UNPOISON(address, size) ((void)(address), (void)(size))
-#endif
+#include "support/poison.h"
 
 namespace kx {
 namespace {
 
-constexpr uintptr_t kSegmentSize = 256 * 1024;  // also the slabs' alignment
+constexpr uintptr_t kSegmentSize = 256 * 1024;  // slabs are aligned to at least this
 constexpr uint32_t kFirstSlabSegments = 1;
 // Slabs stay small enough that the unused end of a pool's last one (a read
 // on several threads fills a pool for each part) costs little memory.
@@ -99,7 +89,8 @@ void add_slab(Pool *pool) {
     const size_t alignment = bytes >= kHugePage ? kHugePage : kSegmentSize;
     Segment *slab = static_cast<Segment *>(mem_aligned_alloc(alignment, bytes));  // zeroed
     KX_POISON(slab, bytes);
-    for (uint32_t i = 0; i < segments; i++) KX_UNPOISON(reinterpret_cast<char *>(slab) + i * kSegmentSize, kSegmentHead);
+    for (uint32_t i = 0; i < segments; i++)
+        KX_UNPOISON(reinterpret_cast<char *>(slab) + i * kSegmentSize, kSegmentHead);
     slab->next_slab = pool->slabs;
     slab->segments = segments;
     set_segment_owner(slab, pool);

@@ -5,9 +5,10 @@
 // pool's address), so it can be freed after its model is gone: the pool
 // lives until its owner has let go of it and its last block is freed.
 //
-// Slabs double in size as the pool grows and are faulted in whole when
-// made: one call into the kernel instead of a page fault per 4 KiB, which is
-// what most of the time of filling a large model went to.
+// Slabs double in size as the pool grows, up to a few MiB, and each 256 KiB
+// segment is faulted in whole as the pool starts it: one call into the
+// kernel instead of a page fault per 4 KiB, which is what most of the time
+// of filling a large model went to.
 #pragma once
 
 #include <cstdint>
