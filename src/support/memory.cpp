@@ -129,34 +129,60 @@ void *aligned_headed(void *place, size_t alignment, size_t size) {
 }
 
 // A model of a few hundred MB written once through 4 KiB pages spends more
-// time on missing address translations than on anything else it does:
-// mappings ask for huge pages where the system gives them on request.
+// time on missing address translations than on anything else it does (in a
+// virtual machine that keeps shadow page tables, each costs a trip to the
+// host): mappings ask for huge pages where the system gives them on request.
 void advise_huge_pages(void *start, size_t bytes) { madvise(start, bytes, MADV_HUGEPAGE); }
 
-// Fresh zeroed pages, or the end of the process.
-char *map_pages(size_t bytes) {
-    void *place = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (place == MAP_FAILED) out_of_memory(bytes);
-    return static_cast<char *>(place);
+// Where huge pages can back a mapping: only its whole, aligned 2 MiB stretches.
+constexpr size_t kHugePage = 2 * 1024 * 1024;
+
+// `bytes` of fresh zeroed pages whose offset `lead` falls on a multiple of
+// `alignment` (a power of two), or the end of the process. The room mapped
+// to align them is given back.
+char *map_pages(size_t bytes, size_t alignment, size_t lead) {
+    const size_t slack = alignment > kPageSize ? alignment : 0;
+    void *mapped = mmap(nullptr, bytes + slack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) out_of_memory(bytes);
+    char *start = static_cast<char *>(mapped);
+    if (slack == 0) return start;
+    char *place = reinterpret_cast<char *>(((reinterpret_cast<uintptr_t>(start) + lead + alignment - 1) &
+                                            ~static_cast<uintptr_t>(alignment - 1)) - lead);
+    if (place > start) munmap(start, static_cast<size_t>(place - start));
+    if (start + slack > place) munmap(place + bytes, static_cast<size_t>(start + slack - place));
+    return place;
 }
+
+// Large blocks start on a huge page, so that all but their last stretch can
+// be backed by huge pages.
+size_t mapping_alignment(size_t bytes) { return bytes >= kHugePage ? kHugePage : kPageSize; }
 
 // A mapped block; its pages read as zero.
 void *mapped_block(size_t size) {
     const size_t bytes = page_rounded(kHeader + size);
-    char *place = map_pages(bytes);
+    char *place = map_pages(bytes, mapping_alignment(bytes), 0);
     advise_huge_pages(place, bytes);
     mem_populate(place, bytes);
     count_block(1, static_cast<int64_t>(bytes));
     return headed(place, size, MAPPED_BLOCK);
 }
 
+// A block that grows past a huge page moves its pages to a fresh aligned
+// place (the page tables move, the data does not), since the place after
+// it may be taken and an unaligned one would lose the huge pages.
 void *mapped_resize(void *block, size_t old_size, size_t new_size) {
     const size_t old_bytes = page_rounded(kHeader + old_size);
     const size_t new_bytes = page_rounded(kHeader + new_size);
     char *place = static_cast<char *>(block) - kHeader;
-    void *moved = mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE);
+    void *moved = new_bytes <= old_bytes || new_bytes < kHugePage
+                      ? mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE)
+                      : mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE | MREMAP_FIXED,
+                               map_pages(new_bytes, kHugePage, 0));
     if (moved == MAP_FAILED) out_of_memory(new_size);
-    if (new_bytes > old_bytes) mem_populate(static_cast<char *>(moved) + old_bytes, new_bytes - old_bytes);
+    if (new_bytes > old_bytes) {
+        advise_huge_pages(moved, new_bytes);
+        mem_populate(static_cast<char *>(moved) + old_bytes, new_bytes - old_bytes);
+    }
     count_block(-1, static_cast<int64_t>(old_bytes));
     count_block(1, static_cast<int64_t>(new_bytes));
     return headed(moved, new_size, MAPPED_BLOCK);
@@ -211,16 +237,9 @@ void *mem_aligned_alloc(size_t alignment, size_t size) {
         count_block(1, static_cast<int64_t>(alignment + size));
         return aligned_headed(std::memset(static_cast<char *>(place) + alignment, 0, size), alignment, size);
     }
-    // Mapped with room to align it and a page in front for its header; the
-    // rest of the room is given back.
+    // Mapped with a page in front for its header.
     const size_t bytes = page_rounded(checked(size));
-    const size_t span = kPageSize + bytes + alignment;
-    char *place = map_pages(span);
-    char *block = reinterpret_cast<char *>((reinterpret_cast<uintptr_t>(place) + kPageSize + alignment - 1) &
-                                           ~static_cast<uintptr_t>(alignment - 1));
-    char *head = block - kPageSize;
-    if (head > place) munmap(place, static_cast<size_t>(head - place));
-    if (place + span > block + bytes) munmap(block + bytes, static_cast<size_t>(place + span - (block + bytes)));
+    char *block = map_pages(kPageSize + bytes, alignment, kPageSize) + kPageSize;
     advise_huge_pages(block, bytes);
     count_block(1, static_cast<int64_t>(kPageSize + bytes));
     return aligned_headed(block, alignment, size);

@@ -25,9 +25,10 @@ bool holds_fill(const void *block, size_t size) {
 }
 
 // A block keeps its bytes through every move: pool to pool (grown), pool to
-// mapping, mapping shrunk back, and resized outside any pool after its
-// pool's owner let go; a pool's freed place serves the next block of its
-// size; the pool goes with its last block.
+// mapping, mapping past a huge page (moved to an aligned place), mapping
+// shrunk back, and resized outside any pool after its pool's owner let go;
+// a pool's freed place serves the next block of its size; the pool goes
+// with its last block.
 TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMove) {
     kx::Pool *pool = kx::pool_new();
     void *block = nullptr;
@@ -38,7 +39,7 @@ TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMove) {
         void *again = kx::mem_alloc(40);
         EXPECT_EQ(again, first);
         kx::mem_free(again);
-        std::vector<size_t> sizes = {24, 500, 900, 300000, 2000, 100};
+        std::vector<size_t> sizes = {24, 500, 900, 300000, 3000000, 5000000, 2000, 100};
         block = kx::mem_calloc(1, 8);
         size_t size = 8;
         for (size_t next : sizes) {
@@ -61,7 +62,7 @@ TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMove) {
 TEST_F(MemoryTest, GrowingZeroedClearsWhatItGains) {
     size_t size = 16;
     char *block = static_cast<char *>(kx::mem_calloc(1, size));
-    for (size_t next : {size_t{4000}, size_t{600000}, size_t{300001}, size_t{900000}}) {
+    for (size_t next : {size_t{4000}, size_t{600000}, size_t{300001}, size_t{900000}, size_t{4500000}}) {
         std::memset(block, 0xAB, size);
         block = static_cast<char *>(kx::mem_realloc_zeroed(block, size, next));
         for (size_t i = size; i < next; i++) ASSERT_EQ(block[i], 0) << size << " -> " << next << " at " << i;
