@@ -1,15 +1,18 @@
 // Reading exchange files: every sample file in every read mode, hostile or
 // broken text that must fail or be reported without crashing or leaking, the
-// window the reader sees the file through, and the read reports.
+// inputs kept for the fuzzer, the window the reader sees the file through,
+// and the read reports.
 #include <sys/stat.h>
 
 #include <cctype>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "fuzz/exercise_reader.h"
 #include "step/scanner.h"
 #include "step/textwindow.h"
 #include "kxifcmodel.h"
@@ -157,6 +160,23 @@ TEST_F(ReaderTest, EveryTruncationOfARealFileFailsOrReads) {
         const Outcome outcome = read(write_file(text.substr(0, cut)));
         EXPECT_TRUE(!outcome.read || outcome.with_errors) << "cut at " << cut;
     }
+}
+
+// Every input the reader's fuzzer starts from or ever found a fault with
+// goes through the same round as in the fuzzer: read in one and two passes,
+// exported, read back, memory back where it was.
+TEST_F(ReaderTest, EveryKeptFuzzerInputReadsWritesAndReadsBack) {
+    int inputs = 0;
+    for (const char *folder : {"seeds", "regressions"}) {
+        const std::filesystem::path path = std::filesystem::path(KX_SOURCE_DIR) / "tests" / "fuzz" / folder;
+        if (!std::filesystem::exists(path)) continue;
+        for (const auto &entry : std::filesystem::directory_iterator(path)) {
+            SCOPED_TRACE(entry.path().string());
+            EXPECT_EQ(kxfuzz::exercise_reader(entry.path().string(), directory_.path()), "");
+            inputs++;
+        }
+    }
+    EXPECT_GE(inputs, 2);
 }
 
 TEST_F(ReaderTest, SelectedClassesOnly) {
