@@ -133,9 +133,7 @@ using RealFormatTest = kxtest::LibraryTest;
 
 std::string format(double value) {
     char16_t *text = kxIfcWriteData_format_real(value);
-    char *utf8 = kx::wstr_to_utf8(text);
-    std::string result(utf8);
-    kx::mem_free(utf8);
+    const std::string result = kxtest::utf8(text);
     kx::wstr_destroy(&text);
     return result;
 }
@@ -196,30 +194,27 @@ using kxtest::wide;
 
 class WideStringTest : public kxtest::LibraryTest {};
 
-TEST_F(WideStringTest, ConcatenatesInPlaceEvenWithItself) {
+// Concatenation (also of the held string's own tail), upper case, blanks,
+// whole-word search, and replacing every occurrence: growing, shrinking, left
+// to right without overlaps, and nothing to look for.
+TEST_F(WideStringTest, EditsInPlaceAndSearches) {
     WideString text = kx::wstr_copy(u"Ifc");
     kx::wstr_concat(&text, u"Wall");
     kx::wstr_concat(&text, u"");
     EXPECT_EQ(std::u16string(text), u"IfcWall");
     kx::wstr_concat(&text, text + 3);  // the tail lives inside the held string
     EXPECT_EQ(take(text), u"IfcWallWall");
-}
 
-TEST_F(WideStringTest, CaseBlanksAndSearch) {
-    WideString text = kx::wstr_copy(u"ifc_wall-\u00e9z");
+    text = kx::wstr_copy(u"ifc_wall-\u00e9z");
     kx::wstr_to_upper(text);
     EXPECT_EQ(take(text), u"IFC_WALL-\u00e9Z");
-
     for (const char16_t *blank : {u"", u" \t\r\n "}) EXPECT_TRUE(kx::wstr_is_blank(blank));
     EXPECT_FALSE(kx::wstr_is_blank(u"  x "));
-
     EXPECT_TRUE(kx::wstr_find_word(u"IFC2X3_TC1", u"2X3"));
     EXPECT_TRUE(kx::wstr_find_word(u"IFC4", u"IFC4"));
     for (const char16_t *word : {u"IFC4X", u"ifc"}) EXPECT_FALSE(kx::wstr_find_word(u"IFC4", word));
-}
 
-TEST_F(WideStringTest, ReplacesEveryOccurrence) {
-    WideString text = kx::wstr_copy(u"it''s ''quoted''");
+    text = kx::wstr_copy(u"it''s ''quoted''");
     kx::wstr_replace_all(&text, u"''", u"'");
     EXPECT_EQ(std::u16string(text), u"it's 'quoted'");
     kx::wstr_replace_all(&text, u"'", u"\\S\\'");  // grows
@@ -227,7 +222,6 @@ TEST_F(WideStringTest, ReplacesEveryOccurrence) {
     kx::wstr_replace_all(&text, u"absent", u"x");
     kx::wstr_replace_all(&text, u"", u"x");  // nothing to look for
     EXPECT_EQ(take(text), u"it\\S\\'s \\S\\'quoted\\S\\'");
-
     text = kx::wstr_copy(u"aaaaa");
     kx::wstr_replace_all(&text, u"aa", u"b");  // left to right, no overlaps
     EXPECT_EQ(take(text), u"bba");
