@@ -2,7 +2,7 @@
 // removals, ownership of elements, and reports on misuse; the #id tree; and
 // tracked memory across where blocks come from: the heap, a pool (while a
 // thread has one), large mappings; blocks moving between them when resized,
-// outliving their pool's owner, or their pool adopted by another.
+// outliving their pool's owner.
 #include <algorithm>
 #include <cstring>
 #include <numeric>
@@ -420,27 +420,6 @@ TEST_F(MemoryTest, GrowingZeroedClearsWhatItGains) {
         size = next;
     }
     kx::mem_free(block);
-}
-
-// Blocks a thread made in a pool of its own live on in the pool that
-// adopted it, and are freed into it.
-TEST_F(MemoryTest, AnAdoptedPoolsBlocksBelongToTheAdopter) {
-    kx::Pool *main = kx::pool_new();
-    kx::Pool *part = kx::pool_new();
-    std::vector<void *> blocks;
-    for (kx::Pool *pool : {main, part}) {
-        kx::MemPoolScope scope(pool);
-        for (int i = 0; i < 3000; i++) blocks.push_back(kx::mem_alloc(static_cast<size_t>(i % 200) + 1));
-        blocks.push_back(kx::pool_alloc(pool, 64));
-    }
-    kx::pool_adopt(main, &part);
-    EXPECT_EQ(part, nullptr);
-    kx::pool_release(&main);
-    kx::pool_free(blocks[3000], 64);
-    kx::pool_free(blocks.back(), 64);
-    blocks.erase(blocks.begin() + 3000);
-    blocks.pop_back();
-    for (void *block : blocks) kx::mem_free(block);
 }
 
 }  // namespace

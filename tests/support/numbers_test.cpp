@@ -66,7 +66,7 @@ void expect_near(std::initializer_list<double> got, std::initializer_list<double
     for (auto g = got.begin(), e = expected.begin(); g != got.end(); ++g, ++e) EXPECT_NEAR(*g, *e, 1e-12);
 }
 
-TEST_F(NumbersTest, PlaneAxesConvertPointsAndFrames) {
+TEST_F(NumbersTest, PlaneAxesConvertPointsAndFramesAndVectorHelpers) {
     // Origin (10, 5), x axis along global +y.
     kx::PlaneAxes *axes = kx::planeaxes_create(10.0, 5.0, M_PI / 2);
     EXPECT_NEAR(kx::planeaxes_angle(axes), M_PI / 2, 1e-12);
@@ -92,15 +92,10 @@ TEST_F(NumbersTest, PlaneAxesConvertPointsAndFrames) {
     for (kx::PlaneAxes **p : {&axes, &inner, &global, &back}) kx::planeaxes_destroy(p);
     EXPECT_EQ(axes, nullptr);
 
-    expect_reports();
-    kx::PlaneAxes *degenerate = kx::planeaxes_create_with_direction(0.0, 0.0, 0.0, 0.0);
-    EXPECT_EQ(degenerate->direction_x, 1.0);
-    EXPECT_TRUE(asserts().saw("usable"));
-    kx::planeaxes_destroy(&degenerate);
-}
-
-TEST_F(NumbersTest, VectorHelpers) {
-    double x = 1e300, y = 1e300, z = 0.0;  // would overflow if squared directly
+    // 3D vectors: a unit vector from components that would overflow if
+    // squared directly; a cross product into one of its arguments.
+    double z = 0.0;
+    x = y = 1e300;
     EXPECT_TRUE(kx::vector3_unit(&x, &y, &z));
     EXPECT_NEAR(x, std::sqrt(0.5), 1e-15);
     x = y = z = 0.0;
@@ -109,6 +104,12 @@ TEST_F(NumbersTest, VectorHelpers) {
     const double b[3] = {5, 6, 7};
     kx::vector3_cross(a, b, a);  // the result may overwrite an argument
     EXPECT_EQ(std::vector<double>(a, a + 3), (std::vector<double>{-3, 6, -3}));
+
+    expect_reports();
+    kx::PlaneAxes *degenerate = kx::planeaxes_create_with_direction(0.0, 0.0, 0.0, 0.0);
+    EXPECT_EQ(degenerate->direction_x, 1.0);
+    EXPECT_TRUE(asserts().saw("usable"));
+    kx::planeaxes_destroy(&degenerate);
 }
 
 TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreads) {
