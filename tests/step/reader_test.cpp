@@ -453,6 +453,14 @@ TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
             }
         }
     }
+    // A typed value where an instance belongs: an unknown name, then no
+    // parameter list after it.
+    kxReadReport_clear(report);
+    EXPECT_EQ(read_reporting(file("#1=IFCLABEL'x';\n"), 1, report), nullptr);
+    ASSERT_EQ(kxReadReport_count(report), 2u);
+    EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_UNKNOWN_ENTITY);
+    EXPECT_EQ(kxReadReport_code(report, 1), KX_READ_SYNTAX_ERROR);
+    EXPECT_EQ(kxReadReport_column(report, 1), 12u);
     kxReadReport_free(&report);
 }
 
