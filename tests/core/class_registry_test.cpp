@@ -20,6 +20,7 @@
 namespace {
 
 using kxtest::committed_digest;
+using kxtest::elements;
 using kxtest::narrow;
 
 class ClassRegistryTest : public kxtest::LibraryTest {
@@ -141,17 +142,25 @@ TEST_F(ClassRegistryTest, EntitiesSelectsExistenceAbstractFlagsAndAncestorsFollo
     EXPECT_EQ(chains, 1429u);  // entities of IFC2X3 plus entities of IFC4
 }
 
-// Every class asked of a model of each release: the model builds exactly the
-// concrete classes of that release, and each instance is of kind of every
-// ancestor of that release and of no other class outside its chain.
-TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
+// Every class asked of a model of each release, in an order unrelated to
+// class ids or names: the model builds exactly the concrete classes of that
+// release, each instance is of kind of every ancestor of that release and of
+// no other class outside its chain; then each class query gives exactly the
+// instances whose class is that class or a subtype of it, oldest first.
+TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirReleaseAndQueriesFindThem) {
     const auto &digest = committed_digest();
+    const uint32_t n = kx::g_num_classes;
     for (int release = 0; release < kxtest::kReleases; release++) {
+        SCOPED_TRACE(release == 0 ? "IFC2X3" : "IFC4");
         kxIfcModel *model = kxIfcModel_new();
         kxIfcModel_set_version(model, static_cast<kxIfcVersion_t>(release));
-        uint32_t built = 0;
-        for (uint32_t id = 0; id < kx::g_num_classes; id++) {
-            const kxClass_t *klass = kx::g_classes[id];
+        struct Created {
+            kxBaseObject *instance;
+            std::set<std::string> kinds;  // the class and its supertypes
+        };
+        std::vector<Created> created;
+        for (uint32_t i = 0; i < n; i++) {
+            const kxClass_t *klass = kx::g_classes[(i * 397u + 11u) % n];
             const std::string name = narrow(klass->ifc_name);
             bool expected;
             if (klass->is_entity) {
@@ -161,7 +170,7 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
                 expected = digest.selects.at(name)[release].has_value();
             }
             kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
-            EXPECT_EQ(instance != nullptr, expected) << name << " release " << release;
+            EXPECT_EQ(instance != nullptr, expected) << name;
             // The class itself makes an instance wherever it exists, abstract
             // or not.
             uint32_t counter = 0;
@@ -176,13 +185,13 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
                 kx::baseobject_release(&raw);
             }
             if (instance == nullptr) continue;
-            built++;
+            created.push_back({instance, {name}});
             EXPECT_EQ(instance->object_class, klass) << name;
             EXPECT_EQ(instance->ifc_version, release) << name;
             EXPECT_TRUE(kxBaseObject_dontuse_is_object_of_class(instance, klass)) << name;
             EXPECT_EQ(narrow(kxBaseObject_dontuse_get_ifc_class_name(instance)), name);
             if (!klass->is_entity) continue;
-            std::set<std::string> chain;
+            std::set<std::string> &chain = created.back().kinds;
             for (const std::string &ancestor : digest.chain(name, release)) {
                 chain.insert(ancestor);
                 EXPECT_TRUE(kxBaseObject_dontuse_is_object_kind_of(instance, find(ancestor)))
@@ -197,7 +206,20 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirRelease) {
                 EXPECT_EQ(kx::baseobject_cast(instance, find(other_parent)), nullptr);
             }
         }
-        EXPECT_EQ(kxIfcModel_count_objects(model), built);
+        ASSERT_EQ(kxIfcModel_count_objects(model), created.size());
+        for (uint32_t i = 0; i < created.size(); i++)
+            EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(created[i].instance), i + 1);
+        for (uint32_t id = 0; id < n; id++) {
+            const kxClass_t *klass = kx::g_classes[id];
+            const std::string name = narrow(klass->ifc_name);
+            std::vector<kxBaseObject *> expected;
+            for (const Created &c : created)
+                if (c.kinds.count(name) != 0) expected.push_back(c.instance);
+            EXPECT_EQ(elements(kxIfcModel_dontuse_get_objects_by_class(model, klass)), expected) << name;
+            EXPECT_EQ(kxIfcModel_dontuse_get_first_occurrence_of_class(model, klass),
+                      expected.empty() ? nullptr : expected.front())
+                << name;
+        }
         kxIfcModel_free(&model);
         EXPECT_EQ(model, nullptr);
     }
@@ -241,61 +263,14 @@ void add_aggregate_keywords(const std::string &type_text, std::set<std::string> 
     }
 }
 
-class KeywordTableTest : public kxtest::LibraryTest {
-protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        ASSERT_TRUE(committed_digest().loaded) << "schema/ifc.digest not readable";
-        kx::typelibrary_keyword_tables(&keywords_, &ids_, &classes_);
-        ASSERT_NE(keywords_, nullptr);
-        ASSERT_NE(ids_, nullptr);
-        ASSERT_NE(classes_, nullptr);
-        for (uint32_t i = 0; i < kx::wstrarray_count(keywords_); i++) index_[narrow(kx::wstrarray_get(keywords_, i))] = i;
-    }
-    void TearDown() override {
-        kx::wstrarray_destroy(&keywords_);
-        kx::ulongarray_destroy(&ids_);
-        kx::ptrarray_destroy_const(&classes_);
-        LibraryTest::TearDown();
-    }
-    const kxClass_t *class_at(uint32_t i) const { return static_cast<const kxClass_t *>(kx::ptrarray_get(classes_, i)); }
+using KeywordTableTest = kxtest::LibraryTest;
 
-    kx::WStrArray *keywords_ = nullptr;
-    kx::ULongArray *ids_ = nullptr;
-    kx::PtrArray *classes_ = nullptr;
-    std::map<std::string, uint32_t> index_;
-};
-
-TEST_F(KeywordTableTest, ThreeParallelArraysSortedWithoutCaseWithIdsEqualToIndex) {
-    ASSERT_EQ(kx::wstrarray_count(keywords_), 1453u);
-    ASSERT_EQ(kx::ulongarray_count(ids_), 1453u);
-    ASSERT_EQ(kx::ptrarray_count(classes_), 1453u);
-    EXPECT_EQ(index_.size(), 1453u) << "keywords are not unique";
-    std::string previous;
-    std::vector<int> class_seen(kx::g_num_classes, 0);
-    uint32_t without_class = 0;
-    for (uint32_t i = 0; i < 1453; i++) {
-        const std::string keyword = narrow(kx::wstrarray_get(keywords_, i));
-        EXPECT_EQ(kx::ulongarray_get(ids_, i), i);
-        const std::string folded = kxtest::lower(keyword);
-        if (i > 0) {
-            EXPECT_LT(previous, folded) << "order at " << i << " (" << keyword << ")";
-        }
-        previous = folded;
-        const kxClass_t *klass = class_at(i);
-        if (klass == nullptr) {
-            without_class++;
-            continue;
-        }
-        EXPECT_EQ(narrow(klass->ifc_name), keyword);
-        class_seen[klass->unique_class_id]++;
-    }
-    EXPECT_EQ(without_class, 493u);
-    for (uint32_t id = 0; id < kx::g_num_classes; id++) EXPECT_EQ(class_seen[id], 1) << "class id " << id;
-}
-
-TEST_F(KeywordTableTest, KeywordsAreTheSchemasTypeNamesAndNamedAggregates) {
+// Three parallel arrays, sorted without case, with ids equal to the index:
+// the keywords are exactly the expected set, and the class column names the
+// keyword's class for entities and selects (each class once), NULL else.
+TEST_F(KeywordTableTest, KeywordsAreTheSchemasTypeNamesAndNamedAggregatesSortedWithTheirClasses) {
     const auto &digest = committed_digest();
+    ASSERT_TRUE(digest.loaded) << "schema/ifc.digest not readable";
     std::set<std::string> expected, with_class;
     for (const auto &entry : digest.entities) expected.insert(entry.first), with_class.insert(entry.first);
     for (const auto &entry : digest.selects) expected.insert(entry.first), with_class.insert(entry.first);
@@ -309,15 +284,45 @@ TEST_F(KeywordTableTest, KeywordsAreTheSchemasTypeNamesAndNamedAggregates) {
     EXPECT_EQ(aggregates.size(), 128u);
     EXPECT_EQ(aggregates.count("ListIfcNormalisedRatioMeasure"), 1u);
     expected.insert(aggregates.begin(), aggregates.end());
-
-    std::set<std::string> actual;
-    for (const auto &entry : index_) actual.insert(entry.first);
-    EXPECT_EQ(actual, expected);
-    for (const auto &[keyword, i] : index_)
-        EXPECT_EQ(class_at(i) != nullptr, with_class.count(keyword) != 0) << keyword;
     for (const std::string &aggregate : aggregates)
         EXPECT_TRUE(aggregate.rfind("Arr", 0) == 0 || aggregate.rfind("List", 0) == 0 || aggregate.rfind("Set", 0) == 0)
             << aggregate;
+
+    kx::WStrArray *keywords = nullptr;
+    kx::ULongArray *ids = nullptr;
+    kx::PtrArray *classes = nullptr;
+    kx::typelibrary_keyword_tables(&keywords, &ids, &classes);
+    ASSERT_EQ(kx::wstrarray_count(keywords), 1453u);
+    ASSERT_EQ(kx::ulongarray_count(ids), 1453u);
+    ASSERT_EQ(kx::ptrarray_count(classes), 1453u);
+    std::set<std::string> actual;
+    std::string previous;
+    std::vector<int> class_seen(kx::g_num_classes, 0);
+    uint32_t without_class = 0;
+    for (uint32_t i = 0; i < 1453; i++) {
+        const std::string keyword = narrow(kx::wstrarray_get(keywords, i));
+        actual.insert(keyword);
+        EXPECT_EQ(kx::ulongarray_get(ids, i), i);
+        const std::string folded = kxtest::lower(keyword);
+        if (i > 0) {
+            EXPECT_LT(previous, folded) << "order at " << i << " (" << keyword << ")";
+        }
+        previous = folded;
+        const auto *klass = static_cast<const kxClass_t *>(kx::ptrarray_get(classes, i));
+        EXPECT_EQ(klass != nullptr, with_class.count(keyword) != 0) << keyword;
+        if (klass == nullptr) {
+            without_class++;
+            continue;
+        }
+        EXPECT_EQ(narrow(klass->ifc_name), keyword);
+        class_seen[klass->unique_class_id]++;
+    }
+    EXPECT_EQ(actual, expected);
+    EXPECT_EQ(without_class, 493u);
+    for (uint32_t id = 0; id < kx::g_num_classes; id++) EXPECT_EQ(class_seen[id], 1) << "class id " << id;
+    kx::wstrarray_destroy(&keywords);
+    kx::ulongarray_destroy(&ids);
+    kx::ptrarray_destroy_const(&classes);
 }
 
 // Nothing is built when an address is missing.
@@ -331,62 +336,6 @@ TEST_F(KeywordTableTest, NullAddressesAreReported) {
         {"(entity_classes) != NULL", [&] { kx::typelibrary_keyword_tables(&keywords, &ids, nullptr); }},
     });
     EXPECT_TRUE(keywords == nullptr && ids == nullptr && classes == nullptr);
-}
-
-// Class queries over every class of both releases, checked against the
-// committed schema digest rather than the generated tables: with one
-// instance of every concrete class in one model, each class query gives
-// exactly the instances whose class is that class or a subtype of it in the
-// release, oldest first.
-using kxtest::elements;
-
-using WholeSchemaTest = kxtest::LibraryTest;
-
-TEST_F(WholeSchemaTest, EveryClassQueryListsExactlyItsKindsInCreationOrder) {
-    const kxtest::Digest &digest = kxtest::committed_digest();
-    ASSERT_TRUE(digest.loaded);
-    for (int release = 0; release < kxtest::kReleases; release++) {
-        SCOPED_TRACE(release == 0 ? "IFC2X3" : "IFC4");
-        kxIfcModel *model = kxIfcModel_new();
-        kxIfcModel_set_version(model, static_cast<kxIfcVersion_t>(release));
-        // A creation order unrelated to class ids or names, so that a query
-        // answering in table order instead of creation order shows.
-        struct Created {
-            kxBaseObject *instance;
-            std::set<std::string> kinds;  // the class and its supertypes
-        };
-        std::vector<Created> created;
-        const uint32_t n = kx::g_num_classes;
-        for (uint32_t i = 0; i < n; i++) {
-            const kxClass_t *klass = kx::g_classes[(i * 397u + 11u) % n];
-            const std::string name = narrow(klass->ifc_name);
-            const auto entity = digest.entities.find(name);
-            if (entity == digest.entities.end() || !entity->second.exists[release] ||
-                entity->second.abstract[release])
-                continue;
-            kxBaseObject *instance = kxIfcModel_dontuse_new_object(model, klass);
-            ASSERT_NE(instance, nullptr) << name;
-            const std::vector<std::string> chain = digest.chain(name, release);
-            created.push_back({instance, std::set<std::string>(chain.begin(), chain.end())});
-            created.back().kinds.insert(name);
-        }
-        ASSERT_EQ(kxIfcModel_count_objects(model), created.size());
-        for (uint32_t i = 0; i < created.size(); i++)
-            EXPECT_EQ(kxBaseObject_dontuse_object_output_file_id(created[i].instance), i + 1);
-
-        for (uint32_t id = 0; id < n; id++) {
-            const kxClass_t *klass = kx::g_classes[id];
-            const std::string name = narrow(klass->ifc_name);
-            std::vector<kxBaseObject *> expected;
-            for (const Created &c : created)
-                if (c.kinds.count(name) != 0) expected.push_back(c.instance);
-            EXPECT_EQ(elements(kxIfcModel_dontuse_get_objects_by_class(model, klass)), expected) << name;
-            EXPECT_EQ(kxIfcModel_dontuse_get_first_occurrence_of_class(model, klass),
-                      expected.empty() ? nullptr : expected.front())
-                << name;
-        }
-        kxIfcModel_free(&model);
-    }
 }
 
 }  // namespace

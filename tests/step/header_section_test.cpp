@@ -22,6 +22,7 @@ namespace {
 using kxtest::EnvGuard;
 using kxtest::is_time_stamp;
 using kxtest::narrow;
+using kxtest::text_of;
 using kxtest::wide;
 
 // A whole file around a header body (the lines between HEADER; and ENDSEC;).
@@ -264,8 +265,6 @@ TEST_F(HeaderSectionTest, ConcatenatedFilesDoNotBreakTheReader) {
     }
 }
 
-std::u16string text(const kxWChar *value) { return value != nullptr ? std::u16string(value) : u"<NULL>"; }
-
 // ---- the record ----
 
 // The lists keep copies; an index at or past the count gives one shared
@@ -273,21 +272,22 @@ std::u16string text(const kxWChar *value) { return value != nullptr ? std::u16st
 TEST_F(HeaderSectionTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyString) {
     header_ = kxIfcHeader_new_empty_header();
     const kxWChar *empty = kxIfcHeader_get_author_field(header_, 0);
-    char16_t author[] = u"Ann";
-    kxIfcHeader_add_to_author(header_, author);
-    author[0] = u'X';
-    kxIfcHeader_add_to_organization(header_, u"Acme");
-    kxIfcHeader_add_to_authorization(header_, u"ok");
-    kxIfcHeader_add_to_description(header_, u"desc");
-    EXPECT_EQ(text(kxIfcHeader_get_author_field(header_, 0)), u"Ann");
-    EXPECT_EQ(text(kxIfcHeader_get_organization_field(header_, 0)), u"Acme");
-    EXPECT_EQ(text(kxIfcHeader_get_authorization_field(header_, 0)), u"ok");
-    EXPECT_EQ(text(kxIfcHeader_get_description_field(header_, 0)), u"desc");
-    EXPECT_EQ(text(empty), u"");
-    EXPECT_EQ(kxIfcHeader_get_author_field(header_, 1), empty);
-    EXPECT_EQ(kxIfcHeader_get_organization_field(header_, 1), empty);
-    EXPECT_EQ(kxIfcHeader_get_authorization_field(header_, UINT32_MAX), empty);
-    EXPECT_EQ(kxIfcHeader_get_description_field(header_, 1), empty);
+    EXPECT_EQ(text_of(empty), u"");
+    const struct {
+        void (*add)(kxIfcHeader *, const kxWChar *);
+        const kxWChar *(*get)(const kxIfcHeader *, uint32_t);
+    } lists[] = {{kxIfcHeader_add_to_author, kxIfcHeader_get_author_field},
+                 {kxIfcHeader_add_to_organization, kxIfcHeader_get_organization_field},
+                 {kxIfcHeader_add_to_authorization, kxIfcHeader_get_authorization_field},
+                 {kxIfcHeader_add_to_description, kxIfcHeader_get_description_field}};
+    for (const auto &list : lists) {
+        char16_t item[] = u"Ann";
+        list.add(header_, item);
+        item[0] = u'X';
+        EXPECT_EQ(text_of(list.get(header_, 0)), u"Ann");
+        EXPECT_EQ(list.get(header_, 1), empty);
+        EXPECT_EQ(list.get(header_, UINT32_MAX), empty);
+    }
 
     // A built record takes its values over and may lack lists, which a
     // later addition makes.
@@ -297,7 +297,7 @@ TEST_F(HeaderSectionTest, ListsKeepCopiesAndIndexAtCountGivesTheStaticEmptyStrin
     header_ = kx::header_new(nullptr, &name, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(kxIfcHeader_get_file_name(header_), name_pointer);
     kxIfcHeader_add_to_author(header_, u"Ann");
-    EXPECT_EQ(text(kxIfcHeader_get_description_data(header_, 0)), u"Ann");
+    EXPECT_EQ(text_of(kxIfcHeader_get_description_data(header_, 0)), u"Ann");
 }
 
 TEST_F(HeaderSectionTest, MisuseIsReported) {
@@ -310,7 +310,7 @@ TEST_F(HeaderSectionTest, MisuseIsReported) {
     expect_each_reported({
         {"", [&] { section = written(header_, u"m.ifc", ifc_version_not_defined); }},  // an undefined release
         {"(value_container) != NULL", [&] { EXPECT_EQ(kxIfcHeader_author_fields_count(lacking), 0u); }},
-        {"(value_container) != NULL", [&] { EXPECT_EQ(text(kxIfcHeader_get_organization_field(lacking, 0)), u""); }},
+        {"(value_container) != NULL", [&] { EXPECT_EQ(text_of(kxIfcHeader_get_organization_field(lacking, 0)), u""); }},
         {"(ifc_version) != NULL", [&] { EXPECT_EQ(kxIfcHeader_read_ifc_version(u"x.ifc", nullptr), kxBFALSE); }},
         {"(file_name) != NULL", [&] { EXPECT_EQ(kxIfcHeader_read_from_file(nullptr), nullptr); }},
         {"(header) != NULL", [&] { EXPECT_FALSE(kx::header_read_section(u"x.ifc", nullptr)); }},
@@ -321,13 +321,13 @@ TEST_F(HeaderSectionTest, MisuseIsReported) {
         {"(ifc_header) != NULL", [&] { kxIfcHeader_add_to_author(nullptr, u"x"); }},
         {"(ifc_header) != NULL", [&] { EXPECT_EQ(kxIfcHeader_get_file_name(nullptr), nullptr); }},
         {"(ifc_header) != NULL", [&] { EXPECT_EQ(kxIfcHeader_author_fields_count(nullptr), 0u); }},
-        {"(ifc_header) != NULL", [&] { EXPECT_EQ(text(kxIfcHeader_get_description_data(nullptr, 0)), u""); }},
-        {"(ifc_header) != NULL", [&] { EXPECT_EQ(text(kxIfcHeader_get_authorization_field(nullptr, 0)), u""); }},
+        {"(ifc_header) != NULL", [&] { EXPECT_EQ(text_of(kxIfcHeader_get_description_data(nullptr, 0)), u""); }},
+        {"(ifc_header) != NULL", [&] { EXPECT_EQ(text_of(kxIfcHeader_get_authorization_field(nullptr, 0)), u""); }},
         {"(value) != NULL", [&] { kxIfcHeader_set_file_name(header_, nullptr); }},
         {"(value) != NULL", [&] { kxIfcHeader_add_to_author(header_, nullptr); }},
     });
     EXPECT_NE(section.find("ENDSEC;\n"), std::string::npos) << "the section is still complete";
-    EXPECT_EQ(text(kxIfcHeader_get_file_name(header_)), u"keep.ifc");
+    EXPECT_EQ(text_of(kxIfcHeader_get_file_name(header_)), u"keep.ifc");
     EXPECT_EQ(kxIfcHeader_author_fields_count(header_), 0u);
     kx::header_destroy(&lacking);
 }

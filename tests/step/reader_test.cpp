@@ -1,15 +1,18 @@
 // Reading exchange files: every sample file in every read mode, hostile or
 // broken text that must fail or be reported without crashing or leaking, the
-// window the reader sees the file through, and the read reports.
+// inputs kept for the fuzzer, the window the reader sees the file through,
+// and the read reports.
 #include <sys/stat.h>
 
 #include <cctype>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "fuzz/exercise_reader.h"
 #include "step/scanner.h"
 #include "step/textwindow.h"
 #include "kxifcmodel.h"
@@ -27,6 +30,14 @@ protected:
     // Writes the text to a new file of the test's directory.
     std::string write_file(const std::string &text) {
         return directory_.write("input" + std::to_string(files_written_++) + ".ifc", text);
+    }
+    // The same for an exchange file with the data lines from line 8 on.
+    std::string file(const std::string &data, const char *schema = "IFC4", const std::string &after = "") {
+        return write_file(kxtest::step_file(data, schema, after));
+    }
+    static kxIfcModel *read_reporting(const std::string &path, uint32_t mode, kxReadReport *report,
+                                      kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS) {
+        return kxIfcModel_read_with_report(kxtest::wide(path).c_str(), mode, text_mode, report, nullptr);
     }
 
     struct Outcome {
@@ -73,8 +84,6 @@ protected:
     uint32_t files_written_ = 0;
 };
 
-using kxtest::step_file;
-
 TEST_F(ReaderTest, EverySampleFileReadsTheSameInEveryMode) {
     KX_REQUIRE_SHARED("ifc");
     for (const std::string &path : kxtest::sample_files()) {
@@ -102,39 +111,6 @@ TEST_F(ReaderTest, ConcatenatedFilesAreReportedNotCrashed) {
     EXPECT_EQ(single.entities, two_passes.entities);
 }
 
-TEST_F(ReaderTest, DataThatDoesNotFitIsReadAndReported) {
-    struct Case {
-        const char *lines;
-        bool read;
-        bool with_errors;
-    } cases[] = {
-        {"#1=IFCCARTESIANPOINT((1.,2.));\n", true, false},
-        {"#1=IFCNOSUCHENTITY(1);\n#2=IFCCARTESIANPOINT((1.,2.));\n", true, true},      // unknown name: skipped
-        {"#1=IFCCARTESIANPOINT((1.,2.));\n#1=IFCCARTESIANPOINT((3.,4.));\n", true, true},  // id twice
-        {"#1=IFCCARTESIANPOINT(('a',2.));\n", true, true},                           // wrong type
-        {"#1=IFCCARTESIANPOINT((1.,2.),3);\n", true, true},                          // too many
-        {"#1=IFCPOLYLINE((#5));\n", true, true},                                     // dangling reference
-        {"#1=IFCDIRECTION((1.,0.));\n#2=IFCPOLYLINE((#1));\n", true, true},          // wrong class referred to
-        {"#1=IFCWALL('x',$,$,$,$,$,$,$,.NOSUCH.);\n", true, true},                    // unknown literal
-        {"#1=IFCBOUNDEDCURVE();\n", true, true},                                     // abstract
-        {"#1=(IFCA()IFCB());\n", true, true},                                        // complex instance
-        {"#1=IFCCARTESIANPOINT((1.,2.)\n", false, false},                            // no ";"
-        {"#1=IFCCARTESIANPOINT((1.,2.);\n", false, false},                           // unbalanced
-        {"#1=IFCCARTESIANPOINT((1.,2.)));\n", false, false},
-        {"#1=IFCCARTESIANPOINT((1.,\xC3\xA9));\n", false, false},                    // byte above 0x7F
-        {"#1=IFCLABEL'x';\n", false, false},
-        {"1=IFCCARTESIANPOINT((1.,2.));\n", false, false},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.lines);
-        const Outcome outcome = read(write_file(step_file(c.lines)));
-        EXPECT_EQ(outcome.read, c.read);
-        if (outcome.read) {
-            EXPECT_EQ(outcome.with_errors, c.with_errors);
-        }
-    }
-}
-
 TEST_F(ReaderTest, HostileTextNeverCrashesOrLeaks) {
     std::string binary(4096, '\0');
     for (size_t i = 0; i < binary.size(); i++) binary[i] = static_cast<char>((i * 7919) % 251);
@@ -146,7 +122,7 @@ TEST_F(ReaderTest, HostileTextNeverCrashesOrLeaks) {
         "#1=IFCWALL(" + std::string(100000, ',') + ");\n",
         binary,
     };
-    for (const std::string &lines : data) read(write_file(step_file(lines)));
+    for (const std::string &lines : data) read(file(lines));
     read(write_file(""));
 }
 
@@ -157,6 +133,23 @@ TEST_F(ReaderTest, EveryTruncationOfARealFileFailsOrReads) {
         const Outcome outcome = read(write_file(text.substr(0, cut)));
         EXPECT_TRUE(!outcome.read || outcome.with_errors) << "cut at " << cut;
     }
+}
+
+// Every input the reader's fuzzer starts from or ever found a fault with
+// goes through the same round as in the fuzzer: read in one and two passes,
+// exported, read back, memory back where it was.
+TEST_F(ReaderTest, EveryKeptFuzzerInputReadsWritesAndReadsBack) {
+    int inputs = 0;
+    for (const char *folder : {"seeds", "regressions"}) {
+        const std::filesystem::path path = std::filesystem::path(KX_SOURCE_DIR) / "tests" / "fuzz" / folder;
+        if (!std::filesystem::exists(path)) continue;
+        for (const auto &entry : std::filesystem::directory_iterator(path)) {
+            SCOPED_TRACE(entry.path().string());
+            EXPECT_EQ(kxfuzz::exercise_reader(entry.path().string(), directory_.path()), "");
+            inputs++;
+        }
+    }
+    EXPECT_GE(inputs, 2);
 }
 
 TEST_F(ReaderTest, SelectedClassesOnly) {
@@ -317,8 +310,9 @@ std::string scan_through_window(const std::string &path, size_t capacity) {
     }
 }
 
-TEST(ReaderWindowTest, SlidingGivesTheTokensOfTheWholeText) {
-    kxtest::TempDirectory directory("kxifc_window");
+using ReaderWindowTest = ReaderTest;
+
+TEST_F(ReaderWindowTest, SlidingGivesTheTokensOfTheWholeText) {
     std::string long_statement = "#9=IFCPOLYLOOP((";
     for (int i = 0; i < 300; i++) long_statement += (i ? ",#" : "#") + std::to_string(i + 10);
     long_statement += "));\n";
@@ -326,7 +320,7 @@ TEST(ReaderWindowTest, SlidingGivesTheTokensOfTheWholeText) {
         "\xEF\xBB\xBFISO-10303-21;\r\nHEADER;FILE_NAME('a;b','it''s;',(''),'\\S\\'x;');ENDSEC;\nDATA;\n"
         "/* a comment; with 'quotes */#1=IFCLABEL('; /* not a comment */');\r\n#2 = IFCX(1.5E-3,.T.,\"0F\",$,*);\n" +
         long_statement + "#3=IFCY('\\S\\';',(1.,2.,3.,4.,5.,6.,7.,8.,9.,10.,11.,12.,13.,14.));\n#4=IFCZ('''');ENDSEC;END-ISO-10303-21;\n#5=('unterminated;";
-    const std::string path = directory.write("tricky.ifc", tricky);
+    const std::string path = directory_.write("tricky.ifc", tricky);
     const std::string expected = scan_whole(tricky);
     for (size_t capacity = 16; capacity < 160; capacity++)
         EXPECT_EQ(scan_through_window(path, capacity), expected) << capacity;
@@ -335,12 +329,11 @@ TEST(ReaderWindowTest, SlidingGivesTheTokensOfTheWholeText) {
         EXPECT_EQ(scan_through_window(file, 4096), scan_whole(kxtest::read_file(file))) << file;
 }
 
-TEST(ReaderWindowTest, FileProblems) {
-    kxtest::TempDirectory directory("kxifc_window");
-    EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory.file("missing.ifc")).c_str()).problem(),
+TEST_F(ReaderWindowTest, FileProblems) {
+    EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory_.file("missing.ifc")).c_str()).problem(),
                  "the file cannot be opened");
-    EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory.path()).c_str()).problem(), "not a regular file");
-    EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory.write("empty.ifc", "")).c_str()).problem(),
+    EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory_.path()).c_str()).problem(), "not a regular file");
+    EXPECT_STREQ(kx::TextWindow(kxtest::wide(directory_.write("empty.ifc", "")).c_str()).problem(),
                  "the file is empty");
 }
 
@@ -348,21 +341,10 @@ TEST(ReaderWindowTest, FileProblems) {
 // code, place, id and attribute it must name, in every read mode; progress;
 // and reads on several threads, which must report and make what one thread
 // does.
-class ReadReportTest : public kxtest::LibraryTest {
-protected:
-    // An exchange file with the data lines from line 8 on.
-    std::string file(const std::string &data, const char *schema = "IFC4", const std::string &after = "") {
-        return directory_.write("case.ifc", kxtest::step_file(data, schema, after));
-    }
-    kxIfcModel *read(const std::string &path, uint32_t mode, kxReadReport *report,
-                     kxTextMode text_mode = KX_TEXT_MODE_LOSSLESS) {
-        return kxIfcModel_read_with_report(kxtest::wide(path).c_str(), mode, text_mode, report, nullptr);
-    }
-    kxtest::TempDirectory directory_{"kxifc_report"};
-};
+using ReadReportTest = ReaderTest;
 
 // Two-pass reads on several threads.
-class ParallelReadTest : public ReadReportTest {
+class ParallelReadTest : public ReaderTest {
 protected:
     // The export of a read on `threads` threads, its report and its object
     // tables, as one text.
@@ -443,6 +425,13 @@ TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
         {"#1=(IFCA()IFCB());\n", "IFC4", "", KX_READ_UNSUPPORTED_INSTANCE, 8, 1, 1, 0, true},
         {"#1= IFCPERSON($,'a\\X\\00b',$,$,$,$,$,$);\n", "IFC4", "", KX_READ_NUL_IN_STRING, 8, 17, 1, 2, true},
         {"#1= IFCCARTESIANPOINT((0.,0.));\n", "NOT_IFC", "", KX_READ_UNREADABLE_FILE, 0, 0, 0, 0, false},
+        {"#1=IFCCARTESIANPOINT(('a',2.));\n", "IFC4", "", KX_READ_WRONG_TYPE, 8, 23, 1, 1, true},
+        {"#1=IFCDIRECTION((1.,0.));\n#2=IFCPOLYLINE((#1));\n", "IFC4", "", KX_READ_WRONG_TYPE, 9, 17, 2, 1, true},
+        {"#1=IFCWALL('x',$,$,$,$,$,$,$,.NOSUCH.);\n", "IFC4", "", KX_READ_WRONG_TYPE, 8, 30, 1, 9, true},
+        {"#1=IFCCARTESIANPOINT((1.,2.);\n", "IFC4", "", KX_READ_SYNTAX_ERROR, 8, 29, 0, 0, false},
+        {"#1=IFCCARTESIANPOINT((1.,2.)));\n", "IFC4", "", KX_READ_SYNTAX_ERROR, 8, 30, 0, 0, false},
+        {"#1=IFCCARTESIANPOINT((1.,\xC3\xA9));\n", "IFC4", "", KX_READ_SYNTAX_ERROR, 8, 26, 0, 0, false},
+        {"1=IFCCARTESIANPOINT((1.,2.));\n", "IFC4", "", KX_READ_SYNTAX_ERROR, 8, 1, 0, 0, false},
     };
     kxReadReport *report = kxReadReport_new(0);
     for (const auto &c : cases) {
@@ -451,7 +440,7 @@ TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
             for (kxTextMode text_mode : {KX_TEXT_MODE_SPEC, KX_TEXT_MODE_LOSSLESS}) {
                 SCOPED_TRACE(testing::Message() << c.data << " mode " << mode << "/" << text_mode);
                 kxReadReport_clear(report);
-                kxIfcModel *model = read(path, mode, report, text_mode);
+                kxIfcModel *model = read_reporting(path, mode, report, text_mode);
                 EXPECT_EQ(model != nullptr, c.model_read);
                 if (model != nullptr) kxIfcModel_free(&model);
                 ASSERT_EQ(kxReadReport_count(report), 1u) << kxReadReport_message(report, 0);
@@ -464,6 +453,14 @@ TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
             }
         }
     }
+    // A typed value where an instance belongs: an unknown name, then no
+    // parameter list after it.
+    kxReadReport_clear(report);
+    EXPECT_EQ(read_reporting(file("#1=IFCLABEL'x';\n"), 1, report), nullptr);
+    ASSERT_EQ(kxReadReport_count(report), 2u);
+    EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_UNKNOWN_ENTITY);
+    EXPECT_EQ(kxReadReport_code(report, 1), KX_READ_SYNTAX_ERROR);
+    EXPECT_EQ(kxReadReport_column(report, 1), 12u);
     kxReadReport_free(&report);
 }
 
@@ -475,7 +472,7 @@ TEST_F(ReadReportTest, OnlyRegularFilesAreRead) {
     for (const std::string &path : {std::string("/dev/zero"), fifo, directory_.path()}) {
         SCOPED_TRACE(path);
         kxReadReport_clear(report);
-        EXPECT_EQ(read(path, 0, report), nullptr);
+        EXPECT_EQ(read_reporting(path, 0, report), nullptr);
         ASSERT_EQ(kxReadReport_count(report), 1u);
         EXPECT_EQ(kxReadReport_code(report, 0), KX_READ_UNREADABLE_FILE);
         EXPECT_STREQ(kxReadReport_message(report, 0), "not a regular file");
@@ -492,7 +489,7 @@ TEST_F(ReadReportTest, ABadValueInAVeryLongLineIsPassedOver) {
     const std::string path = file(std::string("#1= IFCCARTESIANPOINT((0.,0.));\n#2= IFCPOLYLINE((")
                                       .append(points).append("'x'));\n#3= IFCPOLYLINE((#1,#1));\n"));
     kxReadReport *report = kxReadReport_new(0);
-    kxIfcModel *model = read(path, 1, report);
+    kxIfcModel *model = read_reporting(path, 1, report);
     ASSERT_NE(model, nullptr);
     EXPECT_EQ(kxIfcModel_count_objects(model), 3u);
     ASSERT_EQ(kxReadReport_count(report), 1u);
@@ -529,7 +526,7 @@ TEST_F(ReadReportTest, ProgressIsReportedUpToTheEnd) {
         Progress reading, exporting;
         kxReadReport *report = kxReadReport_new(0);
         kxReadReport_set_progress(report, Progress::note, &reading);
-        kxIfcModel *model = read(path, mode, report);
+        kxIfcModel *model = read_reporting(path, mode, report);
         ASSERT_NE(model, nullptr);
         EXPECT_EQ(reading.runs.size(), mode + 1);
         for (size_t pass = 0; pass < mode; pass++) EXPECT_GE(reading.runs[pass], 2u);  // the file is over 8 MiB

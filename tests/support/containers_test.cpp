@@ -1,13 +1,16 @@
 // PtrArray, ValueArray and OrderedPtrMap: ordering under inserts and
-// removals, ownership of elements, and reports on misuse.
+// removals, ownership of elements, and reports on misuse; the #id tree; and
+// tracked memory across where blocks come from: the heap, a pool (while a
+// thread has one), large mappings; blocks moving between them when resized,
+// outliving their pool's owner.
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
+#include <cstring>
 #include <numeric>
 #include <random>
 #include <vector>
 
 #include "support/memory.h"
+#include "support/pool.h"
 #include "support/ptrarray.h"
 #include "support/ptrmap.h"
 #include "support/rbtree.h"
@@ -320,7 +323,6 @@ TEST_F(RbTreeTest, MillionRandomKeys) {
     std::shuffle(keys.begin(), keys.end(), random);
     for (uint32_t i = 0; i < COUNT; i++) entries[i] = Entry{keys[i], i};
 
-    const auto started = std::chrono::steady_clock::now();
     kx::RbTree *tree = kx::rbtree_create(kx::ulong_compare);
     for (uint32_t i = 0; i < COUNT; i++) ASSERT_TRUE(kx::rbtree_insert(tree, &entries[i]));
     std::shuffle(keys.begin(), keys.end(), random);
@@ -329,9 +331,6 @@ TEST_F(RbTreeTest, MillionRandomKeys) {
         const Entry *entry = static_cast<const Entry *>(kx::rbtree_get(tree, key, kx::ulong_compare));
         if (entry != nullptr && entry->id == key) found++;
     }
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    std::printf("1M inserts and lookups: %.3f s\n", seconds);
     EXPECT_EQ(found, COUNT);
     EXPECT_EQ(kx::rbtree_count(tree), COUNT);
     EXPECT_TRUE(kx::rbtree_is_valid(tree));
@@ -362,6 +361,66 @@ TEST_F(RbTreeTest, EmptyTreeAndMisuse) {
     kx::rbtree_destroy(&tree);
     kx::rbtree_destroy(&tree);
     EXPECT_TRUE(asserts().saw("(*tree) != NULL"));
+}
+
+using MemoryTest = kxtest::LibraryTest;
+
+// Fills a block with a pattern that says where each byte was.
+void fill(void *block, size_t size) {
+    for (size_t i = 0; i < size; i++) static_cast<unsigned char *>(block)[i] = static_cast<unsigned char>(i * 7 + 1);
+}
+
+bool holds_fill(const void *block, size_t size) {
+    for (size_t i = 0; i < size; i++)
+        if (static_cast<const unsigned char *>(block)[i] != static_cast<unsigned char>(i * 7 + 1)) return false;
+    return true;
+}
+
+// A block keeps its bytes through every move: pool to pool (grown), pool to
+// mapping, mapping past a huge page (moved to an aligned place), mapping
+// shrunk back, and resized outside any pool after its pool's owner let go;
+// a pool's freed place serves the next block of its size; the pool goes
+// with its last block.
+TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMove) {
+    kx::Pool *pool = kx::pool_new();
+    void *block = nullptr;
+    {
+        kx::MemPoolScope scope(pool);
+        void *first = kx::mem_alloc(40);
+        kx::mem_free(first);
+        void *again = kx::mem_alloc(40);
+        EXPECT_EQ(again, first);
+        kx::mem_free(again);
+        std::vector<size_t> sizes = {24, 500, 900, 300000, 3000000, 5000000, 2000, 100};
+        block = kx::mem_calloc(1, 8);
+        size_t size = 8;
+        for (size_t next : sizes) {
+            fill(block, size);
+            block = kx::mem_realloc(block, next);
+            EXPECT_TRUE(holds_fill(block, std::min(size, next))) << size << " -> " << next;
+            size = next;
+        }
+        fill(block, size);
+    }
+    kx::pool_release(&pool);
+    EXPECT_EQ(pool, nullptr);
+    block = kx::mem_realloc(block, 5000);
+    EXPECT_TRUE(holds_fill(block, 100));
+    kx::mem_free(block);
+}
+
+// Bytes a block gains by growing read as zero, on the heap and in a mapping
+// that shrank and grew again.
+TEST_F(MemoryTest, GrowingZeroedClearsWhatItGains) {
+    size_t size = 16;
+    char *block = static_cast<char *>(kx::mem_calloc(1, size));
+    for (size_t next : {size_t{4000}, size_t{600000}, size_t{300001}, size_t{900000}, size_t{4500000}}) {
+        std::memset(block, 0xAB, size);
+        block = static_cast<char *>(kx::mem_realloc_zeroed(block, size, next));
+        for (size_t i = size; i < next; i++) ASSERT_EQ(block[i], 0) << size << " -> " << next << " at " << i;
+        size = next;
+    }
+    kx::mem_free(block);
 }
 
 }  // namespace

@@ -331,7 +331,15 @@ TEST_F(StepLexerTest, SmallBuffersGiveTheSameTokens) {
     kx::steplexer_destroy(&lexer);
 }
 
-TEST_F(StepLexerTest, UnterminatedLiteralAndComment) {
+// An unterminated literal or comment ends in an error, an empty file at the
+// end; a missing file releases the reserved words; the literal of another
+// token is a misuse.
+TEST_F(StepLexerTest, UnterminatedTextEmptyOrMissingFileAndMisuse) {
+    kx::ReservedWords *words = kx::steplexer_words_create();
+    kx::steplexer_words_add(words, u"HEADER", 2);
+    EXPECT_EQ(kx::steplexer_create(path_.c_str(), &words), nullptr);
+    EXPECT_EQ(words, nullptr);  // taken over and released
+
     write_file("FILE_NAME('never closed, it''s");
     kx::StepLexer *lexer = open_lexer(16);
     EXPECT_TRUE(kx::steplexer_word_is_and_read(lexer, FILE_NAME));
@@ -344,6 +352,9 @@ TEST_F(StepLexerTest, UnterminatedLiteralAndComment) {
 
     write_file("HEADER; /* no end *");
     lexer = open_lexer();
+    expect_reports();
+    EXPECT_EQ(utf8(kx::steplexer_literal(lexer)), "HEADER");
+    EXPECT_TRUE(asserts().saw("lexer->token == StepToken::Literal"));
     EXPECT_FALSE(kx::steplexer_skip_to_word_and_read(lexer, FILE_SCHEMA));
     EXPECT_TRUE(kx::steplexer_token_is(lexer, StepToken::Error));
     kx::steplexer_destroy(&lexer);
@@ -370,22 +381,6 @@ TEST_F(StepLexerTest, BinaryGarbageEnds) {
         EXPECT_LE(tokens.size(), 200020u);
         kx::steplexer_destroy(&lexer);
     }
-}
-
-TEST_F(StepLexerTest, MissingFileReleasesTheTable) {
-    kx::ReservedWords *words = kx::steplexer_words_create();
-    kx::steplexer_words_add(words, u"HEADER", 2);
-    EXPECT_EQ(kx::steplexer_create(path_.c_str(), &words), nullptr);
-    EXPECT_EQ(words, nullptr);  // taken over and released
-}
-
-TEST_F(StepLexerTest, LiteralOfAnotherTokenIsReported) {
-    write_file("HEADER;");
-    kx::StepLexer *lexer = open_lexer();
-    expect_reports();
-    EXPECT_EQ(utf8(kx::steplexer_literal(lexer)), "HEADER");
-    EXPECT_TRUE(asserts().saw("lexer->token == StepToken::Literal"));
-    kx::steplexer_destroy(&lexer);
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ void expect_near(std::initializer_list<double> got, std::initializer_list<double
     for (auto g = got.begin(), e = expected.begin(); g != got.end(); ++g, ++e) EXPECT_NEAR(*g, *e, 1e-12);
 }
 
-TEST_F(NumbersTest, PlaneAxesConvertPointsAndFrames) {
+TEST_F(NumbersTest, PlaneAxesConvertPointsAndFramesAndVectorHelpers) {
     // Origin (10, 5), x axis along global +y.
     kx::PlaneAxes *axes = kx::planeaxes_create(10.0, 5.0, M_PI / 2);
     EXPECT_NEAR(kx::planeaxes_angle(axes), M_PI / 2, 1e-12);
@@ -92,15 +92,10 @@ TEST_F(NumbersTest, PlaneAxesConvertPointsAndFrames) {
     for (kx::PlaneAxes **p : {&axes, &inner, &global, &back}) kx::planeaxes_destroy(p);
     EXPECT_EQ(axes, nullptr);
 
-    expect_reports();
-    kx::PlaneAxes *degenerate = kx::planeaxes_create_with_direction(0.0, 0.0, 0.0, 0.0);
-    EXPECT_EQ(degenerate->direction_x, 1.0);
-    EXPECT_TRUE(asserts().saw("usable"));
-    kx::planeaxes_destroy(&degenerate);
-}
-
-TEST_F(NumbersTest, VectorHelpers) {
-    double x = 1e300, y = 1e300, z = 0.0;  // would overflow if squared directly
+    // 3D vectors: a unit vector from components that would overflow if
+    // squared directly; a cross product into one of its arguments.
+    double z = 0.0;
+    x = y = 1e300;
     EXPECT_TRUE(kx::vector3_unit(&x, &y, &z));
     EXPECT_NEAR(x, std::sqrt(0.5), 1e-15);
     x = y = z = 0.0;
@@ -109,6 +104,12 @@ TEST_F(NumbersTest, VectorHelpers) {
     const double b[3] = {5, 6, 7};
     kx::vector3_cross(a, b, a);  // the result may overwrite an argument
     EXPECT_EQ(std::vector<double>(a, a + 3), (std::vector<double>{-3, 6, -3}));
+
+    expect_reports();
+    kx::PlaneAxes *degenerate = kx::planeaxes_create_with_direction(0.0, 0.0, 0.0, 0.0);
+    EXPECT_EQ(degenerate->direction_x, 1.0);
+    EXPECT_TRUE(asserts().saw("usable"));
+    kx::planeaxes_destroy(&degenerate);
 }
 
 TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreads) {
@@ -133,9 +134,7 @@ using RealFormatTest = kxtest::LibraryTest;
 
 std::string format(double value) {
     char16_t *text = kxIfcWriteData_format_real(value);
-    char *utf8 = kx::wstr_to_utf8(text);
-    std::string result(utf8);
-    kx::mem_free(utf8);
+    const std::string result = kxtest::utf8(text);
     kx::wstr_destroy(&text);
     return result;
 }
@@ -196,30 +195,27 @@ using kxtest::wide;
 
 class WideStringTest : public kxtest::LibraryTest {};
 
-TEST_F(WideStringTest, ConcatenatesInPlaceEvenWithItself) {
+// Concatenation (also of the held string's own tail), upper case, blanks,
+// whole-word search, and replacing every occurrence: growing, shrinking, left
+// to right without overlaps, and nothing to look for.
+TEST_F(WideStringTest, EditsInPlaceAndSearches) {
     WideString text = kx::wstr_copy(u"Ifc");
     kx::wstr_concat(&text, u"Wall");
     kx::wstr_concat(&text, u"");
     EXPECT_EQ(std::u16string(text), u"IfcWall");
     kx::wstr_concat(&text, text + 3);  // the tail lives inside the held string
     EXPECT_EQ(take(text), u"IfcWallWall");
-}
 
-TEST_F(WideStringTest, CaseBlanksAndSearch) {
-    WideString text = kx::wstr_copy(u"ifc_wall-\u00e9z");
+    text = kx::wstr_copy(u"ifc_wall-\u00e9z");
     kx::wstr_to_upper(text);
     EXPECT_EQ(take(text), u"IFC_WALL-\u00e9Z");
-
     for (const char16_t *blank : {u"", u" \t\r\n "}) EXPECT_TRUE(kx::wstr_is_blank(blank));
     EXPECT_FALSE(kx::wstr_is_blank(u"  x "));
-
     EXPECT_TRUE(kx::wstr_find_word(u"IFC2X3_TC1", u"2X3"));
     EXPECT_TRUE(kx::wstr_find_word(u"IFC4", u"IFC4"));
     for (const char16_t *word : {u"IFC4X", u"ifc"}) EXPECT_FALSE(kx::wstr_find_word(u"IFC4", word));
-}
 
-TEST_F(WideStringTest, ReplacesEveryOccurrence) {
-    WideString text = kx::wstr_copy(u"it''s ''quoted''");
+    text = kx::wstr_copy(u"it''s ''quoted''");
     kx::wstr_replace_all(&text, u"''", u"'");
     EXPECT_EQ(std::u16string(text), u"it's 'quoted'");
     kx::wstr_replace_all(&text, u"'", u"\\S\\'");  // grows
@@ -227,7 +223,6 @@ TEST_F(WideStringTest, ReplacesEveryOccurrence) {
     kx::wstr_replace_all(&text, u"absent", u"x");
     kx::wstr_replace_all(&text, u"", u"x");  // nothing to look for
     EXPECT_EQ(take(text), u"it\\S\\'s \\S\\'quoted\\S\\'");
-
     text = kx::wstr_copy(u"aaaaa");
     kx::wstr_replace_all(&text, u"aa", u"b");  // left to right, no overlaps
     EXPECT_EQ(take(text), u"bba");

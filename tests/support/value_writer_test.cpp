@@ -1,5 +1,5 @@
 // Instance lines as the value writers print them: separators, nested lists
-// and typed values, the 120-column wrapping, ids, and the base-type writers.
+// and typed values, the base-type writers, the 120-column wrapping and ids.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -81,6 +81,21 @@ TEST_F(ValueWriterTest, ValueFormsAndGroups) {
                                   ".ELEMENT.,(1),IfcInteger(2));\n");
     kxIfcWriteData_begin_parameters(writer_);
     EXPECT_EQ(line(), "#1= IFCTHING();\n");
+
+    // The base-type writers; an undefined logical comes out UNKNOWN.
+    kxIfcWriteData_begin_parameters(writer_);
+    kx::coretype_write_boolean(writer_, kxBTRUE);
+    kx::coretype_write_boolean(writer_, kxBFALSE);
+    for (kxLogical value : {kx::kLogicalTrue, kx::kLogicalFalse, kx::kLogicalUnknown, kx::kLogicalUndefined})
+        kx::coretype_write_logical(writer_, value);
+    kx::coretype_write_integer(writer_, -7);
+    kx::coretype_write_real(writer_, 2.0);
+    kx::coretype_write_string(writer_, u"It's");
+    kx::coretype_write_string(writer_, nullptr);
+    char three_bits[] = {'1', '0', '1'};
+    kx::coretype_write_binary(writer_, kxBinary{three_bits, 3});
+    kx::coretype_write_binary(writer_, kxBinary{nullptr, 0});  // nothing written
+    EXPECT_EQ(line(), "#1= IFCTHING(.T.,.F.,.T.,.F.,.U.,.U.,-7,2.,'It''s',$,\"15\");\n");
 
     // Binary literals: the leading digit counts the unused high bits.
     kxIfcWriteData_begin_parameters(writer_);
@@ -194,26 +209,6 @@ TEST_F(ValueWriterTest, MisuseIsReported) {
         kxIfcWriteData_free(&writer_);
     }}});
     EXPECT_EQ(writer_, nullptr);
-}
-
-// ---- the base-type writers ----
-
-TEST_F(ValueWriterTest, BaseTypeWriters) {
-    kxIfcWriteData_begin_parameters(writer_);
-    kx::coretype_write_boolean(writer_, kxBTRUE);
-    kx::coretype_write_boolean(writer_, kxBFALSE);
-    kx::coretype_write_logical(writer_, kx::kLogicalTrue);
-    kx::coretype_write_logical(writer_, kx::kLogicalFalse);
-    kx::coretype_write_logical(writer_, kx::kLogicalUnknown);
-    kx::coretype_write_logical(writer_, kx::kLogicalUndefined);  // undefined comes out UNKNOWN
-    kx::coretype_write_integer(writer_, -7);
-    kx::coretype_write_real(writer_, 2.0);
-    kx::coretype_write_string(writer_, u"It's");
-    kx::coretype_write_string(writer_, nullptr);
-    char bits[] = {'1', '0', '1'};
-    kx::coretype_write_binary(writer_, kxBinary{bits, 3});
-    kx::coretype_write_binary(writer_, kxBinary{nullptr, 0});  // nothing written
-    EXPECT_EQ(line(), "#1= IFCTHING(.T.,.F.,.T.,.F.,.U.,.U.,-7,2.,'It''s',$,\"15\");\n");
 }
 
 // The STEP string escapes: what the writer produces and what the reader
