@@ -308,11 +308,17 @@ void release_reference(kxBaseObject **reference, void *) { baseobject_release(re
 
 }  // namespace
 
+// Each instance drops its references, then the list's hold on it. The walk
+// goes from the last instance to the first: files mostly refer back to
+// earlier lines, so by its turn an instance is mostly held by the list
+// alone, and freeing it drops its references in the same walk over its
+// slots.
 void baseobject_release_all(PtrArray **objects) {
-    for (uint32_t i = 0; i < ptrarray_count(*objects); i++) {
+    for (uint32_t i = ptrarray_count(*objects); i-- > 0;) {
         kxBaseObject **instance = reinterpret_cast<kxBaseObject **>(&(*objects)->items[i]);
         if (!baseobject_check(*instance)) continue;
-        (*instance)->object_class->hooks->for_each_reference(*instance, &release_reference, nullptr);
+        if ((*instance)->retain_count > 1)
+            (*instance)->object_class->hooks->for_each_reference(*instance, &release_reference, nullptr);
         baseobject_release(instance);
     }
     ptrarray_destroy(objects, nullptr);
