@@ -248,7 +248,7 @@ protected:
                  *rel2 = nullptr;
 };
 
-TEST_F(VisitTest, AnObjectBeingVisitedIsNeitherEnteredNorWalkedThrough) {
+TEST_F(VisitTest, AnObjectBeingVisitedIsSkippedAndHeadsAreNumbered) {
     kxBaseObject_dontuse_mark_as_being_visited(storey);
     kx::baseobject_visit(storey, nullptr);
     EXPECT_EQ(visited(), (std::vector<bool>(6, false)));
@@ -262,12 +262,10 @@ TEST_F(VisitTest, AnObjectBeingVisitedIsNeitherEnteredNorWalkedThrough) {
     EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(wall), kxBTRUE);
     kxBaseObject_dontuse_clear_visited_flag(wall);
     EXPECT_EQ(kxBaseObject_dontuse_has_been_visited(wall), kxBFALSE);
-}
 
-// A new head takes the next object id and no output id; a destroyed one is
-// marked, and any later use is reported. A NULL object is released quietly,
-// and its output id is all ones.
-TEST_F(VisitTest, HeadsAreNumberedAndDestroyedOnesRecognised) {
+    // A new head takes the next object id and no output id; a destroyed one is
+    // marked, and any later use is reported. A NULL object is released quietly,
+    // and its output id is all ones.
     kxBaseObject object{};
     uint32_t counter = 7;
     kx::baseobject_init(&object, KXIFCVERSION_IFC_4, &counter, model_->model_manager);
