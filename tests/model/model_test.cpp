@@ -37,7 +37,20 @@ int32_t filter_by_map(kxBaseObject *instance, void *filter_data) {
     return answers.at(instance);
 }
 
-TEST_F(ModelTest, FilterKeepsOnlyAnAnswerOfExactlyOne) {
+// The instances a visit offers; each call sets the stop flag to `stop`.
+std::vector<kxBaseObject *> visit(kxIfcModel *model, int32_t stop) {
+    struct Log {
+        std::vector<kxBaseObject *> calls;
+        int32_t stop;
+    } log{{}, stop};
+    kxIfcModel_dontuse_visit_model(model, &log, [](kxBaseObject *instance, void *data, int32_t *stop_flag) {
+        static_cast<Log *>(data)->calls.push_back(instance);
+        *stop_flag = static_cast<Log *>(data)->stop;
+    });
+    return log.calls;
+}
+
+TEST_F(ModelTest, FilterKeepsOnlyAnAnswerOfExactlyOneAndVisitsStopOnRequest) {
     model(KXIFCVERSION_IFC_4);
     std::map<kxBaseObject *, int32_t> answers;
     std::vector<kxBaseObject *> walls, kept;
@@ -55,22 +68,8 @@ TEST_F(ModelTest, FilterKeepsOnlyAnAnswerOfExactlyOne) {
     EXPECT_EQ(elements(kxIfcModel_dontuse_get_filtered_objects_of_class(model_, kxIfcWall_class(), nullptr,
                                                                          nullptr)),
               walls);
-}
 
-// The instances a visit offers; each call sets the stop flag to `stop`.
-std::vector<kxBaseObject *> visit(kxIfcModel *model, int32_t stop) {
-    struct Log {
-        std::vector<kxBaseObject *> calls;
-        int32_t stop;
-    } log{{}, stop};
-    kxIfcModel_dontuse_visit_model(model, &log, [](kxBaseObject *instance, void *data, int32_t *stop_flag) {
-        static_cast<Log *>(data)->calls.push_back(instance);
-        *stop_flag = static_cast<Log *>(data)->stop;
-    });
-    return log.calls;
-}
-
-TEST_F(ModelTest, VisitStopsOnRequestAndVisitedFlagsPersistUntilCleared) {
+    // A visit stops on request; visited flags persist until cleared.
     model(KXIFCVERSION_IFC_2X3);
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcBeam_class());

@@ -123,11 +123,9 @@ const kx::DefinedTypeInfo *find_defined_type(const std::string &name) {
     return nullptr;
 }
 
-class DefinedTypesTest : public kxtest::LibraryTest {};
-
 // Every defined type of both releases: its storage is that of the base type
 // its definition chain ends in, in each release where it is defined.
-TEST_F(DefinedTypesTest, EveryDefinedTypeIsStoredAsItsBaseType) {
+TEST_F(EnumerationsTest, EveryDefinedTypeIsStoredAsItsBaseType) {
     const auto &digest = committed_digest();
     ASSERT_TRUE(digest.loaded);
     ASSERT_EQ(kx::g_num_defined_types, digest.types.size());

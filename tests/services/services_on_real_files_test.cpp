@@ -26,6 +26,10 @@ std::string guid_of(kx::Instance instance) { return kx::to_utf8(kxIfcRoot_get_Gl
 
 std::optional<kx::Model> read_clean(const std::string &path) { return kx::Model::read(path, {true, 0}, nullptr); }
 
+std::vector<kxBaseObject *> all_of(kxIfcModel *model, const kxClass_t *klass) {
+    return kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model, klass));
+}
+
 // ---- spatial structure -----------------------------------------------------
 
 Instances contained_in(kx::Instance structure) {
@@ -244,9 +248,7 @@ TEST_F(ServicesOnRealFilesTest, FileSplitByStoreysMergesBackIntoItsStructureAndP
 // releases.
 class RelationshipHelpersTest : public kxtest::ModelFixture {
 protected:
-    std::vector<kxBaseObject *> all(const kxClass_t *klass) {
-        return kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model_, klass));
-    }
+    std::vector<kxBaseObject *> all(const kxClass_t *klass) { return all_of(model_, klass); }
 };
 
 // Aggregation reuses the relationship of the same name (case counts, and no
@@ -459,10 +461,6 @@ std::string storey_file(const std::string &storey, const std::string &storey_nam
                             "#18= IFCLOCALPLACEMENT(#12,#5);\n"
                             "#19= IFCRELCONTAINEDINSPATIALSTRUCTURE('" + guid(storey_name.substr(0, 4) + "C") +
                             "',$,$,$,(#17),#13);\n");
-}
-
-std::vector<kxBaseObject *> all_of(kxIfcModel *model, const kxClass_t *klass) {
-    return elements(kxIfcModel_dontuse_get_objects_by_class(model, klass));
 }
 
 class ModelMergerTest : public kxtest::LibraryTest {
