@@ -467,15 +467,14 @@ class ModelMergerTest : public kxtest::LibraryTest {
 protected:
     kxtest::TempDirectory dir_{"kx_merger"};
 
-    // Merges the files; the model (or NULL) and the list of files not merged.
+    // Merges the files without a table; the model (or NULL) and the list of
+    // files not merged.
     kxIfcModel *merge(const std::u16string &main_file, const std::vector<std::u16string> &secondaries,
-                      const std::u16string *table, kxArrString **not_merged, kxBool *result = nullptr) {
+                      kxArrString **not_merged) {
         kxIfcModelMerger *merger = kxIfcModelMerger_new(main_file.c_str());
         for (const std::u16string &name : secondaries) kxIfcModelMerger_add_secondary_model(merger, name.c_str());
         kxIfcModel *model = nullptr;
-        const kxBool merged =
-            kxIfcModelMerger_merge_models(merger, table != nullptr ? table->c_str() : nullptr, &model, not_merged);
-        if (result != nullptr) *result = merged;
+        kxIfcModelMerger_merge_models(merger, nullptr, &model, not_merged);
         kxIfcModelMerger_free(&merger);
         EXPECT_EQ(merger, nullptr);
         return model;
@@ -499,7 +498,7 @@ TEST_F(ModelMergerTest, SecondaryOfOtherReleaseOrBeyondTheIdsLeftIsListedAsNotMe
     const std::u16string old_file = write_file("old", kxtest::step_file("#1= IFCCARTESIANPOINT((0.,0.));\n", "IFC2X3"));
     for (const auto &[main, secondary] : {std::pair{main, old_file}, std::pair{crowded, main}}) {
         kxArrString *not_merged = nullptr;
-        kxIfcModel *model = merge(main, {secondary, secondary}, nullptr, &not_merged);  // listed once
+        kxIfcModel *model = merge(main, {secondary, secondary}, &not_merged);  // listed once
         ASSERT_NE(model, nullptr);
         ASSERT_NE(not_merged, nullptr);
         ASSERT_EQ(kxArrString_count(not_merged), 1u);
@@ -519,7 +518,7 @@ TEST_F(ModelMergerTest, SecondaryOfOtherReleaseOrBeyondTheIdsLeftIsListedAsNotMe
 TEST_F(ModelMergerTest, StoreysOfOneGlobalIdBecomeTheLowerHoldingTheProductsOfBoth) {
     // The same GlobalId, lower.
     const std::u16string second = write_file("second", storey_file("STA", "lower storey", "-1.", "WALLB", "second wall"));
-    kxIfcModel *model = merge(main_file(), {second}, nullptr, nullptr);
+    kxIfcModel *model = merge(main_file(), {second}, nullptr);
     ASSERT_NE(model, nullptr);
     const std::vector<kxBaseObject *> storeys = all_of(model, kxIfcBuildingStorey_class());
     ASSERT_EQ(storeys.size(), 1u);
