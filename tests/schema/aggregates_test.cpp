@@ -31,7 +31,7 @@ protected:
     static uint32_t retains(const kxBaseObject *instance) { return instance->retain_count; }
 };
 
-TEST_F(AggregatesTest, EachOccurrenceHoldsOneRetainAndRemovalTakesTheFirst) {
+TEST_F(AggregatesTest, InstanceAggregatesHoldOneRetainPerOccurrence) {
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcSlab_class());
     const uint32_t a0 = retains(a), b0 = retains(b);
@@ -71,9 +71,8 @@ TEST_F(AggregatesTest, EachOccurrenceHoldsOneRetainAndRemovalTakesTheFirst) {
     kxSetIfcObjectDefinition_free(&set);
     EXPECT_EQ(set, nullptr);
     EXPECT_EQ(retains(a), a0);
-}
 
-TEST_F(AggregatesTest, SetOverAnOccupiedPositionKeepsTheOldRetain) {
+    // Setting over an occupied position retains the new element and keeps the old retain.
     kxBaseObject *old_element = make(kxIfcCartesianPoint_class());
     kxBaseObject *new_element = make(kxIfcCartesianPoint_class());
     const uint32_t old0 = retains(old_element), new0 = retains(new_element);
@@ -148,7 +147,7 @@ TEST_F(AggregatesTest, NestedListsOwnTheirInnerLists) {
     EXPECT_EQ(grid, nullptr);
 }
 
-TEST_F(AggregatesTest, StringAggregatesOwnCopies) {
+TEST_F(AggregatesTest, ValueAggregatesOwnTheirStringsAndCopiesAreIndependent) {
     char16_t text[] = u"first";
     kxArrIfcLabel *labels = kxArrIfcLabel_new();
     kxArrIfcLabel_add(labels, text);
@@ -180,24 +179,23 @@ TEST_F(AggregatesTest, StringAggregatesOwnCopies) {
     kxArrIfcLabel_free(&labels);
     kxArrIfcLabel_free(&copy);
     EXPECT_EQ(labels, nullptr);
-}
 
-TEST_F(AggregatesTest, ValueAggregateCopiesAreIndependent) {
+    // Copies of value aggregates are independent.
     kxArrReal *reals = kxArrReal_new();
     kxArrReal_add(reals, 1.5);
     kxArrReal_add(reals, -2.25);
-    kxArrReal *copy = kxArrReal_copy(reals);
-    kxArrReal_set(copy, 0, 9.0);
-    kxArrReal_add(copy, 3.0);
+    kxArrReal *real_copy = kxArrReal_copy(reals);
+    kxArrReal_set(real_copy, 0, 9.0);
+    kxArrReal_add(real_copy, 3.0);
     kxArrReal_remove(reals, 1);
     EXPECT_EQ(kxArrReal_count(reals), 1u);
     EXPECT_EQ(kxArrReal_get(reals, 0), 1.5);
-    ASSERT_EQ(kxArrReal_count(copy), 3u);
-    EXPECT_EQ(kxArrReal_get(copy, 0), 9.0);
-    EXPECT_EQ(kxArrReal_get(copy, 1), -2.25);
-    EXPECT_EQ(kxArrReal_get(copy, 2), 3.0);
+    ASSERT_EQ(kxArrReal_count(real_copy), 3u);
+    EXPECT_EQ(kxArrReal_get(real_copy, 0), 9.0);
+    EXPECT_EQ(kxArrReal_get(real_copy, 1), -2.25);
+    EXPECT_EQ(kxArrReal_get(real_copy, 2), 3.0);
     kxArrReal_free(&reals);
-    kxArrReal_free(&copy);
+    kxArrReal_free(&real_copy);
 
     // Binary elements live in cells of their own, duplicated by a copy.
     char bits[] = "1011";
@@ -226,36 +224,17 @@ TEST_F(AggregatesTest, ValueAggregateCopiesAreIndependent) {
     kxIfcArcIndex_free(&arc);
 }
 
-TEST_F(AggregatesTest, MissingAggregatesAndBadIndicesAreReported) {
-    kxSetIfcObjectDefinition *empty = nullptr;
-    kxArrReal *reals = kxArrReal_new();
-    kxArrReal_add(reals, 1.0);
-    expect_each_reported({
-        {"(array_of_elements) != NULL", [] { EXPECT_EQ(kxSetIfcObjectDefinition_count(nullptr), 0u); }},
-        {"(*array_of_elements) != NULL", [&] { kxSetIfcObjectDefinition_free(&empty); }},
-        {"(array_of_elements) != NULL", [] { kxIfcComplexNumber_append_element(nullptr, 1.0); }},
-        {"index < array_of_elements->count",
-         [&] { EXPECT_FALSE(kxIfcCoreTypes_real_has_value(kxArrReal_get(reals, 5))); }},
-        {"index < array_of_elements->count", [&] { kxArrReal_set(reals, 5, 2.0); }},  // nothing stored
-        {"index < array_of_elements->count", [&] { kxArrReal_remove(reals, 5); }},
-    });
-    EXPECT_EQ(kxArrReal_count(reals), 1u);
-    EXPECT_EQ(kxArrReal_get(reals, 0), 1.0);
-    kxArrReal_free(&reals);
-}
-
 // The exported entity accessors one rule at a time, told on a few classes:
 // the ownership rules of the setters, how empty attributes are written, and
 // calls on the wrong instance.
 using kxtest::live_blocks;
-using kxtest::narrow;
 using kxtest::written_line;
 
 class EntityAccessorsTest : public kxtest::ModelFixture {};
 
 // The same value given again is kept; a new one is taken (retained or
 // copied) before the old one is let go; NULL lets go.
-TEST_F(EntityAccessorsTest, SettersTakeTheNewValueBeforeLettingGoOfTheOld) {
+TEST_F(EntityAccessorsTest, SettersTakeTheNewValueFirstAndEmptyAttributesAreWrittenDerivedOrUnset) {
     kxIfcModel *m = model(KXIFCVERSION_IFC_4);
     kxBaseObject *wall = make(m, kxIfcWall_class());
     kxBaseObject *history = make(m, kxIfcOwnerHistory_class());
@@ -280,18 +259,16 @@ TEST_F(EntityAccessorsTest, SettersTakeTheNewValueBeforeLettingGoOfTheOld) {
     kxIfcWall_set_Name(wall, nullptr);
     EXPECT_EQ(kxIfcWall_Name_has_value(wall), kxBFALSE);
     EXPECT_EQ(live_blocks(), empty);
-}
 
-// Empty mandatory values are written "*", empty optional ones and
-// references "$"; attributes a subtype redeclares as derived are "*".
-TEST_F(EntityAccessorsTest, EmptyAttributesAreWrittenDerivedOrUnset) {
+    // Empty mandatory values are written "*", empty optional ones and
+    // references "$"; attributes a subtype redeclares as derived are "*".
     for (kxIfcVersion_t release : {KXIFCVERSION_IFC_2X3, KXIFCVERSION_IFC_4}) {
-        kxIfcModel *m = model(release);
-        kxBaseObject *wall = make(m, kxIfcWall_class());
+        kxIfcModel *in_release = model(release);
+        kxBaseObject *unset_wall = make(in_release, kxIfcWall_class());
         const std::string wall_tail = release == KXIFCVERSION_IFC_4 ? "$,$,$,$,$,$,$,$);\n" : "$,$,$,$,$,$,$);\n";
-        EXPECT_EQ(written_line(wall), std::string("#") + id(wall) + "= IFCWALL(*," + wall_tail);
-        kxBaseObject *sub = make(m, kxIfcGeometricRepresentationSubContext_class());
-        kxBaseObject *context = make(m, kxIfcGeometricRepresentationContext_class());
+        EXPECT_EQ(written_line(unset_wall), std::string("#") + id(unset_wall) + "= IFCWALL(*," + wall_tail);
+        kxBaseObject *sub = make(in_release, kxIfcGeometricRepresentationSubContext_class());
+        kxBaseObject *context = make(in_release, kxIfcGeometricRepresentationContext_class());
         EXPECT_EQ(written_line(context), std::string("#") + id(context) + "= IFCGEOMETRICREPRESENTATIONCONTEXT($,$,*,$,$,$);\n");
         kxIfcGeometricRepresentationSubContext_set_ParentContext(sub, context);
         EXPECT_EQ(written_line(sub),
@@ -303,11 +280,15 @@ TEST_F(EntityAccessorsTest, EmptyAttributesAreWrittenDerivedOrUnset) {
 
 // An accessor called on an instance of an unrelated class, on NULL, or on
 // an instance of an unknown release is reported, gives the undefined value
-// and stores nothing.
+// and stores nothing; so are calls on a missing aggregate or with an index
+// out of range.
 TEST_F(EntityAccessorsTest, MisuseIsReportedAndChangesNothing) {
     kxIfcModel *m = model(KXIFCVERSION_IFC_4);
     kxBaseObject *point = make(m, kxIfcCartesianPoint_class());
     kxBaseObject *wall = make(m, kxIfcWall_class());
+    kxSetIfcObjectDefinition *empty = nullptr;
+    kxArrReal *reals = kxArrReal_new();
+    kxArrReal_add(reals, 1.0);
     const std::vector<char> before(reinterpret_cast<char *>(point),
                                    reinterpret_cast<char *>(point) + point->object_class->record_size);
     const std::string unrelated = "kxBaseObject_dontuse_is_object_kind_of(instance, klass) == kxBTRUE";
@@ -327,10 +308,20 @@ TEST_F(EntityAccessorsTest, MisuseIsReportedAndChangesNothing) {
         {"", [&] { kxIfcWall_set_Name(wall, u"x"); }},
         {"", [&] { EXPECT_EQ(kxIfcWall_get_Name(wall), nullptr); }},
         {"", [&] { EXPECT_EQ(kxIfcWall_inverse_relation_ContainedInStructure(wall), nullptr); }},
+        {"(array_of_elements) != NULL", [] { EXPECT_EQ(kxSetIfcObjectDefinition_count(nullptr), 0u); }},
+        {"(*array_of_elements) != NULL", [&] { kxSetIfcObjectDefinition_free(&empty); }},
+        {"(array_of_elements) != NULL", [] { kxIfcComplexNumber_append_element(nullptr, 1.0); }},
+        {"index < array_of_elements->count",
+         [&] { EXPECT_FALSE(kxIfcCoreTypes_real_has_value(kxArrReal_get(reals, 5))); }},
+        {"index < array_of_elements->count", [&] { kxArrReal_set(reals, 5, 2.0); }},  // nothing stored
+        {"index < array_of_elements->count", [&] { kxArrReal_remove(reals, 5); }},
     });
     EXPECT_EQ(std::memcmp(before.data(), point, before.size()), 0) << "the point changed";
     wall->ifc_version = KXIFCVERSION_IFC_4;
     EXPECT_EQ(kxIfcWall_Name_has_value(wall), kxBFALSE);
+    EXPECT_EQ(kxArrReal_count(reals), 1u);
+    EXPECT_EQ(kxArrReal_get(reals, 0), 1.0);
+    kxArrReal_free(&reals);
 }
 
 }  // namespace

@@ -87,10 +87,6 @@ constexpr int32_t kLogical = -1, kLogical2 = 1;
 
 using kxtest::narrow;
 
-bool same_bits(const kxBinary &a, const kxBinary &b) {
-    return a.num_bits == b.num_bits && (a.num_bits == 0 || std::memcmp(a.contents, b.contents, a.num_bits) == 0);
-}
-
 // Collects what went wrong, so that a fault shared by many classes gives one
 // readable failure rather than thousands.
 struct Problems {
@@ -363,7 +359,8 @@ protected:
         case SLOT_ENUM: return get<int32_t>(row, instance) == given.integer;
         case SLOT_BINARY: {
             const kxBinary bits = get<kxBinary>(row, instance);
-            return bits.contents != kBinary.contents && same_bits(bits, kBinary);
+            return bits.contents != kBinary.contents && bits.num_bits == kBinary.num_bits &&
+                   std::memcmp(bits.contents, kBinary.contents, bits.num_bits) == 0;
         }
         case SLOT_ENTITY:
         case SLOT_SELECT: return get<kxBaseObject *>(row, instance) == given.pointer;

@@ -26,101 +26,42 @@ using kxtest::narrow;
 using kxtest::wide;
 using kxtest::written_line;
 
-class SelectsTest : public kxtest::ModelFixture {
-protected:
-    void SetUp() override {
-        ModelFixture::SetUp();
-        model(KXIFCVERSION_IFC_4);
-    }
-    void TearDown() override {
-        if (list_ != nullptr) kxParseParList_free(&list_);
-        ModelFixture::TearDown();
-    }
-    static kxBaseObject *create_for_list(void *model, const kxClass_t *klass) {
-        return kxIfcModel_dontuse_new_object(static_cast<kxIfcModel *>(model), klass);
-    }
+using SelectsTest = kxtest::ModelFixture;
 
-    // A parameter list for an instance line, filled by the helpers below.
-    kxParseParList *list() {
-        if (list_ == nullptr) list_ = kxParseParList_new(KXIFCVERSION_IFC_4, &create_for_list, model_);
-        return list_;
-    }
-    void add_string(const char16_t *text) {
-        char16_t *owned = kx::wstr_copy(text);
-        kxParseParList_append(list(), kxParserParam_string(&owned, 1, 0));
-    }
-    void add_unset(int count) {
-        for (int i = 0; i < count; i++) kxParseParList_append(list(), kxParserParam_null(1, 0));
-    }
-    void add_reference(kxBaseObject *instance) {
-        kxParseParList_append(list(), kxParserParam_reference(instance->output_file_id, instance, 1, 0));
-    }
-    // NAME(value) as the tokenizer gives it: the name, a begin, the value, an end.
-    void add_typed(const char16_t *upper_name, kxParserParam value) {
-        char16_t *name = kx::wstr_copy(upper_name);
-        kxParseParList_append(list(), kxParserParam_typed_name(&name, 1, 0));
-        kxParseParList_append(list(), kxParserParam_nested_begin(1, 0));
-        kxParseParList_append(list(), value);
-        kxParseParList_append(list(), kxParserParam_nested_end(1, 0));
-    }
-    static kxParserParam string_value(const char16_t *text) {
-        char16_t *owned = kx::wstr_copy(text);
-        return kxParserParam_string(&owned, 1, 0);
-    }
+kxBaseObject *create_for_list(void *model, const kxClass_t *klass) {
+    return kxIfcModel_dontuse_new_object(static_cast<kxIfcModel *>(model), klass);
+}
 
-    kxParseParList *list_ = nullptr;
-};
-
-// ---- reading ----
-
-TEST_F(SelectsTest, TypedValuesAreReadByTheirNameAndUnknownNamesReported) {
-    for (const bool label : {true, false}) {
-        kxBaseObject *property = make(kxIfcPropertySingleValue_class());
-        add_string(u"Name");
-        add_unset(1);
-        if (label) add_typed(u"IFCLABEL", string_value(u"Wall"));
-        else add_typed(u"IFCLENGTHMEASURE", kxParserParam_real(2.5, 1, 0));
-        add_unset(1);
-        kx::entity_init_from_parse(property, list());
-        EXPECT_FALSE(kxParseParList_has_errors(list()));
-        kxBaseObject *value = kxIfcPropertySingleValue_get_NominalValue(property);
-        ASSERT_NE(value, nullptr);
-        EXPECT_EQ(kxIfcValue_get_type(value), label ? 28u : 13u);
-        if (label) {
-            EXPECT_EQ(narrow(kxIfcValue_get_kxIfcLabel(value)), "Wall");
-        } else {
-            EXPECT_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
-        }
-        kxParseParList_free(&list_);
-    }
-
-    // A type name that is no member: reported, the group skipped, the next
-    // attribute still read.
+// A type name that is no member of the select: reported, the group skipped,
+// the next attribute still read. (The round trip reads every member by its
+// name.) An empty select value is written like an empty attribute.
+TEST_F(SelectsTest, UnknownTypedValuesAreReportedAndEmptyValuesWrittenUnset) {
+    model(KXIFCVERSION_IFC_4);
     kxBaseObject *unknown = make(kxIfcPropertySingleValue_class());
     kxBaseObject *unit = make(kxIfcSIUnit_class());
-    add_string(u"Odd");
-    add_unset(1);
-    add_typed(u"IFCWALL", kxParserParam_real(1.0, 1, 0));
-    add_reference(unit);
-    kx::entity_init_from_parse(unknown, list());
-    EXPECT_TRUE(kxParseParList_has_errors(list()));
-    EXPECT_EQ(narrow(kxParseParList_get(list(), 2)->message), "Incorrect type, expected 'kxIfcValue'");
+    kxParseParList *list = kxParseParList_new(KXIFCVERSION_IFC_4, &create_for_list, model_);
+    char16_t *name = kx::wstr_copy(u"Odd"), *type = kx::wstr_copy(u"IFCWALL");
+    // 'Odd',$,IFCWALL(1.),#unit as the tokenizer gives them.
+    for (const kxParserParam &parameter :
+         {kxParserParam_string(&name, 1, 0), kxParserParam_null(1, 0), kxParserParam_typed_name(&type, 1, 0),
+          kxParserParam_nested_begin(1, 0), kxParserParam_real(1.0, 1, 0), kxParserParam_nested_end(1, 0),
+          kxParserParam_reference(unit->output_file_id, unit, 1, 0)})
+        kxParseParList_append(list, parameter);
+    kx::entity_init_from_parse(unknown, list);
+    EXPECT_TRUE(kxParseParList_has_errors(list));
+    EXPECT_EQ(narrow(kxParseParList_get(list, 2)->message), "Incorrect type, expected 'kxIfcValue'");
+    kxParseParList_free(&list);
     EXPECT_EQ(kxIfcPropertySingleValue_get_NominalValue(unknown), nullptr);
     ASSERT_NE(kxIfcPropertySingleValue_get_Unit(unknown), nullptr);
     EXPECT_EQ(kxIfcUnit_get_kxIfcNamedUnit(kxIfcPropertySingleValue_get_Unit(unknown)), unit);
+
+    kxBaseObject *empty = make(kxIfcPropertySingleValue_class());
+    kxIfcPropertySingleValue_set_Name(empty, u"Height");
+    kxIfcPropertySingleValue_set_NominalValue(empty, make(kxIfcValue_class()));
+    EXPECT_EQ(written_line(empty), std::string("#") + id(empty) + "= IFCPROPERTYSINGLEVALUE('Height',$,$,$);\n");
 }
 
-// ---- writing ----
-
-// An empty select value is written like an empty attribute.
-TEST_F(SelectsTest, EmptyValueIsWrittenUnset) {
-    kxBaseObject *property = make(kxIfcPropertySingleValue_class());
-    kxIfcPropertySingleValue_set_Name(property, u"Height");
-    kxIfcPropertySingleValue_set_NominalValue(property, make(kxIfcValue_class()));
-    EXPECT_EQ(written_line(property), std::string("#") + id(property) + "= IFCPROPERTYSINGLEVALUE('Height',$,$,$);\n");
-}
-
-// ---- every exported member accessor ----
+// ---- every exported member and inverse accessor ----
 
 struct MemberRow {
     std::string select, member, kind;
@@ -128,14 +69,29 @@ struct MemberRow {
     int releases;
 };
 
-std::vector<MemberRow> read_members() {
-    std::vector<MemberRow> rows;
+struct InverseRow {
+    std::string entity, name;
+    std::string relating[2], attribute[2];  // "-" where the release has none
+};
+
+struct Manifest {
+    std::vector<MemberRow> members;
+    std::vector<InverseRow> inverses;
+    std::map<std::pair<std::string, std::string>, std::vector<std::pair<int, std::string>>> attrs;  // releases, kind
+};
+
+Manifest read_manifest() {
+    Manifest manifest;
     for (const std::vector<std::string> &fields : kxtest::accessor_manifest()) {
-        if (fields.size() == 6 && fields[0] == "member")
-            rows.push_back({fields[1], fields[3], fields[4], static_cast<uint32_t>(std::stoul(fields[2])),
-                            std::stoi(fields[5])});
+        if (fields[0] == "member" && fields.size() == 6)
+            manifest.members.push_back({fields[1], fields[3], fields[4], static_cast<uint32_t>(std::stoul(fields[2])),
+                                        std::stoi(fields[5])});
+        else if (fields[0] == "inverse" && fields.size() == 7)
+            manifest.inverses.push_back({fields[1], fields[2], {fields[3], fields[5]}, {fields[4], fields[6]}});
+        else if (fields[0] == "attr" && fields.size() == 8)
+            manifest.attrs[{fields[1], fields[2]}].push_back({std::stoi(fields[6]), fields[4]});
     }
-    return rows;
+    return manifest;
 }
 
 // A concrete class of the release that is kind of the named class: the
@@ -156,14 +112,17 @@ std::string concrete_kind_of(const std::string &name, uint32_t release) {
     return "";
 }
 
-// Each member's exported setter stores its code and its getter gives the
-// value back, for every member of every select, in a release that has it.
-TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
+// Through the built shared library: each member's exported setter stores its
+// code and its getter gives the value back, for every member of every select
+// in a release that has it; every exported inverse accessor, called on an
+// instance of each release where its entity is concrete, answers with an
+// empty array. (The model tests cover what inverse queries find.)
+TEST(SharedLibraryExportsTest, EveryMemberSetterStoresItsCodeAndEveryInverseAnswers) {
     KX_REQUIRE_SHARED_LIBRARY();
     kxtest::SharedLibrary library;
     ASSERT_TRUE(library.open()) << dlerror();
-    const std::vector<MemberRow> rows = read_members();
-    ASSERT_GT(rows.size(), 600u);
+    const Manifest manifest = read_manifest();
+    ASSERT_GT(manifest.members.size(), 600u);
     const kxtest::SharedLibrary::Usage before = library.usage();
 
     kxIfcModel *models[2];
@@ -173,7 +132,7 @@ TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
     }
     char bits[] = {'1', '0'};
     uint32_t checked = 0, without_instances = 0;
-    for (const MemberRow &row : rows) {
+    for (const MemberRow &row : manifest.members) {
         const std::string where = row.select + " member " + std::to_string(row.code) + " " + row.member;
         const uint32_t release = (row.releases & 2) != 0 ? 1 : 0;
         const std::string prefix = "kx" + row.select + "_";
@@ -225,39 +184,48 @@ TEST(SelectMemberExportsTest, EveryMemberSetterStoresItsCode) {
         EXPECT_TRUE(gives_back) << where;
         checked++;
     }
-    for (kxIfcModel *&model : models) library.model_free(&model);
-    EXPECT_EQ(checked + without_instances, rows.size());
+    EXPECT_EQ(checked + without_instances, manifest.members.size());
     EXPECT_LT(without_instances, 10u);
+
+    uint32_t calls = 0;
+    std::set<std::string> missing;
+    for (int release = 0; release < 2; release++) {
+        const kxIfcVersion_t version = static_cast<kxIfcVersion_t>(release);
+        std::map<std::string, kxBaseObject *> instances;
+        for (const InverseRow &row : manifest.inverses) {
+            const std::string symbol = "kx" + row.entity + "_inverse_relation_" + row.name;
+            auto *inverse = library.function<kxArrayST *(const kxBaseObject *)>(symbol);
+            if (inverse == nullptr) {
+                missing.insert(symbol);
+                continue;
+            }
+            auto found = instances.find(row.entity);
+            if (found == instances.end()) {
+                const kxClass_t *klass = library.find_class(wide(row.entity).c_str());
+                kxBaseObject *instance = nullptr;
+                if (klass != nullptr && library.exists_in(klass, version) && !library.is_abstract(klass, version))
+                    instance = library.new_object(models[release], klass);
+                found = instances.emplace(row.entity, instance).first;
+            }
+            if (found->second == nullptr) continue;
+            kxArrayST *array = inverse(found->second);
+            EXPECT_NE(array, nullptr) << symbol << " in release " << release;
+            if (array == nullptr) continue;
+            EXPECT_EQ(library.array_count(array), 0u) << symbol << ": nothing refers to the instance";
+            library.array_free(&array, nullptr);
+            calls++;
+        }
+    }
+    for (kxIfcModel *&model : models) library.model_free(&model);
+    EXPECT_TRUE(missing.empty()) << missing.size() << " not exported, first " << *missing.begin();
+    // Most inverses belong to concrete entities of both releases.
+    EXPECT_GT(calls, manifest.inverses.size());
+    std::printf("inverse accessors: %zu exported, %u calls on concrete instances\n", manifest.inverses.size(), calls);
 
     library.expect_usage_back_at(before);
 }
 
-// Every exported inverse accessor of the built shared library, called on an
-// instance of each release where its entity is concrete, and the manifest's
-// forward reference of every inverse. (The model tests cover what inverse
-// queries find.)
-
-struct InverseRow {
-    std::string entity, name;
-    std::string relating[2], attribute[2];  // "-" where the release has none
-};
-
-struct Manifest {
-    std::vector<InverseRow> inverses;
-    std::map<std::pair<std::string, std::string>, std::vector<std::pair<int, std::string>>> attrs;  // releases, kind
-};
-
-Manifest read_manifest() {
-    Manifest manifest;
-    for (const std::vector<std::string> &fields : kxtest::accessor_manifest()) {
-        if (fields[0] == "inverse" && fields.size() == 7)
-            manifest.inverses.push_back({fields[1], fields[2], {fields[3], fields[5]}, {fields[4], fields[6]}});
-        else if (fields[0] == "attr" && fields.size() == 8)
-            manifest.attrs[{fields[1], fields[2]}].push_back({std::stoi(fields[6]), fields[4]});
-    }
-    return manifest;
-}
-
+// The manifest names a forward reference for every inverse.
 TEST(InverseRelationsExportsTest, ManifestNamesAForwardReferenceForEveryInverse) {
     const Manifest manifest = read_manifest();
     ASSERT_GT(manifest.inverses.size(), 7000u);
@@ -291,55 +259,6 @@ TEST(InverseRelationsExportsTest, ManifestNamesAForwardReferenceForEveryInverse)
             EXPECT_EQ(row.relating[0], "-") << row.entity << "." << row.name;
         }
     }
-}
-
-TEST(InverseRelationsExportsTest, EveryExportedInverseAnswersWithAnArray) {
-    KX_REQUIRE_SHARED_LIBRARY();
-    kxtest::SharedLibrary library;
-    ASSERT_TRUE(library.open()) << dlerror();
-    const Manifest manifest = read_manifest();
-
-    const kxtest::SharedLibrary::Usage before = library.usage();
-
-    uint32_t calls = 0;
-    std::set<std::string> missing;
-    for (int release = 0; release < 2; release++) {
-        const kxIfcVersion_t version = static_cast<kxIfcVersion_t>(release);
-        kxIfcModel *model = library.model_new();
-        library.set_version(model, version);
-        std::map<std::string, kxBaseObject *> instances;
-        for (const InverseRow &row : manifest.inverses) {
-            const std::string symbol = "kx" + row.entity + "_inverse_relation_" + row.name;
-            auto *inverse = library.function<kxArrayST *(const kxBaseObject *)>(symbol);
-            if (inverse == nullptr) {
-                missing.insert(symbol);
-                continue;
-            }
-            auto found = instances.find(row.entity);
-            if (found == instances.end()) {
-                const std::u16string name = kxtest::wide(row.entity);
-                const kxClass_t *klass = library.find_class(name.c_str());
-                kxBaseObject *instance = nullptr;
-                if (klass != nullptr && library.exists_in(klass, version) && !library.is_abstract(klass, version))
-                    instance = library.new_object(model, klass);
-                found = instances.emplace(row.entity, instance).first;
-            }
-            if (found->second == nullptr) continue;
-            kxArrayST *array = inverse(found->second);
-            EXPECT_NE(array, nullptr) << symbol << " in release " << release;
-            if (array == nullptr) continue;
-            EXPECT_EQ(library.array_count(array), 0u) << symbol << ": nothing refers to the instance";
-            library.array_free(&array, nullptr);
-            calls++;
-        }
-        library.model_free(&model);
-    }
-    EXPECT_TRUE(missing.empty()) << missing.size() << " not exported, first " << *missing.begin();
-    // Most inverses belong to concrete entities of both releases.
-    EXPECT_GT(calls, manifest.inverses.size());
-    std::printf("inverse accessors: %zu exported, %u calls on concrete instances\n", manifest.inverses.size(), calls);
-
-    library.expect_usage_back_at(before);
 }
 
 }  // namespace

@@ -177,7 +177,7 @@ protected:
 
 // ---- the default conversion of the assignment's units ----
 
-TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEveryLengthBy1000) {
+TEST_F(UnitsModelConversorTest, MilliMetreModelDividesEveryLengthBy1000AndModelWithoutUnitsIsLeftAlone) {
     for (kxIfcVersion_t release : kReleases) {
         fresh(release);
         // The first length unit wins; an absorbed dose unit (the first
@@ -211,19 +211,17 @@ TEST_F(UnitsModelConversorTest, MilliMetreModelWithDefaultConversionDividesEvery
         if (release == KXIFCVERSION_IFC_2X3) {
             EXPECT_DOUBLE_EQ(kxArrReal_get(kxIfcDirection_get_DirectionRatios_v2x3(direction), 0), 1000.0);
         }
-    }
-}
 
-TEST_F(UnitsModelConversorTest, ModelWithoutUnitsIsLeftUnchanged) {
-    for (kxIfcVersion_t release : kReleases) {
+        // A model without units (in IFC4 an assignment without any) is left
+        // unchanged, even with a handler and a value that states its unit.
         fresh(release);
-        if (release == KXIFCVERSION_IFC_4) make(kxIfcUnitAssignment_class());  // an assignment without units
-        kxBaseObject *corner = point({1000.0, 2000.0});
-        kxBaseObject *own_unit = single_value(length_value(2500.0), si_unit("LENGTHUNIT", "MILLI", "METRE"));
+        if (release == KXIFCVERSION_IFC_4) make(kxIfcUnitAssignment_class());
+        corner = point({1000.0, 2000.0});
+        property = single_value(length_value(2500.0), si_unit("LENGTHUNIT", "MILLI", "METRE"));
         kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), nullptr, &times_thousand);
         convert_by_default();
         EXPECT_EQ(coordinates(corner), (std::vector<double>{1000.0, 2000.0}));
-        EXPECT_DOUBLE_EQ(nominal_length(own_unit), 2500.0);
+        EXPECT_DOUBLE_EQ(nominal_length(property), 2500.0);
     }
 }
 
@@ -271,7 +269,7 @@ TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
 
 // ---- conversion-based and derived units ----
 
-TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
+TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactorAndRecursionStops) {
     model(KXIFCVERSION_IFC_4);
     kxBaseObject *fahrenheit =
         conversion_based("THERMODYNAMICTEMPERATUREUNIT", u"DEGREE FAHRENHEIT", 5.0 / 9.0,
@@ -283,11 +281,10 @@ TEST_F(UnitsModelConversorTest, ConversionOffsetIsAddedAfterTheFactor) {
     single_value(temperature);
     convert_by_default();
     EXPECT_NEAR(kxIfcValue_get_kxIfcThermodynamicTemperatureMeasure(temperature), 273.15, 1e-9);
-}
 
-TEST_F(UnitsModelConversorTest, UnitsThatDefineThemselvesStopAtTheRecursionLimit) {
+    // Units that define themselves stop at the recursion limit.
     expect_reports();
-    model(KXIFCVERSION_IFC_4);
+    fresh(KXIFCVERSION_IFC_4);
     kxBaseObject *odd = conversion_based("LENGTHUNIT", u"ODD", 1.0, si_unit("LENGTHUNIT", nullptr, "METRE"));
     kxIfcMeasureWithUnit_set_UnitComponent(kxIfcConversionBasedUnit_get_ConversionFactor(odd), unit_select(odd));
     assign({odd});
@@ -330,103 +327,13 @@ TEST_F(UnitsModelConversorTest, DerivedUnitsComposeTheirElementsAndTruncateInteg
 
 // ---- values that state their own unit ----
 
-TEST_F(UnitsModelConversorTest, EveryKindOfPropertyWithAUnitConvertsUnderIt) {
-    for (kxIfcVersion_t release : kReleases) {
-        fresh(release);
-        assign({si_unit("LENGTHUNIT", nullptr, "METRE")});
-        kxBaseObject *bounded = make(kxIfcPropertyBoundedValue_class());
-        kxBaseObject *upper = length_value(3000.0);
-        kxBaseObject *lower = length_value(1000.0);
-        kxIfcPropertyBoundedValue_set_UpperBoundValue(bounded, upper);
-        kxIfcPropertyBoundedValue_set_LowerBoundValue(bounded, lower);
-        kxIfcPropertyBoundedValue_set_Unit(bounded, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
-
-        kxBaseObject *enumeration = make(kxIfcPropertyEnumeration_class());
-        kxIfcPropertyEnumeration_set_Name(enumeration, u"Sizes");
-        kxIfcPropertyEnumeration_set_EnumerationValues(enumeration, length_list({100.0, 200.0}));
-        kxIfcPropertyEnumeration_set_Unit(enumeration, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
-
-        kxBaseObject *list = make(kxIfcPropertyListValue_class());
-        kxIfcPropertyListValue_set_ListValues(list, length_list({10.0, 20.0}));
-        kxIfcPropertyListValue_set_Unit(list, unit_select(si_unit("LENGTHUNIT", "DECI", "METRE")));
-
-        kxBaseObject *table = make(kxIfcPropertyTableValue_class());
-        kxIfcPropertyTableValue_set_DefiningValues(table, length_list({1000.0}));
-        kxIfcPropertyTableValue_set_DefinedValues(table, length_list({100.0}));
-        kxIfcPropertyTableValue_set_DefiningUnit(table, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
-        kxIfcPropertyTableValue_set_DefinedUnit(table, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
-
-        convert_by_default();
-
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(upper), 3.0);
-        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(lower), 1.0);
-        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyEnumeration_get_EnumerationValues(enumeration), 1), 2.0);
-        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyListValue_get_ListValues(list), 0), 1.0);
-        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefiningValues(table), 0), 1.0);
-        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefinedValues(table), 0), 1.0);
-    }
-}
-
-TEST_F(UnitsModelConversorTest, TimeSeriesConvertTheirValuesAndTimeStepUnderTheirUnit) {
-    for (kxIfcVersion_t release : kReleases) {
-        fresh(release);
-        assign({si_unit("TIMEUNIT", nullptr, "SECOND")});
-        kxBaseObject *series = make(kxIfcRegularTimeSeries_class());
-        kxIfcRegularTimeSeries_set_TimeStep(series, 60.0);
-        kxIfcRegularTimeSeries_set_Unit(series, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
-        kxBaseObject *sample = make(kxIfcTimeSeriesValue_class());
-        kxIfcTimeSeriesValue_set_ListValues(sample, length_list({1500.0}));
-        kxListIfcTimeSeriesValue *samples = kxListIfcTimeSeriesValue_new();
-        kxListIfcTimeSeriesValue_append_element(samples, sample);
-        kxIfcRegularTimeSeries_set_Values(series, samples);
-
-        kxBaseObject *irregular = make(kxIfcIrregularTimeSeries_class());
-        kxIfcIrregularTimeSeries_set_Unit(irregular, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
-        kxBaseObject *irregular_sample = make(kxIfcIrregularTimeSeriesValue_class());
-        kxIfcIrregularTimeSeriesValue_set_ListValues(irregular_sample, length_list({150.0}));
-        kxListIfcIrregularTimeSeriesValue *irregular_samples = kxListIfcIrregularTimeSeriesValue_new();
-        kxListIfcIrregularTimeSeriesValue_append_element(irregular_samples, irregular_sample);
-        kxIfcIrregularTimeSeries_set_Values(irregular, irregular_samples);
-
-        convert_by_default();
-
-        EXPECT_DOUBLE_EQ(length_at(kxIfcTimeSeriesValue_get_ListValues(sample), 0), 1.5);
-        EXPECT_DOUBLE_EQ(kxIfcRegularTimeSeries_get_TimeStep(series), 0.06) << "under the series' unit, as it is";
-        EXPECT_DOUBLE_EQ(length_at(kxIfcIrregularTimeSeriesValue_get_ListValues(irregular_sample), 0), 1.5);
-    }
-}
-
-TEST_F(UnitsModelConversorTest, TableColumnsWithAUnitConvertTheirCellsInFullRows) {
-    model(KXIFCVERSION_IFC_4);
-    assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
-    kxBaseObject *table = make(kxIfcTable_class());
-    kxListIfcTableColumn *columns = kxListIfcTableColumn_new();
-    kxBaseObject *with_unit = make(kxIfcTableColumn_class());
-    kxIfcTableColumn_set_Unit_v4(with_unit, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
-    kxListIfcTableColumn_append_element(columns, with_unit);
-    kxListIfcTableColumn_append_element(columns, make(kxIfcTableColumn_class()));
-    kxIfcTable_set_Columns_v4(table, columns);
-    kxListIfcTableRow *rows = kxListIfcTableRow_new();
-    kxBaseObject *full = make(kxIfcTableRow_class());
-    kxIfcTableRow_set_RowCells(full, length_list({150.0, 2000.0}));
-    kxBaseObject *short_row = make(kxIfcTableRow_class());
-    kxIfcTableRow_set_RowCells(short_row, length_list({3000.0}));
-    kxListIfcTableRow_append_element(rows, full);
-    kxListIfcTableRow_append_element(rows, short_row);
-    kxIfcTable_set_Rows(table, rows);
-
-    convert_by_default();
-
-    EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(full), 0), 1.5) << "under the column's unit";
-    EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(full), 1), 2.0) << "no unit: the model's unit";
-    EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(short_row), 0), 3.0) << "not a full row: the model's unit";
-}
-
-// Each value is converted once, under its own unit where it states one.
+// Each value is converted once, under its own unit where it states one: every
+// kind of property, quantities, measures with unit, time series and table
+// columns; a value without a unit of its own takes the model's.
 TEST_F(UnitsModelConversorTest, ValuesWithTheirOwnUnitConvertUnderIt) {
     for (kxIfcVersion_t release : kReleases) {
         fresh(release);
-        assign({si_unit("LENGTHUNIT", "MILLI", "METRE")});
+        assign({si_unit("LENGTHUNIT", "MILLI", "METRE"), si_unit("TIMEUNIT", nullptr, "SECOND")});
         kxBaseObject *in_metres = single_value(length_value(2.5), si_unit("LENGTHUNIT", nullptr, "METRE"));
         kxBaseObject *in_centimetres = single_value(length_value(250.0), si_unit("LENGTHUNIT", "CENTI", "METRE"));
         kxBaseObject *quantity = make(kxIfcQuantityLength_class());
@@ -438,12 +345,83 @@ TEST_F(UnitsModelConversorTest, ValuesWithTheirOwnUnitConvertUnderIt) {
         kxBaseObject *value = length_value(25.0);
         kxIfcMeasureWithUnit_set_ValueComponent(measure, value);
         kxIfcMeasureWithUnit_set_UnitComponent(measure, unit_select(si_unit("LENGTHUNIT", "DECI", "METRE")));
+
+        kxBaseObject *bounded = make(kxIfcPropertyBoundedValue_class());
+        kxBaseObject *upper = length_value(3000.0);
+        kxBaseObject *lower = length_value(1000.0);
+        kxIfcPropertyBoundedValue_set_UpperBoundValue(bounded, upper);
+        kxIfcPropertyBoundedValue_set_LowerBoundValue(bounded, lower);
+        kxIfcPropertyBoundedValue_set_Unit(bounded, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
+        kxBaseObject *enumeration = make(kxIfcPropertyEnumeration_class());
+        kxIfcPropertyEnumeration_set_Name(enumeration, u"Sizes");
+        kxIfcPropertyEnumeration_set_EnumerationValues(enumeration, length_list({100.0, 200.0}));
+        kxIfcPropertyEnumeration_set_Unit(enumeration, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+        kxBaseObject *list = make(kxIfcPropertyListValue_class());
+        kxIfcPropertyListValue_set_ListValues(list, length_list({10.0, 20.0}));
+        kxIfcPropertyListValue_set_Unit(list, unit_select(si_unit("LENGTHUNIT", "DECI", "METRE")));
+        kxBaseObject *table = make(kxIfcPropertyTableValue_class());
+        kxIfcPropertyTableValue_set_DefiningValues(table, length_list({1000.0}));
+        kxIfcPropertyTableValue_set_DefinedValues(table, length_list({100.0}));
+        kxIfcPropertyTableValue_set_DefiningUnit(table, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
+        kxIfcPropertyTableValue_set_DefinedUnit(table, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+
+        kxBaseObject *series = make(kxIfcRegularTimeSeries_class());
+        kxIfcRegularTimeSeries_set_TimeStep(series, 60.0);
+        kxIfcRegularTimeSeries_set_Unit(series, unit_select(si_unit("LENGTHUNIT", "MILLI", "METRE")));
+        kxBaseObject *sample = make(kxIfcTimeSeriesValue_class());
+        kxIfcTimeSeriesValue_set_ListValues(sample, length_list({1500.0}));
+        kxListIfcTimeSeriesValue *samples = kxListIfcTimeSeriesValue_new();
+        kxListIfcTimeSeriesValue_append_element(samples, sample);
+        kxIfcRegularTimeSeries_set_Values(series, samples);
+        kxBaseObject *irregular = make(kxIfcIrregularTimeSeries_class());
+        kxIfcIrregularTimeSeries_set_Unit(irregular, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+        kxBaseObject *irregular_sample = make(kxIfcIrregularTimeSeriesValue_class());
+        kxIfcIrregularTimeSeriesValue_set_ListValues(irregular_sample, length_list({150.0}));
+        kxListIfcIrregularTimeSeriesValue *irregular_samples = kxListIfcIrregularTimeSeriesValue_new();
+        kxListIfcIrregularTimeSeriesValue_append_element(irregular_samples, irregular_sample);
+        kxIfcIrregularTimeSeries_set_Values(irregular, irregular_samples);
+
+        // Table columns with a unit convert their cells in full rows (IFC4).
+        kxBaseObject *full = nullptr, *short_row = nullptr;
+        if (release == KXIFCVERSION_IFC_4) {
+            kxListIfcTableColumn *columns = kxListIfcTableColumn_new();
+            kxBaseObject *with_unit = make(kxIfcTableColumn_class());
+            kxIfcTableColumn_set_Unit_v4(with_unit, unit_select(si_unit("LENGTHUNIT", "CENTI", "METRE")));
+            kxListIfcTableColumn_append_element(columns, with_unit);
+            kxListIfcTableColumn_append_element(columns, make(kxIfcTableColumn_class()));
+            kxBaseObject *cells = make(kxIfcTable_class());
+            kxIfcTable_set_Columns_v4(cells, columns);
+            kxListIfcTableRow *rows = kxListIfcTableRow_new();
+            full = make(kxIfcTableRow_class());
+            kxIfcTableRow_set_RowCells(full, length_list({150.0, 2000.0}));
+            short_row = make(kxIfcTableRow_class());
+            kxIfcTableRow_set_RowCells(short_row, length_list({3000.0}));
+            kxListIfcTableRow_append_element(rows, full);
+            kxListIfcTableRow_append_element(rows, short_row);
+            kxIfcTable_set_Rows(cells, rows);
+        }
+
         convert_by_default();
+
         EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(quantity), 2.5);
         EXPECT_DOUBLE_EQ(kxIfcQuantityLength_get_LengthValue(global), 0.25);
         EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(value), 2.5);
         EXPECT_DOUBLE_EQ(nominal_length(in_metres), 2.5);
         EXPECT_DOUBLE_EQ(nominal_length(in_centimetres), 2.5);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(upper), 3.0);
+        EXPECT_DOUBLE_EQ(kxIfcValue_get_kxIfcLengthMeasure(lower), 1.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyEnumeration_get_EnumerationValues(enumeration), 1), 2.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyListValue_get_ListValues(list), 0), 1.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefiningValues(table), 0), 1.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcPropertyTableValue_get_DefinedValues(table), 0), 1.0);
+        EXPECT_DOUBLE_EQ(length_at(kxIfcTimeSeriesValue_get_ListValues(sample), 0), 1.5);
+        EXPECT_DOUBLE_EQ(kxIfcRegularTimeSeries_get_TimeStep(series), 0.06) << "under the series' unit, as it is";
+        EXPECT_DOUBLE_EQ(length_at(kxIfcIrregularTimeSeriesValue_get_ListValues(irregular_sample), 0), 1.5);
+        if (full != nullptr) {
+            EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(full), 0), 1.5) << "under the column's unit";
+            EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(full), 1), 2.0) << "no unit: the model's unit";
+            EXPECT_DOUBLE_EQ(length_at(kxIfcTableRow_get_RowCells(short_row), 0), 3.0) << "not a full row";
+        }
         EXPECT_EQ(unvisited_instances(), kxIfcModel_count_objects(model_)) << "no visited mark is left";
     }
 }
@@ -579,34 +557,27 @@ TEST_F(UnitConversionTest, HandlesApplyTheirPartsThenTheirBase) {
     unitconvhandle_destroy(&empty);
 }
 
-TEST_F(UnitConversionTest, ConversionsAreOrderedByUnitIdentity) {
+// Conversions are ordered by the identity of their unit. Misuse leaves values
+// as they are; an unknown or monetary type has no order, a default that must
+// not be reached (reported with no condition).
+TEST_F(UnitConversionTest, ConversionsAreOrderedByUnitAndMisuseIsReported) {
     kxUnitConversionHandle *h1 = linear(1.0, 0.0), *h2 = linear(1.0, 0.0), *h3 = linear(1.0, 0.0);
-    kxUnitConversion *length = unitconversion_new_named(16, &h1, nullptr);
-    kxUnitConversion *area = unitconversion_new_named(3, &h2, nullptr);
-    kxUnitConversion *velocity = unitconversion_new_derived(8, &h3, nullptr);
-    EXPECT_GT(unitconversion_compare(length, area), 0);
-    EXPECT_LT(unitconversion_compare(area, length), 0);
-    EXPECT_EQ(unitconversion_compare(length, length), 0);
-    const uint32_t sixteen = 16, three = 3, eight = 8, nine = 9;
-    EXPECT_EQ(unitconversion_compare_with_named_unit(length, &sixteen), 0);
-    EXPECT_GT(unitconversion_compare_with_named_unit(length, &three), 0);
-    EXPECT_EQ(unitconversion_compare_with_derived_unit(velocity, &eight), 0);
-    EXPECT_LT(unitconversion_compare_with_derived_unit(velocity, &nine), 0);
-    EXPECT_EQ(unitconversion_key(length), 16u);
-    EXPECT_EQ(unitconversion_key(velocity), 8u);
-    unitconversion_destroy(&length);
-    unitconversion_destroy(&area);
-    unitconversion_destroy(&velocity);
-}
-
-// Misuse leaves values as they are; an unknown or monetary type has no
-// order, a default that must not be reached (reported with no condition).
-TEST_F(UnitConversionTest, MisuseIsReportedAndLeavesValues) {
-    kxUnitConversionHandle *h1 = linear(1.0, 0.0), *h2 = linear(1.0, 0.0), *h3 = linear(1.0, 0.0);
+    kxUnitConversionHandle *h4 = linear(1.0, 0.0);
     kxUnitConversion *named = unitconversion_new_named(16, &h1, nullptr);
-    kxUnitConversion *derived = unitconversion_new_derived(16, &h2, nullptr);
+    kxUnitConversion *derived = unitconversion_new_derived(8, &h2, nullptr);
+    kxUnitConversion *area = unitconversion_new_named(3, &h4, nullptr);
     kxUnitConversion *strange = unitconversion_new_named(1, &h3, nullptr);
     strange->type = 9;
+    EXPECT_GT(unitconversion_compare(named, area), 0);
+    EXPECT_LT(unitconversion_compare(area, named), 0);
+    EXPECT_EQ(unitconversion_compare(named, named), 0);
+    const uint32_t sixteen = 16, three = 3, eight = 8, nine = 9;
+    EXPECT_EQ(unitconversion_compare_with_named_unit(named, &sixteen), 0);
+    EXPECT_GT(unitconversion_compare_with_named_unit(named, &three), 0);
+    EXPECT_EQ(unitconversion_compare_with_derived_unit(derived, &eight), 0);
+    EXPECT_LT(unitconversion_compare_with_derived_unit(derived, &nine), 0);
+    EXPECT_EQ(unitconversion_key(named), 16u);
+    EXPECT_EQ(unitconversion_key(derived), 8u);
     WideString euro = wstr_copy(u"EUR"), dollar = wstr_copy(u"USD");
     kxUnitConversion *monetary = unitconversion_new_monetary(&euro, &record_cents);
     kxUnitConversion *without_callback = unitconversion_new_monetary(&dollar, nullptr);
@@ -644,7 +615,8 @@ TEST_F(UnitConversionTest, MisuseIsReportedAndLeavesValues) {
     EXPECT_DOUBLE_EQ(unitconversion_apply(without_handle, 2.0), 2.0);
     EXPECT_DOUBLE_EQ(converted, 2.5);
     EXPECT_EQ(value, 7);
-    for (kxUnitConversion **conversion : {&named, &derived, &strange, &monetary, &without_callback, &without_handle})
+    for (kxUnitConversion **conversion :
+         {&named, &derived, &area, &strange, &monetary, &without_callback, &without_handle})
         unitconversion_destroy(conversion);
     unitconvmngr_destroy(&manager);
 }
