@@ -145,7 +145,7 @@ std::u16string value_of(size_t length, char16_t fill = u'A') { return std::u16st
 // A new line starts before the value that would pass column 120 (one ending
 // at 120 stays); a value longer than a line stands alone unless it comes
 // first; parentheses wrap like values, and a type name keeps its "(".
-TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
+TEST_F(ValueWriterTest, WrapsBeforeColumn120AndMisuseIsReported) {
     const std::string a10(10, 'A'), a100(100, 'A'), a106(106, 'A'), a200(200, 'A');
     // "#1= IFCTHING(" is 13 columns; nine values of 10 with their commas reach 111.
     kxIfcWriteData_begin_parameters(writer_);
@@ -178,14 +178,9 @@ TEST_F(ValueWriterTest, WrapsBeforeTheValueThatWouldPassColumn120) {
     kxIfcWriteData_write_text(writer_, value_of(100).c_str());
     write_label(writer_, u"Wall");
     EXPECT_EQ(line(), "#1= IFCTHING(" + a100 + ",IFCLABEL(\n'Wall'));\n");
-}
-
-// ---- misuse is reported ----
-
-// Closing without a group, NULL arguments, bad values for the base-type
-// writers and freeing with a group open are reported; what can be printed
-// still is.
-TEST_F(ValueWriterTest, MisuseIsReported) {
+    // Closing without a group, NULL arguments, bad values for the base-type
+    // writers and freeing with a group open are reported; what can be printed
+    // still is.
     char bits[] = {'1', '0', 'x', '1'};
     expect_each_reported({
         {"num_stacked_buffers > 0", [&] { kxIfcWriteData_end_list(writer_); }},
@@ -253,12 +248,9 @@ const std::pair<std::u16string, std::u16string> kDecoded[] = {
     {u"\\X\\G1", u"\\X\\G1"}, {u"\\S\\a\\P", u"\\S\\a\\P"}, {u"\\\\X\\41", u"\\X\\41"},
 };
 
-TEST_F(StringCodecTest, EncodesAndDecodesTheEscapes) {
+TEST_F(StringCodecTest, EncodesAndDecodesTheEscapesAndEveryCodeUnitRoundTrips) {
     for (const auto &[text, encoded] : kEncoded) EXPECT_EQ(encode(text), encoded) << kxtest::utf8(text.c_str());
     for (const auto &[text, decoded] : kDecoded) EXPECT_EQ(decode(text), decoded) << kxtest::utf8(text.c_str());
-}
-
-TEST_F(StringCodecTest, EveryCodeUnitRoundTrips) {
     std::u16string all;
     for (uint32_t c = 1; c <= 0xFFFF; c++) all.push_back(static_cast<char16_t>(c));
     const std::u16string encoded = encode(all);
