@@ -207,7 +207,7 @@ std::string scanned(const std::string &text) {
     return result;
 }
 
-TEST(ScannerTest, KindsPrioritiesTextsAndNumberValues) {
+TEST(ScannerTest, KindsPrioritiesTextsNumberValuesLinesColumnsAndComments) {
     const std::pair<std::string, std::string> cases[] = {
         // "#12" is an id when "=" follows on its line, else a reference; a
         // lone '#' is unexpected.
@@ -245,16 +245,12 @@ TEST(ScannerTest, KindsPrioritiesTextsAndNumberValues) {
                                    "0.1", "2.2250738585072014E-308", "123456789012345678901234.5", "1E400"}) {
         EXPECT_EQ(kx::scanner_real_value(real.data(), real.size()), std::strtod(real.c_str(), nullptr)) << real;
     }
-}
-
-TEST(ScannerTest, LinesColumnsAndComments) {
     // CR LF counts once and a lone CR is a line end.
     const std::string text = "/* a\ncomment */ #1=\r\n  IFCX(\r$);/* open";
     const std::tuple<kx::TokenKind, uint32_t, uint32_t> expected[] = {
         {kx::TOKEN_ENTITY_ID, 2, 12}, {kx::TOKEN_EQUAL, 2, 14},     {kx::TOKEN_TYPE_NAME, 3, 3},
         {kx::TOKEN_BEGIN_PAR, 3, 7},  {kx::TOKEN_NULL_VALUE, 4, 1}, {kx::TOKEN_END_PAR, 4, 2},
         {kx::TOKEN_DOTCOMA, 4, 3}};
-    kx::Scanner scanner;
     kx::scanner_init(&scanner, text.data(), text.size());
     for (const auto &[kind, line, column] : expected) {
         const kx::Token token = kx::scanner_next(&scanner);
