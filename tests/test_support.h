@@ -55,8 +55,12 @@ protected:
         capture_->clear();
         return seen;
     }
-    // The test expects reports: they no longer fail it.
-    void expect_reports() { reports_expected_ = true; }
+    // The test expects reports from here on: they no longer fail it (one
+    // made before still does).
+    void expect_reports() {
+        EXPECT_TRUE(reports_expected_ || capture_->reports().empty()) << "reported before any was expected";
+        reports_expected_ = true;
+    }
     // Each call, made in turn, is reported with its condition.
     void expect_each_reported(std::initializer_list<Misuse> misuses);
 

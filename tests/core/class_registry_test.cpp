@@ -39,7 +39,7 @@ protected:
 
 // Ids index the descriptor table; the class list holds every class once in
 // name order ignoring case; every name is found in any case.
-TEST_F(ClassRegistryTest, IdsClassListAndLookUpByName) {
+TEST_F(ClassRegistryTest, IdsClassListLookUpAndPerReleaseFlagsAndAncestorsFollowTheSchema) {
     ASSERT_EQ(kx::g_num_classes, 960u);
     EXPECT_EQ(by_name_.size(), 960u) << "class names are not unique";
     for (uint32_t i = 0; i < kx::g_num_classes; i++) {
@@ -79,12 +79,9 @@ TEST_F(ClassRegistryTest, IdsClassListAndLookUpByName) {
               (std::vector<std::string>{"Ifc2DCompositeCurve", "IfcActionRequest", "IfcZone", "IfcZShapeProfileDef"}));
     kx::ptrarray_destroy_const(&classes);
     EXPECT_EQ(classes, nullptr);
-}
-
-// The entities and selects are exactly the schema's; per release each
-// exists, is abstract and has the supertype chain (root first) the schema
-// gives it.
-TEST_F(ClassRegistryTest, EntitiesSelectsExistenceAbstractFlagsAndAncestorsFollowTheSchema) {
+    // The entities and selects are exactly the schema's; per release each
+    // exists, is abstract and has the supertype chain (root first) the schema
+    // gives it.
     const auto &digest = committed_digest();
     std::set<std::string> entities, selects, digest_entities, digest_selects;
     for (const auto &[name, klass] : by_name_) {
@@ -225,8 +222,13 @@ TEST_F(ClassRegistryTest, ModelsBuildExactlyTheConcreteClassesOfTheirReleaseAndQ
     }
 }
 
-TEST_F(ClassRegistryTest, DescriptorChecksReportTheirConditions) {
+// Descriptor checks report their conditions; the keyword tables are not
+// built when an address is missing.
+TEST_F(ClassRegistryTest, DescriptorChecksAndKeywordTablesReportTheirConditions) {
     const auto past_the_releases = static_cast<kxIfcVersion_t>(kx::KXCLASS_MAX_IFC_VERSIONS);
+    kx::WStrArray *keywords = nullptr;
+    kx::ULongArray *ids = nullptr;
+    kx::PtrArray *classes = nullptr;
     expect_each_reported({
         {"ifc_version < (enum kxIfcVersion_t)KXCLASS_MAX_IFC_VERSIONS",
          [&] { EXPECT_EQ(kxClass_is_abstract(kxIfcRoot_class(), past_the_releases), kxBFALSE); }},
@@ -234,7 +236,11 @@ TEST_F(ClassRegistryTest, DescriptorChecksReportTheirConditions) {
         {"(klass2) != NULL", [] { kx::class_is_same(kxIfcWall_class(), nullptr); }},
         {"(klass->func_init_from_parse) != NULL",
          [] { kx::class_init_from_parse(kxIfcActorSelect_class(), nullptr, nullptr); }},
+        {"(keywords) != NULL", [&] { kx::typelibrary_keyword_tables(nullptr, &ids, &classes); }},
+        {"(unique_class_id) != NULL", [&] { kx::typelibrary_keyword_tables(&keywords, nullptr, &classes); }},
+        {"(entity_classes) != NULL", [&] { kx::typelibrary_keyword_tables(&keywords, &ids, nullptr); }},
     });
+    EXPECT_TRUE(keywords == nullptr && ids == nullptr && classes == nullptr);
     // The same-class and has-id operations compare ids.
     EXPECT_TRUE(kx::class_is_same(kxIfcWall_class(), kxIfcWall_class()));
     EXPECT_FALSE(kx::class_is_same(kxIfcWall_class(), kxIfcWallStandardCase_class()));
@@ -323,19 +329,6 @@ TEST_F(KeywordTableTest, KeywordsAreTheSchemasTypeNamesAndNamedAggregatesSortedW
     kx::wstrarray_destroy(&keywords);
     kx::ulongarray_destroy(&ids);
     kx::ptrarray_destroy_const(&classes);
-}
-
-// Nothing is built when an address is missing.
-TEST_F(KeywordTableTest, NullAddressesAreReported) {
-    kx::WStrArray *keywords = nullptr;
-    kx::ULongArray *ids = nullptr;
-    kx::PtrArray *classes = nullptr;
-    expect_each_reported({
-        {"(keywords) != NULL", [&] { kx::typelibrary_keyword_tables(nullptr, &ids, &classes); }},
-        {"(unique_class_id) != NULL", [&] { kx::typelibrary_keyword_tables(&keywords, nullptr, &classes); }},
-        {"(entity_classes) != NULL", [&] { kx::typelibrary_keyword_tables(&keywords, &ids, nullptr); }},
-    });
-    EXPECT_TRUE(keywords == nullptr && ids == nullptr && classes == nullptr);
 }
 
 }  // namespace

@@ -25,8 +25,8 @@ namespace {
 class CoreTypesTest : public kxtest::LibraryTest {};
 
 // Each undefined value is exact and the one value its test rejects; the
-// values next to it, and UNKNOWN, are values.
-TEST_F(CoreTypesTest, UndefinedValuesAreTheOnlyOnesTheirTestsReject) {
+// values next to it, and UNKNOWN, are values. Strings and binaries copy.
+TEST_F(CoreTypesTest, UndefinedValuesCopiesOfStringsAndBinariesAndMisuse) {
     EXPECT_EQ(kxIfcCoreTypes_boolean_undefined_value(), -1);
     EXPECT_EQ(kxIfcCoreTypes_integer_undefined_value(), 2147483647);
     EXPECT_EQ(std::bit_cast<uint64_t>(kxIfcCoreTypes_real_undefined_value()), 0x7FEFFFFFFFFFFFFFull);
@@ -49,9 +49,6 @@ TEST_F(CoreTypesTest, UndefinedValuesAreTheOnlyOnesTheirTestsReject) {
     char bit = '1';
     EXPECT_TRUE(kxIfcCoreTypes_binary_has_value(kxBinary{&bit, 1}));
     EXPECT_FALSE(kxIfcCoreTypes_binary_has_value(kxBinary{&bit, 0}));  // the count decides
-}
-
-TEST_F(CoreTypesTest, StringsAndBinariesAreCopiedAndFreed) {
     const char16_t original[] = u"Wall \u00e9";
     kxWChar *copy = kxIfcCoreTypes_copy_string(original);
     EXPECT_NE(copy, original);
@@ -74,9 +71,6 @@ TEST_F(CoreTypesTest, StringsAndBinariesAreCopiedAndFreed) {
     kxIfcCoreTypes_free_binary(&binary_copy);
     char stray = '1';
     EXPECT_EQ(kxIfcCoreTypes_copy_binary(kxBinary{&stray, 0}).contents, nullptr);
-}
-
-TEST_F(CoreTypesTest, MisuseIsReported) {
     expect_reports();
     // Out-of-range booleans and logicals count as values, with a report.
     EXPECT_TRUE(kxIfcCoreTypes_boolean_has_value(2));
@@ -100,7 +94,7 @@ std::string encode(const kx::Guid &guid) {
 
 class GuidTest : public kxtest::LibraryTest {};
 
-TEST_F(GuidTest, EncodesTheKnownVectorsAndRefusesWhatDoesNotFit) {
+TEST_F(GuidTest, KnownVectorsBufferLimitsAndFreshGuids) {
     kx::Guid ones;
     std::memset(&ones, 0xFF, sizeof ones);
     EXPECT_EQ(encode(ones), "3" + std::string(21, '$'));
@@ -116,11 +110,8 @@ TEST_F(GuidTest, EncodesTheKnownVectorsAndRefusesWhatDoesNotFit) {
     char small[kx::kCompressedGuidBufferSize - 1];
     EXPECT_FALSE(kx::guid_encode_compressed(ones, small, sizeof small));
     EXPECT_FALSE(kx::guid_encode_compressed(ones, nullptr, 23));
-}
-
-// Generated GUIDs are random (version 4); compressed ones are 22 digits of
-// the alphabet and distinct.
-TEST_F(GuidTest, FreshGuidsAreVersionFourAndDistinct) {
+    // Generated GUIDs are random (version 4); compressed ones are 22 digits of
+    // the alphabet and distinct.
     const std::string alphabet = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_$";
     std::set<std::u16string> seen;
     for (int i = 0; i < 10000; ++i) {
@@ -226,9 +217,57 @@ const ReadCase kReadCases[] = {
     {kBin, pStr, u"0F", 0, false, "?", u"kxBinary"}, {kBin, pNull, nullptr, 0, false, "?", u""},
 };
 
-// Every target starts out holding a value, so that a failed read must set
-// the undefined value.
-TEST_F(CoreTypesReadTest, EachBaseTypeFromEachKindOfParameter) {
+// ---- the forms that take the next parameter ----
+
+// What the six forms that take the next parameter read, in one line
+// ("?" for the undefined value).
+std::string read_next_six(kxParseParList *list) {
+    char16_t *text = nullptr;
+    kxBoolean boolean = 5;
+    kxLogical logical = 5;
+    int32_t count = 5;
+    double thickness = 5.0;
+    kxBinary binary{nullptr, 3};
+    std::ostringstream read;
+    for (bool ok : {kx::coretype_read_next_string(list, u"Name", &text),
+                    kx::coretype_read_next_boolean(list, u"IsExternal", &boolean),
+                    kx::coretype_read_next_logical(list, u"Reversed", &logical),
+                    kx::coretype_read_next_integer(list, u"Count", &count),
+                    kx::coretype_read_next_real(list, u"Thickness", &thickness),
+                    kx::coretype_read_next_binary(list, u"RasterCode", &binary)})
+        read << (ok ? "+" : "-");
+    const auto number = [](int32_t value, int32_t undefined) {
+        return value != undefined ? std::to_string(value) : std::string("?");
+    };
+    read << " " << (text != nullptr ? kxtest::utf8(text) : "?") << " " << number(boolean, kx::kBooleanUndefined) << " "
+         << number(logical, kx::kLogicalUndefined) << " " << number(count, kx::kIntegerUndefined) << " ";
+    if (kx::real_is_undefined(thickness))
+        read << "?";
+    else
+        read << thickness;
+    read << " " << (binary.num_bits != 0 ? bits_of(binary) : "?");
+    kxIfcCoreTypes_free_string(&text);
+    kxIfcCoreTypes_free_binary(&binary);
+    return read.str();
+}
+
+TEST_F(CoreTypesReadTest, NextFormsThenEachBaseTypeFromEachKindOfParameterAndMisuse) {
+    char16_t *name = kx::wstr_copy(u"Slab");
+    char16_t *flag = kx::wstr_copy(u".T.");
+    char16_t *state = kx::wstr_copy(u".U.");
+    char16_t *bits = kx::wstr_copy(u"\"1F\"");
+    kxParseParList_append(list, kxParserParam_string(&name, 1, 1));
+    kxParseParList_append(list, kxParserParam_literal(&flag, 1, 8));
+    kxParseParList_append(list, kxParserParam_literal(&state, 1, 12));
+    kxParseParList_append(list, kxParserParam_integer(4, 1, 16));
+    kxParseParList_append(list, kxParserParam_real(0.5, 1, 18));
+    kxParseParList_append(list, kxParserParam_literal(&bits, 1, 22));
+    EXPECT_EQ(read_next_six(list), "++++++ Slab 1 -1 4 0.5 111");
+    EXPECT_FALSE(kxParseParList_has_errors(list));
+    EXPECT_EQ(read_next_six(list), "------ ? ? ? ? ? ?");
+    EXPECT_TRUE(kxParseParList_has_errors(list));  // too few parameters
+    // Every target starts out holding a value, so that a failed read must set
+    // the undefined value.
     for (const ReadCase &c : kReadCases) {
         kxParserParam *parameter = c.param == Param::LITERAL   ? literal(c.text)
                                    : c.param == Param::STRING  ? string(c.text)
@@ -289,9 +328,6 @@ TEST_F(CoreTypesReadTest, EachBaseTypeFromEachKindOfParameter) {
         EXPECT_EQ(mark(), *c.mismatch == 0 ? u"" : std::u16string(c.mismatch) + u": " + attribute) << "case " << where;
         EXPECT_EQ(kxParseParList_has_errors(list), *c.mismatch != 0) << "case " << where;
     }
-}
-
-TEST_F(CoreTypesReadTest, StringIntoATargetThatHoldsOneIsReported) {
     expect_reports();
     char16_t *held = kx::wstr_copy(u"old");
     char16_t *value = held;
@@ -303,57 +339,6 @@ TEST_F(CoreTypesReadTest, StringIntoATargetThatHoldsOneIsReported) {
 
     EXPECT_FALSE(kx::coretype_read_string(list, string(u"x"), u"Name", nullptr));
     EXPECT_TRUE(asserts().saw("(value) != NULL"));
-}
-
-// ---- the forms that take the next parameter ----
-
-// What the six forms that take the next parameter read, in one line
-// ("?" for the undefined value).
-std::string read_next_six(kxParseParList *list) {
-    char16_t *text = nullptr;
-    kxBoolean boolean = 5;
-    kxLogical logical = 5;
-    int32_t count = 5;
-    double thickness = 5.0;
-    kxBinary binary{nullptr, 3};
-    std::ostringstream read;
-    for (bool ok : {kx::coretype_read_next_string(list, u"Name", &text),
-                    kx::coretype_read_next_boolean(list, u"IsExternal", &boolean),
-                    kx::coretype_read_next_logical(list, u"Reversed", &logical),
-                    kx::coretype_read_next_integer(list, u"Count", &count),
-                    kx::coretype_read_next_real(list, u"Thickness", &thickness),
-                    kx::coretype_read_next_binary(list, u"RasterCode", &binary)})
-        read << (ok ? "+" : "-");
-    const auto number = [](int32_t value, int32_t undefined) {
-        return value != undefined ? std::to_string(value) : std::string("?");
-    };
-    read << " " << (text != nullptr ? kxtest::utf8(text) : "?") << " " << number(boolean, kx::kBooleanUndefined) << " "
-         << number(logical, kx::kLogicalUndefined) << " " << number(count, kx::kIntegerUndefined) << " ";
-    if (kx::real_is_undefined(thickness))
-        read << "?";
-    else
-        read << thickness;
-    read << " " << (binary.num_bits != 0 ? bits_of(binary) : "?");
-    kxIfcCoreTypes_free_string(&text);
-    kxIfcCoreTypes_free_binary(&binary);
-    return read.str();
-}
-
-TEST_F(CoreTypesReadTest, NextFormsWalkTheListAndGiveUndefinedPastItsEnd) {
-    char16_t *name = kx::wstr_copy(u"Slab");
-    char16_t *flag = kx::wstr_copy(u".T.");
-    char16_t *state = kx::wstr_copy(u".U.");
-    char16_t *bits = kx::wstr_copy(u"\"1F\"");
-    kxParseParList_append(list, kxParserParam_string(&name, 1, 1));
-    kxParseParList_append(list, kxParserParam_literal(&flag, 1, 8));
-    kxParseParList_append(list, kxParserParam_literal(&state, 1, 12));
-    kxParseParList_append(list, kxParserParam_integer(4, 1, 16));
-    kxParseParList_append(list, kxParserParam_real(0.5, 1, 18));
-    kxParseParList_append(list, kxParserParam_literal(&bits, 1, 22));
-    EXPECT_EQ(read_next_six(list), "++++++ Slab 1 -1 4 0.5 111");
-    EXPECT_FALSE(kxParseParList_has_errors(list));
-    EXPECT_EQ(read_next_six(list), "------ ? ? ? ? ? ?");
-    EXPECT_TRUE(kxParseParList_has_errors(list));  // too few parameters
 }
 
 }  // namespace

@@ -106,8 +106,7 @@ TEST_F(ExportTest, HeaderRecordKeepsTheTimeStampAndSchemaTextOfTheExport) {
     kxIfcHeader_set_file_schema(header, u"IFC2X3");
     export_as("stamped");
     const std::string stamp_text = narrow(kxIfcHeader_get_timestamp(header));
-    EXPECT_TRUE(is_time_stamp(stamp_text))
-        << stamp_text;
+    EXPECT_TRUE(is_time_stamp(stamp_text)) << stamp_text;
     EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "FILE_SCHEMA(('IFC4'))");
     EXPECT_NE(read_file(directory_.file("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
               std::string::npos);

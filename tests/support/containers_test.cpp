@@ -69,7 +69,7 @@ protected:
     }
 };
 
-TEST_F(ContainersTest, PtrArrayKeepsOrderThroughInsertRemoveAndShrink) {
+TEST_F(ContainersTest, PtrArrayKeepsOrderThroughInsertRemoveShrinkAndSearchesCopiesConcatenatesWalks) {
     kx::PtrArray *array = kx::ptrarray_create(7);
     EXPECT_EQ(kx::ptrarray_element_type(array), 7u);
     for (uint32_t i = 0; i < 100000; i++) kx::ptrarray_append(array, item_new(i));
@@ -100,10 +100,9 @@ TEST_F(ContainersTest, PtrArrayKeepsOrderThroughInsertRemoveAndShrink) {
     kx::ptrarray_destroy(&array, item_destroy);
     EXPECT_EQ(array, nullptr);
     EXPECT_EQ(g_destroyed, 6);
-}
 
-TEST_F(ContainersTest, PtrArraySearchCopyConcatenateWalk) {
-    kx::PtrArray *array = kx::ptrarray_create_with_capacity(0, 0x10000);
+    g_destroyed = 0;
+    array = kx::ptrarray_create_with_capacity(0, 0x10000);
     for (uint32_t key : {5u, 9u, 5u, 12u}) kx::ptrarray_append(array, item_new(key));
 
     uint32_t index = 77;
@@ -149,14 +148,13 @@ TEST_F(ContainersTest, PtrArraySearchCopyConcatenateWalk) {
     EXPECT_EQ(g_destroyed, 12);
 }
 
-TEST_F(ContainersTest, ScalarValueArrays) {
+TEST_F(ContainersTest, ScalarValueArraysAndAStringArrayThatOwnsItsStrings) {
     kx::ULongArray *ulongs = kx::ulongarray_create(0);
     for (uint32_t i = 0; i < 1000; i++) kx::ulongarray_append(ulongs, i * 3);
     kx::ulongarray_remove(ulongs, 0);
     kx::ulongarray_set(ulongs, 0, 4294967295u);
     uint32_t index = 0;
-    EXPECT_TRUE(kx::ulongarray_exists(ulongs, 30, &index));
-    EXPECT_EQ(index, 9u);
+    EXPECT_TRUE(kx::ulongarray_exists(ulongs, 30, &index) && index == 9u);
     EXPECT_FALSE(kx::ulongarray_exists(ulongs, 31, &index));
     kx::ULongArray *ulong_copy = kx::ulongarray_copy(ulongs);
     kx::ulongarray_destroy(&ulongs);
@@ -189,9 +187,6 @@ TEST_F(ContainersTest, ScalarValueArrays) {
     kx::boolarray_remove(flags, 0);
     EXPECT_EQ(kx::boolarray_get(flags, 0), CIERTO);
     kx::boolarray_destroy(&flags);
-}
-
-TEST_F(ContainersTest, StringArrayOwnsItsStrings) {
     kx::WStrArray *strings = kx::wstrarray_create(0);
     char16_t text[] = u"wall";
     kx::wstrarray_append(strings, text);
@@ -215,9 +210,7 @@ TEST_F(ContainersTest, StringArrayOwnsItsStrings) {
     EXPECT_TRUE(kx::wstr_equal(copy, u"roof"));
     kx::wstr_destroy(&copy);
 
-    uint32_t index = 0;
-    EXPECT_TRUE(kx::wstrarray_exists(strings, u"roof", &index));
-    EXPECT_EQ(index, 1u);
+    EXPECT_TRUE(kx::wstrarray_exists(strings, u"roof", &index) && index == 1u);
     EXPECT_FALSE(kx::wstrarray_exists(strings, u"ROOF", &index));
 
     kx::WStrArray *deep = kx::wstrarray_copy(strings);
@@ -229,7 +222,7 @@ TEST_F(ContainersTest, StringArrayOwnsItsStrings) {
     kx::wstrarray_destroy(&deep);
 }
 
-TEST_F(ContainersTest, OrderedMapKeepsKeyOrderAndInsertionOrderOfEqualKeys) {
+TEST_F(ContainersTest, OrderedMapKeepsKeyOrderAndInsertionOrderOfEqualKeysAndMisuseIsNotFatal) {
     kx::OrderedPtrMap *map = kx::orderedmap_create(item_key, item_copy, item_destroy);
     std::mt19937 random(42);
     std::vector<std::pair<uint32_t, uint32_t>> expected;  // (key, serial)
@@ -271,9 +264,8 @@ TEST_F(ContainersTest, OrderedMapKeepsKeyOrderAndInsertionOrderOfEqualKeys) {
     EXPECT_EQ(g_destroyed, 20000);
     kx::orderedmap_destroy(&copy);
     EXPECT_EQ(g_destroyed, 40000);
-}
 
-TEST_F(ContainersTest, MisuseIsReportedNotFatal) {
+    g_destroyed = 0;
     expect_reports();
     kx::PtrArray *array = kx::ptrarray_create(0);
     kx::ptrarray_append(array, nullptr);
@@ -310,7 +302,7 @@ struct Entry {
 
 using RbTreeTest = kxtest::LibraryTest;
 
-TEST_F(RbTreeTest, MillionRandomKeys) {
+TEST_F(RbTreeTest, MillionRandomKeysThenAnEmptyTreeAndMisuse) {
     constexpr uint32_t COUNT = 1000000;
     std::mt19937 random(7);
     std::vector<Entry> entries(COUNT);
@@ -348,10 +340,7 @@ TEST_F(RbTreeTest, MillionRandomKeys) {
 
     kx::rbtree_destroy(&tree);
     EXPECT_EQ(tree, nullptr);
-}
-
-TEST_F(RbTreeTest, EmptyTreeAndMisuse) {
-    kx::RbTree *tree = kx::rbtree_create(kx::ulong_compare);
+    tree = kx::rbtree_create(kx::ulong_compare);
     EXPECT_TRUE(kx::rbtree_is_valid(tree));
     EXPECT_EQ(kx::rbtree_get(tree, 0, kx::ulong_compare), nullptr);
     expect_reports();
@@ -381,7 +370,7 @@ bool holds_fill(const void *block, size_t size) {
 // shrunk back, and resized outside any pool after its pool's owner let go;
 // a pool's freed place serves the next block of its size; the pool goes
 // with its last block.
-TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMove) {
+TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMoveAndGrowZeroed) {
     kx::Pool *pool = kx::pool_new();
     void *block = nullptr;
     {
@@ -407,20 +396,17 @@ TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMove) {
     block = kx::mem_realloc(block, 5000);
     EXPECT_TRUE(holds_fill(block, 100));
     kx::mem_free(block);
-}
-
-// Bytes a block gains by growing read as zero, on the heap and in a mapping
-// that shrank and grew again.
-TEST_F(MemoryTest, GrowingZeroedClearsWhatItGains) {
+    // Bytes a block gains by growing read as zero, on the heap and in a mapping
+    // that shrank and grew again.
     size_t size = 16;
-    char *block = static_cast<char *>(kx::mem_calloc(1, size));
+    char *grown = static_cast<char *>(kx::mem_calloc(1, size));
     for (size_t next : {size_t{4000}, size_t{600000}, size_t{300001}, size_t{900000}, size_t{4500000}}) {
-        std::memset(block, 0xAB, size);
-        block = static_cast<char *>(kx::mem_realloc_zeroed(block, size, next));
-        for (size_t i = size; i < next; i++) ASSERT_EQ(block[i], 0) << size << " -> " << next << " at " << i;
+        std::memset(grown, 0xAB, size);
+        grown = static_cast<char *>(kx::mem_realloc_zeroed(grown, size, next));
+        for (size_t i = size; i < next; i++) ASSERT_EQ(grown[i], 0) << size << " -> " << next << " at " << i;
         size = next;
     }
-    kx::mem_free(block);
+    kx::mem_free(grown);
 }
 
 }  // namespace

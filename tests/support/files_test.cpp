@@ -39,7 +39,37 @@ protected:
     kxtest::TempDirectory directory_{"kx_files"};
 };
 
-TEST_F(FilesTest, OpenLengthRenameDelete) {
+TEST_F(FilesTest, JoinSplitOpenLengthRenameDelete) {
+    const auto join = [](const char16_t *dir, const char16_t *name) {
+        kx::WideString joined = kx::file_join_path(dir, name);
+        std::string result = utf8(joined);
+        kx::wstr_destroy(&joined);
+        return result;
+    };
+    for (const char16_t *dir : {u"/tmp/models", u"/tmp/models/"})
+        for (const char16_t *name : {u"a.ifc", u"/a.ifc"}) EXPECT_EQ(join(dir, name), "/tmp/models/a.ifc");
+    EXPECT_EQ(join(u"/", u"a.ifc"), "/a.ifc");
+    EXPECT_EQ(join(u"", u"a.ifc"), "a.ifc");
+
+    const auto split = [](const char16_t *path, kx_bool16 keep_extension) {
+        kx::WideString directory = nullptr, base = nullptr;
+        kx::file_split_path(path, &directory, &base, keep_extension);
+        std::string result = utf8(directory) + "|" + utf8(base);
+        kx::wstr_destroy(&directory);
+        kx::wstr_destroy(&base);
+        return result;
+    };
+    EXPECT_EQ(split(u"/data/site.v2/model.ifc", FALSO), "/data/site.v2|model");
+    EXPECT_EQ(split(u"/data/site.v2/model.ifc", CIERTO), "/data/site.v2|model.ifc");
+    EXPECT_EQ(split(u"/data/site.v2/model", FALSO), "/data/site.v2|model");
+    EXPECT_EQ(split(u"model.tar.ifc", FALSO), "|model.tar");
+    EXPECT_EQ(split(u"/.hidden", FALSO), "/|.hidden");
+    EXPECT_EQ(split(u"/data/", FALSO), "/data|");
+
+    kx::WideString base = nullptr;
+    kx::file_split_path(u"a/b.c", nullptr, &base, FALSO);  // directory not wanted
+    EXPECT_EQ(utf8(base), "b");
+    kx::wstr_destroy(&base);
     // A non-ASCII name goes to the system as UTF-8.
     const std::u16string name = wide_path(directory_.file("pl\xC3\xA1nta.ifc"));
     const std::u16string other = wide_path(directory_.file("renamed.ifc"));
@@ -77,39 +107,6 @@ TEST_F(FilesTest, OpenLengthRenameDelete) {
     expect_reports();
     EXPECT_FALSE(kx::file_delete_checked(other.c_str()));
     EXPECT_TRUE(asserts().saw("deleted"));
-}
-
-TEST_F(FilesTest, JoinAndSplitPaths) {
-    const auto join = [](const char16_t *dir, const char16_t *name) {
-        kx::WideString joined = kx::file_join_path(dir, name);
-        std::string result = utf8(joined);
-        kx::wstr_destroy(&joined);
-        return result;
-    };
-    for (const char16_t *dir : {u"/tmp/models", u"/tmp/models/"})
-        for (const char16_t *name : {u"a.ifc", u"/a.ifc"}) EXPECT_EQ(join(dir, name), "/tmp/models/a.ifc");
-    EXPECT_EQ(join(u"/", u"a.ifc"), "/a.ifc");
-    EXPECT_EQ(join(u"", u"a.ifc"), "a.ifc");
-
-    const auto split = [](const char16_t *path, kx_bool16 keep_extension) {
-        kx::WideString directory = nullptr, base = nullptr;
-        kx::file_split_path(path, &directory, &base, keep_extension);
-        std::string result = utf8(directory) + "|" + utf8(base);
-        kx::wstr_destroy(&directory);
-        kx::wstr_destroy(&base);
-        return result;
-    };
-    EXPECT_EQ(split(u"/data/site.v2/model.ifc", FALSO), "/data/site.v2|model");
-    EXPECT_EQ(split(u"/data/site.v2/model.ifc", CIERTO), "/data/site.v2|model.ifc");
-    EXPECT_EQ(split(u"/data/site.v2/model", FALSO), "/data/site.v2|model");
-    EXPECT_EQ(split(u"model.tar.ifc", FALSO), "|model.tar");
-    EXPECT_EQ(split(u"/.hidden", FALSO), "/|.hidden");
-    EXPECT_EQ(split(u"/data/", FALSO), "/data|");
-
-    kx::WideString base = nullptr;
-    kx::file_split_path(u"a/b.c", nullptr, &base, FALSO);  // directory not wanted
-    EXPECT_EQ(utf8(base), "b");
-    kx::wstr_destroy(&base);
 }
 
 // Elements of the maps written by the stream tests.
@@ -331,14 +328,27 @@ TEST_F(StepLexerTest, SmallBuffersGiveTheSameTokens) {
     kx::steplexer_destroy(&lexer);
 }
 
-// An unterminated literal or comment ends in an error, an empty file at the
-// end; a missing file releases the reserved words; the literal of another
-// token is a misuse.
-TEST_F(StepLexerTest, UnterminatedTextEmptyOrMissingFileAndMisuse) {
+// A missing file releases the reserved words; binary garbage, an
+// unterminated literal or comment end in an error or at the end, an empty
+// file at the end; the literal of another token is a misuse.
+TEST_F(StepLexerTest, MissingFileBinaryGarbageUnterminatedTextEmptyFileAndMisuse) {
     kx::ReservedWords *words = kx::steplexer_words_create();
     kx::steplexer_words_add(words, u"HEADER", 2);
     EXPECT_EQ(kx::steplexer_create(path_.c_str(), &words), nullptr);
     EXPECT_EQ(words, nullptr);  // taken over and released
+
+    std::mt19937 random(3);
+    std::string content("HEADER;\0'a\0b';", 14);
+    content.push_back('\0');
+    for (int i = 0; i < 200000; i++) content.push_back(static_cast<char>(random()));
+    write_file(content);
+    for (uint32_t length : {16u, 4096u}) {
+        kx::StepLexer *lexer = open_lexer(length);
+        const std::vector<std::string> tokens = all_tokens(lexer, 400000);
+        EXPECT_EQ(tokens.back().substr(0, 2), "8:");  // reached the end (or an error before it)
+        EXPECT_LE(tokens.size(), 200020u);
+        kx::steplexer_destroy(&lexer);
+    }
 
     write_file("FILE_NAME('never closed, it''s");
     kx::StepLexer *lexer = open_lexer(16);
@@ -366,21 +376,6 @@ TEST_F(StepLexerTest, UnterminatedTextEmptyOrMissingFileAndMisuse) {
     kx::steplexer_read_token(lexer);
     EXPECT_TRUE(kx::steplexer_token_is(lexer, StepToken::End)) << "and stays there";
     kx::steplexer_destroy(&lexer);
-}
-
-TEST_F(StepLexerTest, BinaryGarbageEnds) {
-    std::mt19937 random(3);
-    std::string content("HEADER;\0'a\0b';", 14);
-    content.push_back('\0');
-    for (int i = 0; i < 200000; i++) content.push_back(static_cast<char>(random()));
-    write_file(content);
-    for (uint32_t length : {16u, 4096u}) {
-        kx::StepLexer *lexer = open_lexer(length);
-        const std::vector<std::string> tokens = all_tokens(lexer, 400000);
-        EXPECT_EQ(tokens.back().substr(0, 2), "8:");  // reached the end (or an error before it)
-        EXPECT_LE(tokens.size(), 200020u);
-        kx::steplexer_destroy(&lexer);
-    }
 }
 
 }  // namespace

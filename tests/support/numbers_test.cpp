@@ -32,7 +32,7 @@ using NumbersTest = kxtest::LibraryTest;
 
 // Halves round away from zero, also where the double lies just below the
 // half; with nothing left to round, or no room to scale, a value stays.
-TEST_F(NumbersTest, RoundingHalvesAwayFromZero) {
+TEST_F(NumbersTest, RoundingHalvesAwayFromZeroHexTextAndPointers) {
     const double cases[][3] = {
         {2.675, 2, 2.68},   {-2.675, 2, -2.68}, {1.005, 2, 1.01},   {0.125, 2, 0.13},   {0.1249, 2, 0.12},
         {3.14159, 0, 3.0},  {1234.5, -2, 1200}, {0.5, 0, 1.0},      {-0.5, 0, -1.0},    {1e300, 10, 1e300},
@@ -43,9 +43,6 @@ TEST_F(NumbersTest, RoundingHalvesAwayFromZero) {
     const std::pair<double, int32_t> to_long[] = {{2.5, 3}, {-2.5, -3}, {2.4999, 2}, {1e20, INT32_MAX},
                                                   {-1e20, INT32_MIN}, {NAN, 0}};
     for (const auto &[value, rounded] : to_long) EXPECT_EQ(kx::number_round_to_long(value), rounded) << value;
-}
-
-TEST_F(NumbersTest, HexTextAndPointers) {
     // In the last the top digit shifts out.
     const std::pair<const char16_t *, uint32_t> hex[] = {
         {u"0", 0u}, {u"", 0u}, {u"DeadBeef", 0xDEADBEEFu}, {u"ffffffff", 4294967295u}, {u"123456789", 0x23456789u}};
@@ -66,7 +63,19 @@ void expect_near(std::initializer_list<double> got, std::initializer_list<double
     for (auto g = got.begin(), e = expected.begin(); g != got.end(); ++g, ++e) EXPECT_NEAR(*g, *e, 1e-12);
 }
 
-TEST_F(NumbersTest, PlaneAxesConvertPointsAndFramesAndVectorHelpers) {
+TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreadsAndPlaneAxesAndVectorsConvert) {
+    constexpr int PER_THREAD = 50000;
+    std::vector<std::vector<uint32_t>> ids(4);
+    std::vector<std::thread> threads;
+    for (auto &list : ids)
+        threads.emplace_back([&list] {
+            for (int i = 0; i < PER_THREAD; i++) list.push_back(kx::uniqueid_new());
+        });
+    for (auto &thread : threads) thread.join();
+    std::set<uint32_t> all;
+    for (const auto &list : ids) all.insert(list.begin(), list.end());
+    EXPECT_EQ(all.size(), 4u * PER_THREAD);
+    EXPECT_EQ(all.count(0), 0u);
     // Origin (10, 5), x axis along global +y.
     kx::PlaneAxes *axes = kx::planeaxes_create(10.0, 5.0, M_PI / 2);
     EXPECT_NEAR(kx::planeaxes_angle(axes), M_PI / 2, 1e-12);
@@ -110,21 +119,6 @@ TEST_F(NumbersTest, PlaneAxesConvertPointsAndFramesAndVectorHelpers) {
     EXPECT_EQ(degenerate->direction_x, 1.0);
     EXPECT_TRUE(asserts().saw("usable"));
     kx::planeaxes_destroy(&degenerate);
-}
-
-TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreads) {
-    constexpr int PER_THREAD = 50000;
-    std::vector<std::vector<uint32_t>> ids(4);
-    std::vector<std::thread> threads;
-    for (auto &list : ids)
-        threads.emplace_back([&list] {
-            for (int i = 0; i < PER_THREAD; i++) list.push_back(kx::uniqueid_new());
-        });
-    for (auto &thread : threads) thread.join();
-    std::set<uint32_t> all;
-    for (const auto &list : ids) all.insert(list.begin(), list.end());
-    EXPECT_EQ(all.size(), 4u * PER_THREAD);
-    EXPECT_EQ(all.count(0), 0u);
 }
 
 // The exchange-file form of reals: zero below 1e-08, whole numbers as "n.",
@@ -198,7 +192,7 @@ class WideStringTest : public kxtest::LibraryTest {};
 // Concatenation (also of the held string's own tail), upper case, blanks,
 // whole-word search, and replacing every occurrence: growing, shrinking, left
 // to right without overlaps, and nothing to look for.
-TEST_F(WideStringTest, EditsInPlaceAndSearches) {
+TEST_F(WideStringTest, EditsInPlaceSearchesAndUtf8BothWaysWithReplacementCharacters) {
     WideString text = kx::wstr_copy(u"Ifc");
     kx::wstr_concat(&text, u"Wall");
     kx::wstr_concat(&text, u"");
@@ -229,9 +223,6 @@ TEST_F(WideStringTest, EditsInPlaceAndSearches) {
     text = kx::wstr_copy(u"xx");
     kx::wstr_replace_all(&text, u"x", u"");
     EXPECT_EQ(take(text), u"");
-}
-
-TEST_F(WideStringTest, InvalidUtf8BecomesReplacementCharacters) {
     struct Case {
         const char *utf8;
         std::u16string expected;
@@ -254,9 +245,6 @@ TEST_F(WideStringTest, InvalidUtf8BecomesReplacementCharacters) {
         {"\xf0\x9f" "\xc3\xa9", u"\ufffd\u00e9"},         // next sequence survives
     };
     for (const Case &c : cases) EXPECT_EQ(take(kx::wstr_from_utf8(c.utf8)), c.expected) << c.utf8;
-}
-
-TEST_F(WideStringTest, EncodesUtf8AndReplacesLoneSurrogates) {
     EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"")), "");
     EXPECT_EQ(take_utf8(kx::wstr_to_utf8(u"A\u00e9\u20ac\U0001F600\U0010FFFF")),
               "A\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xf4\x8f\xbf\xbf");
@@ -284,7 +272,7 @@ TEST_F(WideStringTest, EncodesUtf8AndReplacesLoneSurrogates) {
     }
 }
 
-TEST_F(WideStringTest, FormatsIntegersTextAndCharacters) {
+TEST_F(WideStringTest, FormatsAsPrintfDoesAndMisuseIsReported) {
     const std::pair<std::u16string, std::u16string> cases[] = {
         {take(kx::wstr_format(u"%d %i %u %x %X %o %#x", -1, 42, 3000000000u, 255u, 255u, 8u, 255u)),
          u"-1 42 3000000000 ff FF 10 0xff"},
@@ -308,18 +296,15 @@ TEST_F(WideStringTest, FormatsIntegersTextAndCharacters) {
     char expected[64];
     std::snprintf(expected, sizeof expected, "%p", static_cast<void *>(&object));
     EXPECT_EQ(take(kx::wstr_format(u"%p", static_cast<void *>(&object))), wide(expected));
-}
-
-TEST_F(WideStringTest, FormatsFloatingPointAsPrintfDoes) {
     const char *specs[] = {"%f", "%F", "%e", "%E", "%g", "%G", "%+.3e", "%012.4f", "%-12.2f|",
                            "%#.0f", "%.0e", "%a", "%.17g"};
     const double values[] = {0.0, -0.0, 1.0, -123.456, 1e-300, 6.02214076e23, DBL_MAX,
                              1.0 / 0.0, -1.0 / 0.0};
     for (const char *spec : specs) {
         for (double value : values) {
-            char expected[512];
-            std::snprintf(expected, sizeof expected, spec, value);
-            EXPECT_EQ(take(kx::wstr_format(wide(spec).c_str(), value)), wide(expected))
+            char printed[512];
+            std::snprintf(printed, sizeof printed, spec, value);
+            EXPECT_EQ(take(kx::wstr_format(wide(spec).c_str(), value)), wide(printed))
                 << spec << " " << value;
         }
     }
@@ -329,11 +314,8 @@ TEST_F(WideStringTest, FormatsFloatingPointAsPrintfDoes) {
     // Longer than any fixed buffer.
     EXPECT_EQ(take(kx::wstr_format(u"%f", DBL_MAX)).size(), 316u);
     EXPECT_EQ(take(kx::wstr_format(u"%300d", 1)), std::u16string(299, u' ') + u"1");
-}
-
-// NULL where a string is required, and an unknown conversion (kept as it
-// is), are reported; the exported text functions accept NULL quietly.
-TEST_F(WideStringTest, MisuseIsReported) {
+    // NULL where a string is required, and an unknown conversion (kept as it
+    // is), are reported; the exported text functions accept NULL quietly.
     WideString held = nullptr;
     expect_each_reported({
         {"(text) != NULL", [] { EXPECT_EQ(kx::wstr_copy(nullptr), nullptr); }},
