@@ -134,9 +134,6 @@ void *aligned_headed(void *place, size_t alignment, size_t size) {
 // host): mappings ask for huge pages where the system gives them on request.
 void advise_huge_pages(void *start, size_t bytes) { madvise(start, bytes, MADV_HUGEPAGE); }
 
-// Where huge pages can back a mapping: only its whole, aligned 2 MiB stretches.
-constexpr size_t kHugePage = 2 * 1024 * 1024;
-
 // `bytes` of fresh zeroed pages whose offset `lead` falls on a multiple of
 // `alignment` (a power of two), or the end of the process. The room mapped
 // to align them is given back.
@@ -155,7 +152,7 @@ char *map_pages(size_t bytes, size_t alignment, size_t lead) {
 
 // Large blocks start on a huge page, so that all but their last stretch can
 // be backed by huge pages.
-size_t mapping_alignment(size_t bytes) { return bytes >= kHugePage ? kHugePage : kPageSize; }
+size_t mapping_alignment(size_t bytes) { return bytes >= kHugePageSize ? kHugePageSize : kPageSize; }
 
 // A mapped block; its pages read as zero.
 void *mapped_block(size_t size) {
@@ -174,10 +171,10 @@ void *mapped_resize(void *block, size_t old_size, size_t new_size) {
     const size_t old_bytes = page_rounded(kHeader + old_size);
     const size_t new_bytes = page_rounded(kHeader + new_size);
     char *place = static_cast<char *>(block) - kHeader;
-    void *moved = new_bytes <= old_bytes || new_bytes < kHugePage
+    void *moved = new_bytes <= old_bytes || new_bytes < kHugePageSize
                       ? mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE)
                       : mremap(place, old_bytes, new_bytes, MREMAP_MAYMOVE | MREMAP_FIXED,
-                               map_pages(new_bytes, kHugePage, 0));
+                               map_pages(new_bytes, kHugePageSize, 0));
     if (moved == MAP_FAILED) out_of_memory(new_size);
     if (new_bytes > old_bytes) {
         advise_huge_pages(moved, new_bytes);

@@ -21,6 +21,9 @@ void *mem_realloc(void *block, size_t new_size);
 // The same for a block whose bytes past `old_size` must read as zero after
 // growing (a mapped block's new pages already do).
 void *mem_realloc_zeroed(void *block, size_t old_size, size_t new_size);
+// The size of the huge pages the system may back a mapping with: only the
+// whole, aligned stretches of this size of a mapping can have them.
+constexpr size_t kHugePageSize = 2 * 1024 * 1024;
 // Blocks are aligned to 8 bytes; this one to `alignment` (a power of two,
 // at least 16), never from a pool, its bytes zero.
 void *mem_aligned_alloc(size_t alignment, size_t size);

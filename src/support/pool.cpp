@@ -15,7 +15,6 @@ constexpr uint32_t kFirstSlabSegments = 1;
 // Slabs stay small enough that the unused end of a pool's last one (a read
 // on several threads fills a pool for each part) costs little memory.
 constexpr uint32_t kLargestSlabSegments = 16;  // 4 MiB
-constexpr size_t kHugePage = 2 * 1024 * 1024;
 constexpr uint32_t kGranule = 8;
 constexpr uint32_t kSizeClasses = kPoolLargestBlock / kGranule + 1;
 // A freed block keeps its first word (a record's dead mask) and links the
@@ -86,7 +85,7 @@ void add_slab(Pool *pool) {
     const uint32_t segments = pool->next_slab_segments;
     const size_t bytes = segments * kSegmentSize;
     // Slabs of a huge page or more start on one, so that every page of them can be huge.
-    const size_t alignment = bytes >= kHugePage ? kHugePage : kSegmentSize;
+    const size_t alignment = bytes >= kHugePageSize ? kHugePageSize : kSegmentSize;
     Segment *slab = static_cast<Segment *>(mem_aligned_alloc(alignment, bytes));  // zeroed
     KX_POISON(slab, bytes);
     for (uint32_t i = 0; i < segments; i++)
