@@ -784,6 +784,11 @@ void kxIfcWriteData_write_string(kxIfcWriteData *write_data, const char16_t *val
     char *start = value_start(write_data, units * 12 + 2);
     char *end = start;
     *end++ = '\'';
+    // Most strings are mostly plain text: copied in blocks, up to the first
+    // unit that needs the encoding rules of the text mode.
+    const size_t plain = kx::step_copy_plain_prefix(value_text, units, end);
+    end += plain;
+    value_text += plain;
     end = write_data->lossless ? end + kx::step_encode_string(value_text, end) : encode_into(value_text, end);
     *end++ = '\'';
     value_end(write_data, start, end);

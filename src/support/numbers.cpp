@@ -44,7 +44,8 @@ double number_round_decimals(double value, int32_t decimals) {
 
 int32_t number_round_to_long(double value) {
     if (std::isnan(value)) return 0;
-    const double rounded = std::round(value);
+    // From 2^52 on every double is a whole number already.
+    const double rounded = std::fabs(value) < 4503599627370496.0 ? number_round_small(value) : value;
     if (rounded >= 2147483647.0) return INT32_MAX;
     if (rounded <= -2147483648.0) return INT32_MIN;
     return static_cast<int32_t>(rounded);

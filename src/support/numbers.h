@@ -15,6 +15,17 @@ double number_round_decimals(double value, int32_t decimals);
 // The nearest long, halves away from zero; clamped to the long range, NaN
 // gives 0.
 int32_t number_round_to_long(double value);
+// The nearest whole number to a value below 2^52 in magnitude, halves away
+// from zero: std::round without its library call, for the paths that
+// format every real of a file. The truncation and the fraction it leaves
+// are exact.
+inline double number_round_small(double value) {
+    const double truncated = static_cast<double>(static_cast<int64_t>(value));
+    const double fraction = value - truncated;
+    if (fraction >= 0.5) return truncated + 1.0;
+    if (fraction <= -0.5) return truncated - 1.0;
+    return truncated;
+}
 // Parses hexadecimal digits (either case). A character that is not one is
 // reported and ends the number; digits past 32 bits shift out the top.
 uint32_t number_hex_to_ulong(const char16_t *text);

@@ -2,6 +2,7 @@
 #include "support/realtext.h"
 
 #include <bit>
+#include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -13,6 +14,19 @@ namespace {
 constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                    1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 constexpr int kMaxExactPower = 22;
+
+// The nearest whole number to 0 <= x < 2^52, ties to even, as
+// std::nearbyint gives it but without its library call: beside 2^52 a
+// double has no fraction bits, so the addition itself rounds (in the
+// current rounding mode, as nearbyint does) and the subtraction is exact.
+inline double round_to_whole(double x) {
+#if FLT_EVAL_METHOD == 0
+    constexpr double kTwoToThe52 = 4503599627370496.0;
+    return (x + kTwoToThe52) - kTwoToThe52;
+#else
+    return std::nearbyint(x);  // excess precision would round elsewhere
+#endif
+}
 
 // The magnitude scaled to `significant` whole digits, rounded to an integer
 // in floating point: magnitude x 10^scale rounds to `whole`, which has
@@ -36,7 +50,7 @@ bool scale_to_digits(double magnitude, int significant, Scaled *scaled) {
         product = magnitude * kPowersOfTen[scale];
     }
     scaled->product = product;
-    scaled->whole = std::nearbyint(product);
+    scaled->whole = round_to_whole(product);  // product < 10^15 < 2^52
     scaled->scale = scale;
     return true;
 }
@@ -73,46 +87,45 @@ uint32_t digit_count(uint64_t whole, uint32_t at_least) {
     return count;
 }
 
-
-// Writes digit values as made by eight_digit_values.
-void store_eight_digits(uint64_t digits, char *out) {
-    const uint64_t text = digits | kEightZeroDigits;
-    if constexpr (std::endian::native == std::endian::little) {
-        std::memcpy(out, &text, 8);
-    } else {
-        for (int i = 0; i < 8; i++) out[i] = static_cast<char>(text >> (8 * i));
-    }
-}
-
-// The digits of whole x 10^-scale, a whole number of `count` digits,
-// without its trailing zeros.
+// The digits of whole x 10^-scale, a whole number of `count` digits (1 to
+// 24), without its trailing zeros.
 void set_whole_digits(uint64_t whole, uint32_t count, int scale, bool negative, DecimalDigits *out) {
-    // The 24 digit places in three words, in reading order; of them the
-    // last `count`, copied with what follows them as a block of fixed size.
     static_assert(sizeof out->digits == 24);
-    const uint64_t words[3] = {count > 16 ? eight_digit_values(static_cast<uint32_t>(whole / 10000000000000000ull)) : 0,
-                               count > 8 ? eight_digit_values(static_cast<uint32_t>(whole / 100000000 % 100000000)) : 0,
-                               eight_digit_values(static_cast<uint32_t>(whole % 100000000))};
-    char text[48];
-    for (int i = 0; i < 3; i++) store_eight_digits(words[i], text + 8 * i);
-    std::memset(text + 24, 0, 24);
     out->exponent = static_cast<int>(count) - 1 - scale;
-    // Trailing zero digits: the zero bytes at the high end of the last words.
+    out->negative = negative;
+    if constexpr (std::endian::native != std::endian::little) {
+        std::to_chars(out->digits, out->digits + sizeof out->digits, whole);
+        while (count > 1 && out->digits[count - 1] == '0') count--;
+        out->count = count;
+        return;
+    }
+    // The digits in groups of eight, the lowest group last, each a word
+    // whose bytes are its digits in reading order. The first group holds
+    // fewer digits than eight: shifting its leading zeros out puts it at
+    // the start, and every later group is stored right after the one before.
+    const uint32_t groups = (count + 7) / 8;
+    uint64_t group[3];
+    group[groups - 1] = eight_digit_values(static_cast<uint32_t>(whole % 100000000));
+    if (groups >= 2) group[groups - 2] = eight_digit_values(static_cast<uint32_t>(whole / 100000000 % 100000000));
+    if (groups == 3) group[0] = eight_digit_values(static_cast<uint32_t>(whole / 10000000000000000ull));
+    const uint32_t leading = 8 * groups - count;
+    char *digits = out->digits;
+    const uint64_t first = (group[0] | kEightZeroDigits) >> (8 * leading);
+    std::memcpy(digits, &first, 8);
+    for (uint32_t i = 1; i < groups; i++) {
+        const uint64_t text = group[i] | kEightZeroDigits;
+        std::memcpy(digits + 8 * i - leading, &text, 8);
+    }
+    // Trailing zero digits: the zero bytes at the high end of the last groups.
     uint32_t zeros = 0;
-    for (int i = 2; i >= 0 && zeros < 24; i--) {
-        if (std::endian::native != std::endian::little) break;
-        if (words[i] != 0) {
-            zeros += static_cast<uint32_t>(std::countl_zero(words[i])) / 8;
+    for (uint32_t i = groups; i-- > 0;) {
+        if (group[i] != 0) {
+            zeros += static_cast<uint32_t>(std::countl_zero(group[i])) / 8;
             break;
         }
         zeros += 8;
     }
-    const char *digits = text + 24 - count;
-    count = zeros < count ? count - zeros : 1;
-    while (count > 1 && digits[count - 1] == '0') count--;  // where the bytes are not little-endian
-    std::memcpy(out->digits, digits, sizeof out->digits);
-    out->count = count;
-    out->negative = negative;
+    out->count = zeros < count ? count - zeros : 1;
 }
 
 // Digits of a whole number below 2^53 with `scale`: whole x 10^-scale, of
@@ -223,7 +236,9 @@ void decimal_round(double value, int significant, DecimalDigits *out) {
     // half a unit in its last place; away from a half it rounds the same.
     Scaled scaled;
     if (significant <= 15 && std::isnormal(magnitude) && scale_to_digits(magnitude, significant, &scaled)) {
-        const double distance_from_half = std::fabs(scaled.product - std::floor(scaled.product) - 0.5);
+        // 0.5 minus the distance to the nearest whole number: exact, and the
+        // same as |product - floor(product) - 0.5|.
+        const double distance_from_half = 0.5 - std::fabs(scaled.product - scaled.whole);
         if (distance_from_half > scaled.product * 4.5e-16)
             return set_digits(scaled.whole, significant, scaled.scale, negative, out);
     }
@@ -254,7 +269,25 @@ void decimal_shortest(double value, DecimalDigits *out) {
     parse_scientific(text, end, negative, out);
 }
 
+namespace {
+
+// Digits and runs of zeros go out eight bytes at a time, which inlines to
+// a few stores where a call to memcpy or memset would cost more than the
+// copy: up to seven bytes past the end are written over.
+char *put_digits(char *out, const char *digits, int32_t count) {
+    for (int32_t i = 0; i < count; i += 8) std::memcpy(out + i, digits + i, 8);
+    return out + count;
+}
+
+char *put_zeros(char *out, int32_t count) {
+    for (int32_t i = 0; i < count; i += 8) std::memcpy(out + i, "00000000", 8);
+    return out + count;
+}
+
+}  // namespace
+
 uint32_t decimal_put(const DecimalDigits &decimal, bool plain, char *out) {
+    static_assert(sizeof decimal.digits >= 17 + 7);  // reads stay inside the digits
     char *c = out;
     if (decimal.negative) *c++ = '-';
     const char *digits = decimal.digits;
@@ -263,8 +296,7 @@ uint32_t decimal_put(const DecimalDigits &decimal, bool plain, char *out) {
     if (!plain) {
         *c++ = digits[0];
         *c++ = '.';
-        std::memcpy(c, digits + 1, count - 1);
-        c += count - 1;
+        c = put_digits(c, digits + 1, count - 1);
         *c++ = 'E';
         *c++ = exponent < 0 ? '-' : '+';
         const int32_t magnitude = exponent < 0 ? -exponent : exponent;
@@ -273,24 +305,18 @@ uint32_t decimal_put(const DecimalDigits &decimal, bool plain, char *out) {
     } else if (exponent < 0) {
         *c++ = '0';
         *c++ = '.';
-        std::memset(c, '0', -exponent - 1);
-        c += -exponent - 1;
-        std::memcpy(c, digits, count);
-        c += count;
+        c = put_zeros(c, -exponent - 1);
+        c = put_digits(c, digits, count);
     } else {
         const int32_t whole_digits = exponent + 1;
         if (count <= whole_digits) {
-            std::memcpy(c, digits, count);
-            c += count;
-            std::memset(c, '0', whole_digits - count);
-            c += whole_digits - count;
+            c = put_digits(c, digits, count);
+            c = put_zeros(c, whole_digits - count);
             *c++ = '.';
         } else {
-            std::memcpy(c, digits, whole_digits);
-            c += whole_digits;
+            c = put_digits(c, digits, whole_digits);
             *c++ = '.';
-            std::memcpy(c, digits + whole_digits, count - whole_digits);
-            c += count - whole_digits;
+            c = put_digits(c, digits + whole_digits, count - whole_digits);
         }
     }
     return static_cast<uint32_t>(c - out);

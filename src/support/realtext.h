@@ -60,7 +60,8 @@ void decimal_shortest(double value, DecimalDigits *out);
 constexpr uint32_t kDecimalTextSize = 340;
 // Writes the digits as a real that always holds a point: plain ("-12.5",
 // "0.001", "300.") or with an exponent of at least two digits ("1.5E-07",
-// "1.E+20"). Returns the characters written.
+// "1.E+20"). Returns the characters written; up to seven bytes past them
+// may be written over (kDecimalTextSize and kShortestRealSize leave room).
 uint32_t decimal_put(const DecimalDigits &decimal, bool plain, char *out);
 
 }  // namespace kx

@@ -4,6 +4,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "support/memory.h"
 #include "support/realtext.h"
@@ -164,6 +167,31 @@ char16_t *step_decode_string(const char16_t *text, size_t length, StringIssue *i
     return Decoder(text, length, issue).run();
 }
 
+size_t step_copy_plain_prefix(const char16_t *text, size_t length, char *out) {
+    size_t copied = 0;
+#if defined(__SSE2__)
+    // A unit is printable when unit - 0x20, unsigned, is at most 0x7E - 0x20:
+    // the saturating subtraction of that bound leaves it zero.
+    const __m128i space = _mm_set1_epi16(0x20);
+    const __m128i printable_span = _mm_set1_epi16(0x7E - 0x20);
+    const __m128i quote = _mm_set1_epi16('\'');
+    const __m128i backslash = _mm_set1_epi16('\\');
+    const __m128i zero = _mm_setzero_si128();
+    for (; copied + 8 <= length; copied += 8) {
+        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + copied));
+        const __m128i printable = _mm_cmpeq_epi16(_mm_subs_epu16(_mm_sub_epi16(units, space), printable_span), zero);
+        const __m128i doubled = _mm_or_si128(_mm_cmpeq_epi16(units, quote), _mm_cmpeq_epi16(units, backslash));
+        if (_mm_movemask_epi8(_mm_andnot_si128(doubled, printable)) != 0xFFFF) break;
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(out + copied), _mm_packus_epi16(units, units));
+    }
+#else
+    (void)text;
+    (void)length;
+    (void)out;
+#endif
+    return copied;
+}
+
 template <typename Char>
 size_t step_encode_string(const char16_t *text, Char *out) {
     Char *o = out;
@@ -187,7 +215,9 @@ template size_t step_encode_string<char>(const char16_t *, char *);
 template size_t step_encode_string<char16_t>(const char16_t *, char16_t *);
 
 uint32_t step_format_real_shortest(double value, char *out) {
-    static_assert(kShortestRealSize >= 26);  // the longest form: "-d.ddddddddddddddddE-ddd"
+    // The longest form, "-d.ddddddddddddddddE-ddd", and the bytes past it
+    // that decimal_put may write over.
+    static_assert(kShortestRealSize >= 26 + 7);
     // Plain digits read best where they are not much longer than the
     // exponent form: from 1e-5 to 1e15.
     const double magnitude = std::fabs(value);

@@ -36,6 +36,12 @@ inline constexpr auto kStepAsciiWidths = [] {
     return widths;
 }();
 
+// Copies the leading code units of the text that are written as themselves
+// (printable ASCII but "'" and "\") as bytes, eight at a time where the
+// processor allows, and returns how many it copied: at most `length`, and
+// perhaps fewer than the whole run (the encoders go on from there).
+size_t step_copy_plain_prefix(const char16_t *text, size_t length, char *out);
+
 // Room `step_encode_string` needs for a text of `units` code units.
 inline size_t step_encoded_bound(size_t units) { return units * 12 + 2; }
 // Writes the text encoded, without quotes: printable ASCII as itself ("'"
