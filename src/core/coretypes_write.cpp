@@ -10,22 +10,22 @@ namespace kx {
 
 void coretype_write_boolean(kxIfcWriteData *write_data, kxBoolean value) {
     if (value == kxBTRUE) {
-        kxIfcWriteData_write_text(write_data, u".T.");
+        kxIfcWriteData_write_literal(write_data, u".T.");
         return;
     }
     kx_assert(value == kxBFALSE);
-    kxIfcWriteData_write_text(write_data, u".F.");
+    kxIfcWriteData_write_literal(write_data, u".F.");
 }
 
 void coretype_write_logical(kxIfcWriteData *write_data, kxLogical value) {
     switch (value) {
-        case kLogicalTrue: kxIfcWriteData_write_text(write_data, u".T."); break;
-        case kLogicalFalse: kxIfcWriteData_write_text(write_data, u".F."); break;
+        case kLogicalTrue: kxIfcWriteData_write_literal(write_data, u".T."); break;
+        case kLogicalFalse: kxIfcWriteData_write_literal(write_data, u".F."); break;
         case kLogicalUnknown:
-        case kLogicalUndefined: kxIfcWriteData_write_text(write_data, u".U."); break;
+        case kLogicalUndefined: kxIfcWriteData_write_literal(write_data, u".U."); break;
         default:
             kx_assert_unreachable();
-            kxIfcWriteData_write_text(write_data, u".U.");
+            kxIfcWriteData_write_literal(write_data, u".U.");
             break;
     }
 }

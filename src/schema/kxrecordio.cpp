@@ -70,7 +70,7 @@ void write_select(kxIfcWriteData *output, const kxBaseObject *instance) {
         kxIfcWriteData_begin_named_value(output, type_name);
         const char16_t *literal = enum_has_value(info_enum, value.integer) ? enum_to_literal(info_enum, value.integer) : nullptr;
         if (literal != nullptr)
-            kxIfcWriteData_write_text(output, literal);
+            kxIfcWriteData_write_literal(output, literal);
         else
             kxIfcWriteData_write_unset(output);
     } else {
@@ -110,7 +110,7 @@ void write_cell(kxIfcWriteData *output, const kxAggregateCell &cell, const Aggre
     case SLOT_ENUM: {
         const EnumInfo &enum_info = g_enums[info.element_ref];
         if (enum_has_value(enum_info, cell.integer))
-            kxIfcWriteData_write_text(output, enum_to_literal(enum_info, cell.integer));
+            kxIfcWriteData_write_literal(output, enum_to_literal(enum_info, cell.integer));
         else
             kxIfcWriteData_write_unset(output);
         break;
@@ -187,7 +187,7 @@ bool write_slot_value(kxIfcWriteData *output, kxBaseObject *instance, const Attr
         const EnumInfo &info = g_enums[slot.type_ref];
         const int32_t value = record_slot<int32_t>(instance, attr.offset);
         if (!enum_has_value(info, value)) return false;
-        kxIfcWriteData_write_text(output, enum_to_literal(info, value));
+        kxIfcWriteData_write_literal(output, enum_to_literal(info, value));
         return true;
     }
     case SLOT_ENTITY: {
@@ -234,7 +234,8 @@ void entity_write_object(kxBaseObject *instance, kxIfcWriteData *output) {
     }
     const ClassRelease *release = baseobject_class_release(instance);
     if (release == nullptr) return;
-    kxIfcWriteData_begin_instance(output, instance->object_class->upper_name, instance->output_file_id);
+    const kxClass_t *klass = instance->object_class;
+    kxIfcWriteData_begin_instance(output, klass->upper_name, klass->unique_class_id, instance->output_file_id);
     for (uint32_t i = 0; i < release->num_attrs; i++) {
         const AttrRef &attr = release->attrs[i];
         const SlotInfo &slot = g_slots[attr.slot];

@@ -128,7 +128,11 @@ struct kxIfcWriteData {
     uint32_t instance_depth;
     ByteBuffer scratch;  // a value being encoded
     NameCache class_names;  // upper case
-    NameCache type_names;   // as given
+    NameCache type_names;   // type names and literals, as given
+    // The class names again, by the key their instances give (the class
+    // id): found by an index instead of a hash, once per instance line.
+    NarrowName *class_names_by_key;
+    uint32_t class_keys_capacity;
     FILE *output;
     bool lossless;  // shortest exact reals, strings by the full escape rules
     bool batched;   // lines are handed over in large pieces
@@ -564,7 +568,7 @@ void place_item(kxIfcWriteData *write_data, uint32_t kind, const char *text, uin
     item_end(write_data, kind, out, out + length, columns);
 }
 
-void place_fixed_item(kxIfcWriteData *write_data, uint32_t kind) {
+[[gnu::always_inline]] inline void place_fixed_item(kxIfcWriteData *write_data, uint32_t kind) {
     char *out = item_start(write_data, kind, 1);
     *out = FIXED_ITEM_TEXT[kind];
     item_end(write_data, kind, out, out + 1, 1);
@@ -662,6 +666,7 @@ void kxIfcWriteData_free(kxIfcWriteData **holder) {
     bytes_free(&write_data->scratch);
     name_cache_free(&write_data->class_names);
     name_cache_free(&write_data->type_names);
+    kx::mem_free(write_data->class_names_by_key);
     kx::mem_free_and_clear(holder);
 }
 
@@ -764,6 +769,15 @@ void kxIfcWriteData_write_text(kxIfcWriteData *write_data, const char16_t *value
     kx_assert_not_null(value_text);
     if (write_data == nullptr || value_text == nullptr) return;
     emit_wide_value(write_data, value_text);
+}
+
+void kxIfcWriteData_write_literal(kxIfcWriteData *write_data, const char16_t *literal) {
+    kx_assert_not_null(write_data);
+    kx_assert_not_null(literal);
+    if (write_data == nullptr || literal == nullptr) return;
+    if (write_data->instance_depth == 0) return emit_wide_value(write_data, literal);
+    const NarrowName &name = cached_name(&write_data->type_names, literal);
+    place_item(write_data, PARAMETER_VALUE, write_data->type_names.text.data + name.offset, name.length, name.columns);
 }
 
 void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **value_text) {
@@ -908,14 +922,40 @@ char16_t *kxIfcWriteData_encode_string(const char16_t *text) {
     return encoded;
 }
 
-uint32_t kxIfcWriteData_begin_instance(kxIfcWriteData *write_data, const char16_t *class_name,
+namespace {
+
+// Keys beyond this are looked up by address alone.
+constexpr uint32_t MAX_CLASS_KEYS = 1u << 16;
+
+// The narrow form of a class name by its key, made on the first use of the
+// key; a key met with another name than before is taken by the new name.
+NarrowName keyed_class_name(kxIfcWriteData *write_data, const char16_t *class_name, uint32_t key) {
+    if (key < write_data->class_keys_capacity && write_data->class_names_by_key[key].wide == class_name)
+        return write_data->class_names_by_key[key];
+    const NarrowName name = cached_name(&write_data->class_names, class_name);
+    if (key >= MAX_CLASS_KEYS) return name;
+    if (key >= write_data->class_keys_capacity) {
+        const uint32_t old_capacity = write_data->class_keys_capacity;
+        const uint32_t capacity = grown_capacity(old_capacity, static_cast<uint64_t>(key) + 1);
+        write_data->class_names_by_key = static_cast<NarrowName *>(
+            kx::mem_realloc(write_data->class_names_by_key, capacity * sizeof(NarrowName)));
+        std::memset(write_data->class_names_by_key + old_capacity, 0, (capacity - old_capacity) * sizeof(NarrowName));
+        write_data->class_keys_capacity = capacity;
+    }
+    write_data->class_names_by_key[key] = name;
+    return name;
+}
+
+}  // namespace
+
+uint32_t kxIfcWriteData_begin_instance(kxIfcWriteData *write_data, const char16_t *class_name, uint32_t class_key,
                                       uint32_t output_file_id) {
     kx_assert_not_null(write_data);
     kx_assert_not_null(class_name);
     if (write_data == nullptr) return output_file_id;
     kx_assert(!kxIfcWriteData_is_writing_nested(write_data));
     const uint32_t id = output_file_id == NEXT_ID ? write_data->next_output_id++ : output_file_id;
-    const NarrowName &name = cached_name(&write_data->class_names, class_name != nullptr ? class_name : u"");
+    const NarrowName name = keyed_class_name(write_data, class_name != nullptr ? class_name : u"", class_key);
     begin_line(write_data, write_data->class_names.text.data + name.offset, name.length, name.columns, id);
     write_data->instance_depth = 1;
     return id;

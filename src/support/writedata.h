@@ -31,6 +31,9 @@ void kxIfcWriteData_write_integer(kxIfcWriteData *write_data, int32_t value);
 void kxIfcWriteData_write_real(kxIfcWriteData *write_data, double value);
 // Ready text: ".NOTDEFINED.", ".T.", ".U." and other pre-formatted tokens.
 void kxIfcWriteData_write_text(kxIfcWriteData *write_data, const char16_t *text);
+// Ready text that stays unchanged while the writer lives (an enumeration
+// literal of the schema, ".T."): narrowed once and then found by address.
+void kxIfcWriteData_write_literal(kxIfcWriteData *write_data, const char16_t *literal);
 void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **text);
 // A string value: encoded and wrapped in single quotes.
 void kxIfcWriteData_write_string(kxIfcWriteData *write_data, const char16_t *text);
@@ -49,8 +52,10 @@ void kxIfcWriteData_write_entity_line(kxIfcWriteData *write_data, const char16_t
 // An instance line printed as its values come: "#id= NAME(" at once, each
 // value as it is written, ");" at kxIfcWriteData_end_instance. Not while
 // another instance is open. An id of 0xFFFFFFFF takes the next id of the
-// writer's counter; returns the id used.
-uint32_t kxIfcWriteData_begin_instance(kxIfcWriteData *write_data, const char16_t *class_name,
+// writer's counter; returns the id used. The class key is a small number
+// that stands for the name (the class id), for finding its narrow form by
+// index; 0xFFFFFFFF when there is none.
+uint32_t kxIfcWriteData_begin_instance(kxIfcWriteData *write_data, const char16_t *class_name, uint32_t class_key,
                                        uint32_t output_file_id);
 void kxIfcWriteData_end_instance(kxIfcWriteData *write_data);
 // Prints text followed by ";" and a line end (file frame and header).

@@ -315,7 +315,8 @@ TEST(InstancePrintingTest, PrintedAsTheyComeOrCollectedAlike) {
             const std::string printed = kxtest::written_text([&](kxIfcWriteData *output) {
                 kxIfcWriteData_set_lossless(output, lossless);
                 kxIfcWriteData_set_batched(output, (seed & 1) != 0);
-                kxIfcWriteData_begin_instance(output, u"IfcSomething", static_cast<uint32_t>(seed * 7919));
+                const uint32_t class_key = (seed & 2) != 0 ? 7 : 0xFFFFFFFFu;  // by index, or by address alone
+                kxIfcWriteData_begin_instance(output, u"IfcSomething", class_key, static_cast<uint32_t>(seed * 7919));
                 write_values(output, seed, true);
                 kxIfcWriteData_end_instance(output);
             });
