@@ -398,6 +398,31 @@ void append_string(Parser *parser, const Token &token) {
     if (issue.count > 0) note_parameter_problem(parser, issue.code);
 }
 
+// The tokens a line's parameters hold besides "(" and ")".
+bool is_parameter_item(TokenKind kind) {
+    switch (kind) {
+    case TOKEN_COMMA:
+    case TOKEN_ENTITY_REFERENCE:
+    case TOKEN_INT:
+    case TOKEN_REAL:
+    case TOKEN_STRING:
+    case TOKEN_ENUM:
+    case TOKEN_BOOLEAN:
+    case TOKEN_HEX:
+    case TOKEN_NULL_VALUE:
+    case TOKEN_DERIVED_VALUE:
+    case TOKEN_TYPE_NAME: return true;
+    default: return false;
+    }
+}
+
+// A token that is no parameter item, or an item outside the parentheses.
+// Collecting and skipping a line stop at the same token with the same
+// message, so that one and two passes report a broken line alike.
+bool fail_parameter_token(Parser *parser, const Token &token, uint32_t depth) {
+    return fail_syntax(parser, token, depth == 0 ? TOKEN_BEGIN_PAR : TOKEN_END_PAR);
+}
+
 // Collects the parameters of one line, from its first "(" to the matching
 // ")", into the parser's list. False on a syntax error. `unresolved` is set
 // when a reference names an id not read yet.
@@ -454,9 +479,9 @@ bool collect_parameters(Parser *parser, Scanner *scanner, bool *unresolved) {
             break;
         }
         default:
-            return fail_syntax(parser, token, depth == 0 ? TOKEN_BEGIN_PAR : TOKEN_END_PAR);
+            return fail_parameter_token(parser, token, depth);
         }
-        if (depth == 0) return fail_syntax(parser, token, TOKEN_BEGIN_PAR);  // a value outside the parentheses
+        if (depth == 0) return fail_parameter_token(parser, token, depth);
     }
 }
 
@@ -468,10 +493,10 @@ bool skip_parameters(Parser *parser, Scanner *scanner) {
         if (token.kind == TOKEN_BEGIN_PAR) {
             depth++;
         } else if (token.kind == TOKEN_END_PAR) {
-            if (depth == 0) return fail_syntax(parser, token, TOKEN_BEGIN_PAR);
+            if (depth == 0) return fail_syntax(parser, token);
             if (--depth == 0) return true;
-        } else if (token.kind == TOKEN_END || token.kind == TOKEN_DOTCOMA || depth == 0) {
-            return fail_syntax(parser, token, depth == 0 ? TOKEN_BEGIN_PAR : TOKEN_END_PAR);
+        } else if (depth == 0 || !is_parameter_item(token.kind)) {
+            return fail_parameter_token(parser, token, depth);
         }
     }
 }
