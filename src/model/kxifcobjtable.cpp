@@ -43,9 +43,10 @@ void objtable_free(kxIfcObjTable_t **object_table) {
 void objtable_add(kxIfcObjTable_t *object_table, kxBaseObject *base_object) {
     kx_assert_not_null(object_table);
     if (object_table == nullptr) return;
-    kx_assert_text(baseobject_is_kind_of(base_object, object_table->klass) == CIERTO,
-                   "kxBaseObject_is_kind_of(base_object, object_table->klass) == CIERTO");
-    ptrarray_append(object_table->objects, base_object);
+    const bool of_the_class = baseobject_is_kind_of(base_object, object_table->klass) == CIERTO;
+    kx_assert_text(of_the_class, "kxBaseObject_is_kind_of(base_object, object_table->klass) == CIERTO");
+    // Whoever walks the table takes its instances for the table's class.
+    if (of_the_class) ptrarray_append(object_table->objects, base_object);
 }
 
 void objtable_remove(kxIfcObjTable_t *object_table, kxBaseObject *base_object) {
