@@ -2,7 +2,6 @@
 // binaries, compressed GUIDs, and reading each base type from parser
 // parameters.
 #include <bit>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>

@@ -175,9 +175,8 @@ TEST_F(ObjectTableTest, AddAndRemoveKeepTheOrderAndReportStrangers) {
 TEST_F(ModelTest, MisuseIsReportedAndRefusedCallsChangeNothing) {
     kxIfcModel *unset = kxIfcModel_new();  // no release yet
     kxIfcModel *nothing = nullptr;
-    kxtest::TempDirectory directory("kxifc_ids");
     const std::string path =
-        directory.write("high.ifc", kxtest::step_file("#4294967294= IFCCARTESIANPOINT((0.,0.));\n"));
+        dir().write("high.ifc", kxtest::step_file("#4294967294= IFCCARTESIANPOINT((0.,0.));\n"));
     kxIfcModel *high = kxIfcModel_read_from_step_file(kxtest::wide(path).c_str(), 0, nullptr);
     kxIfcModel *other = model(KXIFCVERSION_IFC_4);
     kxIfcModel *home = model(KXIFCVERSION_IFC_4);

@@ -8,7 +8,6 @@
 // fault and exported again: the two files must be the same. The accessors of
 // the other release must leave the instance alone.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <set>
@@ -131,10 +130,8 @@ public:
     kxBaseObject *instance_of(uint32_t class_id) {
         const auto cached = instances_.find(class_id);
         if (cached != instances_.end()) return cached->second;
-        kxBaseObject *instance = nullptr;
-        if (is_concrete(class_id)) instance = create(g_classes[class_id]);
-        for (uint32_t id = 0; instance == nullptr && id < g_num_classes; id++)
-            if (is_concrete(id) && descends_from(id, class_id)) instance = create(g_classes[id]);
+        const kxClass_t *concrete = kxtest::concrete_kind_of(g_classes[class_id], release_);
+        kxBaseObject *instance = concrete != nullptr ? create(concrete) : nullptr;
         if (instance != nullptr && !baseobject_is_kind_of(instance, g_classes[class_id]))
             problems_.add("sample of " + narrow(g_classes[class_id]->ifc_name) + " is not kind of it");
         instances_[class_id] = instance;
@@ -227,18 +224,6 @@ public:
     }
 
 private:
-    bool is_concrete(uint32_t id) const {
-        const kxClass_t *klass = g_classes[id];
-        return klass->is_entity && class_release(klass, release_) != nullptr &&
-               !class_is_abstract(klass, static_cast<kxIfcVersion_t>(release_));
-    }
-    bool descends_from(uint32_t id, uint32_t ancestor) const {
-        const ClassRelease *release = class_release(g_classes[id], release_);
-        for (uint32_t i = 0; i < release->num_ancestors; i++)
-            if (release->ancestors[i] == ancestor) return true;
-        return false;
-    }
-
     uint32_t release_;
     Problems &problems_;
     kxIfcModel *model_ = nullptr;
@@ -443,8 +428,8 @@ protected:
         kxIfcModel_free(&read);
     }
     std::string export_model(kxIfcModel *model, const std::string &name) {
-        kxIfcModel_export_model_to_file(model, kxtest::wide(name).c_str(), kxtest::wide(directory_.path()).c_str());
-        return directory_.file(name + ".ifc");
+        kxIfcModel_export_model_to_file(model, kxtest::wide(name).c_str(), kxtest::wide(dir().path()).c_str());
+        return dir().file(name + ".ifc");
     }
 
     // Writes the instance, tokenizes its line and reads it into a fresh
@@ -525,7 +510,6 @@ protected:
 
     Problems problems_;
     uint32_t accessors_exercised_ = 0;
-    kxtest::TempDirectory directory_{"kx_round_trip"};
     kxtest::EnvGuard stamp_{"VELMTEST", "1"};  // the same header in both exports
 };
 
@@ -540,9 +524,7 @@ TEST_F(RoundTripTest, EveryAttributeOfEveryConcreteEntityInBothReleases) {
         Population population(release, problems_);
         for (uint32_t id = 0; id < g_num_classes; id++) {
             const kxClass_t *klass = g_classes[id];
-            if (!klass->is_entity || class_release(klass, release) == nullptr ||
-                class_is_abstract(klass, static_cast<kxIfcVersion_t>(release)))
-                continue;
+            if (!kxtest::is_concrete(klass, release)) continue;
             const auto rows = rows_by_entity.find(klass->ifc_name);
             static const std::vector<const AccessorRow *> kNone;
             if (rows != rows_by_entity.end()) classes_with_rows++;
@@ -570,7 +552,6 @@ TEST_F(RoundTripTest, EveryMemberOfEverySelectInBothReleases) {
     std::vector<std::string> not_carried;
     for (uint32_t release = 0; release < NUM_RELEASES; release++) {
         Population population(release, problems_);
-        const kxIfcVersion_t version = static_cast<kxIfcVersion_t>(release);
         // The first concrete entity attribute of this release holding each
         // select, directly or as the elements of an aggregate.
         std::map<uint32_t, std::pair<const kxClass_t *, const AccessorRow *>> carriers;
@@ -583,8 +564,7 @@ TEST_F(RoundTripTest, EveryMemberOfEverySelectInBothReleases) {
             else if (row.kind == SLOT_AGGREGATE && g_aggregates[slot.type_ref].element_kind == SLOT_SELECT)
                 select_id = g_aggregates[slot.type_ref].element_ref;
             const kxClass_t *klass = kxClass_find_by_name(row.entity);
-            if (select_id == NO_INDEX || carriers.count(select_id) != 0 || klass == nullptr ||
-                class_release(klass, release) == nullptr || class_is_abstract(klass, version))
+            if (select_id == NO_INDEX || carriers.count(select_id) != 0 || !kxtest::is_concrete(klass, release))
                 continue;
             carriers[select_id] = {klass, &row};
         }

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 
@@ -39,7 +38,6 @@ class ExportTest : public kxtest::ModelFixture {
 protected:
     void SetUp() override {
         ModelFixture::SetUp();
-        ASSERT_TRUE(directory_.made());
         model(KXIFCVERSION_IFC_4);
     }
 
@@ -61,7 +59,7 @@ protected:
 
     void export_as(const std::string &name, const std::string &directory = "") {
         const std::u16string file_name = wide(name);
-        const std::u16string folder = wide(directory.empty() ? directory_.path() : directory);
+        const std::u16string folder = wide(directory.empty() ? dir().path() : directory);
         kxIfcModel_export_model_to_file(model_, file_name.c_str(), folder.c_str());
     }
     static bool exists(const std::string &file) { return std::filesystem::exists(file); }
@@ -72,7 +70,6 @@ protected:
         }
     }
 
-    kxtest::TempDirectory directory_{"kxifc_export"};
     kxBaseObject *wall_ = nullptr;
     kxBaseObject *value_ = nullptr;
     kxBaseObject *property_ = nullptr;
@@ -85,14 +82,14 @@ TEST_F(ExportTest, SmallModelGivesTheExactFile) {
     build_wall_and_property();
     ASSERT_EQ(value_->output_file_id, 2u);
     export_as("wall");
-    EXPECT_EQ(read_file(directory_.file("wall.ifc")),
+    EXPECT_EQ(read_file(dir().file("wall.ifc")),
               std::string(kHeaderOfEmptyRecord) +
                   "DATA;\n"
                   "#1= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'Wall',$,$,$,$,$,$);\n"
                   "#3= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n"
                   "ENDSEC;\n"
                   "END-ISO-10303-21;\n");
-    EXPECT_FALSE(exists(directory_.file("wall.ifctmp")));
+    EXPECT_FALSE(exists(dir().file("wall.ifctmp")));
     expect_nothing_written();
 }
 
@@ -108,15 +105,15 @@ TEST_F(ExportTest, HeaderRecordKeepsTheTimeStampAndSchemaTextOfTheExport) {
     const std::string stamp_text = narrow(kxIfcHeader_get_timestamp(header));
     EXPECT_TRUE(is_time_stamp(stamp_text)) << stamp_text;
     EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "FILE_SCHEMA(('IFC4'))");
-    EXPECT_NE(read_file(directory_.file("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
+    EXPECT_NE(read_file(dir().file("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
               std::string::npos);
 
     // Exported again: only the stamp and the name differ.
     export_as("stamped2");
     const std::string later_stamp = narrow(kxIfcHeader_get_timestamp(header));
     EXPECT_TRUE(is_time_stamp(later_stamp)) << later_stamp;
-    std::string earlier = read_file(directory_.file("stamped.ifc"));
-    std::string later = read_file(directory_.file("stamped2.ifc"));
+    std::string earlier = read_file(dir().file("stamped.ifc"));
+    std::string later = read_file(dir().file("stamped2.ifc"));
     earlier.replace(earlier.find("'" + stamp_text + "'"), stamp_text.size() + 2, "'T'");
     later.replace(later.find("'" + later_stamp + "'"), later_stamp.size() + 2, "'T'");
     later.replace(later.find("'stamped2.ifc'"), 14, "'stamped.ifc'");
@@ -132,20 +129,20 @@ TEST_F(ExportTest, AFailedExportLeavesTheTargetAndNoTrace) {
     const auto export_with_status = [this](const char *name, const std::string &folder) {
         return kxIfcModel_export_with_status(model_, wide(name).c_str(), wide(folder).c_str());
     };
-    directory_.write("kept.ifc", "kept");
-    std::filesystem::create_directory(directory_.file("folder.ifc"));
-    ASSERT_EQ(mkdir(directory_.file("taken.ifctmp").c_str(), 0700), 0);
+    dir().write("kept.ifc", "kept");
+    std::filesystem::create_directory(dir().file("folder.ifc"));
+    ASSERT_EQ(mkdir(dir().file("taken.ifctmp").c_str(), 0700), 0);
     const struct {
         const char *name;
         std::string directory;
         kxExportStatus status;
     } cases[] = {
-        {"", directory_.path(), KX_EXPORT_BAD_NAME},
-        {"..", directory_.path(), KX_EXPORT_BAD_NAME},
-        {"../escaped", directory_.path(), KX_EXPORT_BAD_NAME},
-        {"folder", directory_.path(), KX_EXPORT_CANNOT_REPLACE},
-        {"kept", directory_.file("missing"), KX_EXPORT_CANNOT_CREATE},
-        {"taken", directory_.path(), KX_EXPORT_CANNOT_REPLACE},  // the temporary name is a folder
+        {"", dir().path(), KX_EXPORT_BAD_NAME},
+        {"..", dir().path(), KX_EXPORT_BAD_NAME},
+        {"../escaped", dir().path(), KX_EXPORT_BAD_NAME},
+        {"folder", dir().path(), KX_EXPORT_CANNOT_REPLACE},
+        {"kept", dir().file("missing"), KX_EXPORT_CANNOT_CREATE},
+        {"taken", dir().path(), KX_EXPORT_CANNOT_REPLACE},  // the temporary name is a folder
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -153,8 +150,8 @@ TEST_F(ExportTest, AFailedExportLeavesTheTargetAndNoTrace) {
         EXPECT_EQ(kxIfcModel_last_export_status(model_), c.status);
         EXPECT_NE(std::string(kxExportStatus_message(c.status)), "");
     }
-    EXPECT_FALSE(exists(directory_.file("missing")));
-    EXPECT_TRUE(std::filesystem::is_directory(directory_.file("taken.ifctmp")));
+    EXPECT_FALSE(exists(dir().file("missing")));
+    EXPECT_TRUE(std::filesystem::is_directory(dir().file("taken.ifctmp")));
     EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(kxIfcModel_get_header(model_))), "") << "the header is untouched";
     // A file-size limit stops the writing half-way.
     struct rlimit old_limit;
@@ -163,17 +160,17 @@ TEST_F(ExportTest, AFailedExportLeavesTheTargetAndNoTrace) {
     small.rlim_cur = 4096;
     auto *old_handler = std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const kxExportStatus limited = export_with_status("kept", directory_.path());
+    const kxExportStatus limited = export_with_status("kept", dir().path());
     setrlimit(RLIMIT_FSIZE, &old_limit);
     std::signal(SIGXFSZ, old_handler);
     EXPECT_EQ(limited, KX_EXPORT_WRITE_FAILED);
-    EXPECT_EQ(read_file(directory_.file("kept.ifc")), "kept");
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory_.path()))
+    EXPECT_EQ(read_file(dir().file("kept.ifc")), "kept");
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(dir().path()))
         EXPECT_NE(entry.path().filename(), "kept.ifctmp");
     expect_nothing_written();
     // Without the limit the same export replaces the file.
-    EXPECT_EQ(export_with_status("kept", directory_.path()), KX_EXPORT_OK);
-    EXPECT_NE(read_file(directory_.file("kept.ifc")).find("IFCCARTESIANPOINT"), std::string::npos);
+    EXPECT_EQ(export_with_status("kept", dir().path()), KX_EXPORT_OK);
+    EXPECT_NE(read_file(dir().file("kept.ifc")).find("IFCCARTESIANPOINT"), std::string::npos);
 }
 
 // ---- reports ----
@@ -185,20 +182,20 @@ TEST_F(ExportTest, InconsistentInstancesAreReported) {
     build_wall_and_property();
     expect_each_reported({
         {"(ifc_model) != NULL",
-         [&] { kxIfcModel_export_model_to_file(nullptr, u"x", wide(directory_.path()).c_str()); }},
+         [&] { kxIfcModel_export_model_to_file(nullptr, u"x", wide(dir().path()).c_str()); }},
         {"kxBaseObject_has_been_written_to_output_file(base_object) == FALSO",
          [&] {
              wall_->flags |= kx::OBJECT_WRITTEN;
              export_as("twice");
          }},
     });
-    EXPECT_FALSE(exists(directory_.file("x.ifc")) || exists(directory_.file("x.ifctmp")));
+    EXPECT_FALSE(exists(dir().file("x.ifc")) || exists(dir().file("x.ifctmp")));
     expect_nothing_written();
     export_as("twice");
     EXPECT_TRUE(asserts().reports().empty()) << "the next export is clean";
     property_->output_file_id = kx::ULONG_MAX32;
     expect_each_reported({{"kxBaseObject_get_output_file_id(base_object) != ULONG_MAX", [&] { export_as("noid"); }}});
-    EXPECT_TRUE(exists(directory_.file("noid.ifc")));
+    EXPECT_TRUE(exists(dir().file("noid.ifc")));
     expect_nothing_written();
 }
 
