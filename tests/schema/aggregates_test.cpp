@@ -10,7 +10,6 @@
 #include "core/class.h"
 #include "schema/engines.h"
 #include "support/parseparlist.h"
-#include "support/wstring.h"
 #include "kxifc_coretypes.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"

@@ -24,7 +24,6 @@
 #include "schema/select.h"
 #include "step/scanner.h"
 #include "support/parseparlist.h"
-#include "support/writedata.h"
 #include "support/wstring.h"
 #include "kxifc_model.h"
 #include "kxifc_schema.h"

@@ -9,7 +9,6 @@
 #include <string>
 
 #include "core/baseobject.h"
-#include "model/headerio.h"
 #include "model/model.h"
 #include "kxifc_header.h"
 #include "kxifc_model.h"

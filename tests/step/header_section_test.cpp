@@ -21,7 +21,6 @@
 namespace {
 
 using kxtest::EnvGuard;
-using kxtest::is_time_stamp;
 using kxtest::narrow;
 using kxtest::text_of;
 using kxtest::wide;
