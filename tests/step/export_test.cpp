@@ -43,15 +43,12 @@ protected:
     // #1 a wall, #2 the select value (no line of its own), #3 a property
     // holding the value.
     void build_wall_and_property() {
-        wall_ = kxIfcModel_dontuse_new_object(model_, kxIfcWall_class());
-        ASSERT_NE(wall_, nullptr);
+        wall_ = make(kxIfcWall_class());
         kxIfcWall_set_GlobalId(wall_, u"2O2Fr$t4X7Zf8NOew3FLOH");
         kxIfcWall_set_Name(wall_, u"Wall");
-        value_ = kxIfcModel_dontuse_new_object(model_, kxIfcValue_class());
-        ASSERT_NE(value_, nullptr);
+        value_ = make(kxIfcValue_class());
         kxIfcValue_set_kxIfcLengthMeasure(value_, 2500.0);
-        property_ = kxIfcModel_dontuse_new_object(model_, kxIfcPropertySingleValue_class());
-        ASSERT_NE(property_, nullptr);
+        property_ = make(kxIfcPropertySingleValue_class());
         kxIfcPropertySingleValue_set_Name(property_, u"Height");
         kxIfcPropertySingleValue_set_NominalValue(property_, value_);
     }

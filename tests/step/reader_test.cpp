@@ -16,6 +16,7 @@
 #include "step/scanner.h"
 #include "step/textwindow.h"
 #include "kxifcmodel.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace {
@@ -151,17 +152,12 @@ TEST_F(ReaderTest, SelectedClassesOnly) {
     kxIfcModel *model = kxIfcModel_read_entities_of_selected_classes_from_step_file(name, classes, &errors);
     ASSERT_NE(model, nullptr);
     EXPECT_EQ(errors, kxBFALSE);
-    kxArrayST *walls = kxIfcModel_dontuse_get_objects_by_class(model, kxIfcWallStandardCase_class());
-    const uint32_t wall_count = kxArrayST_dontuse_count(walls);
-    EXPECT_GT(wall_count, 0u);
-    kxArrayST *roots = kxIfcModel_dontuse_get_objects_by_class(model, kxIfcRoot_class());
-    EXPECT_EQ(kxArrayST_dontuse_count(roots), wall_count);
+    const auto walls = kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model, kxIfcWallStandardCase_class()));
+    ASSERT_FALSE(walls.empty());
+    EXPECT_EQ(kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model, kxIfcRoot_class())).size(), walls.size());
     // References among the selected classes are kept; to others, dropped.
-    kxBaseObject *wall = static_cast<kxBaseObject *>(kxArrayST_dontuse_get(walls, 0));
-    EXPECT_NE(kxIfcWallStandardCase_get_OwnerHistory(wall), nullptr);
-    EXPECT_EQ(kxIfcWallStandardCase_get_ObjectPlacement(wall), nullptr);
-    kxArrayST_dontuse_free(&walls, nullptr);
-    kxArrayST_dontuse_free(&roots, nullptr);
+    EXPECT_NE(kxIfcWallStandardCase_get_OwnerHistory(walls[0]), nullptr);
+    EXPECT_EQ(kxIfcWallStandardCase_get_ObjectPlacement(walls[0]), nullptr);
     kxArrayST_dontuse_free(&classes, nullptr);
     kxIfcModel_free(&model);
     kxWideString_free(&name);
@@ -344,12 +340,9 @@ protected:
         if (model == nullptr) return result;
         // The object tables: instances of broad classes by creation.
         for (const kxClass_t *klass : {kxIfcRoot_class(), kxIfcRepresentationItem_class(), kxIfcProperty_class()}) {
-            kxArrayST *instances = kxIfcModel_dontuse_get_objects_by_class(model, klass);
-            for (uint32_t i = 0; i < kxArrayST_dontuse_count(instances); i++)
-                result += std::to_string(kxBaseObject_dontuse_object_output_file_id(
-                              static_cast<kxBaseObject *>(kxArrayST_dontuse_get(instances, i)))) + ' ';
+            for (kxBaseObject *instance : kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model, klass)))
+                result += std::to_string(kxBaseObject_dontuse_object_output_file_id(instance)) + ' ';
             result += '\n';
-            kxArrayST_dontuse_free(&instances, nullptr);
         }
         EXPECT_EQ(kxIfcModel_export_with_status(model, u"written", kxtest::wide(dir().path()).c_str()),
                   KX_EXPORT_OK);
