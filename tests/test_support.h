@@ -7,12 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "kxifc_diagnostics.h"
 
 namespace kxtest {
 
@@ -25,14 +28,19 @@ struct AssertReport {
 // Captures every assertion report made while it lives.
 class AssertCapture {
 public:
-    AssertCapture();
-    ~AssertCapture();
+    AssertCapture() { kxDiagnostics_set_assert_sink(&AssertCapture::sink, this); }
+    ~AssertCapture() { kxDiagnostics_set_assert_sink(nullptr, nullptr); }
     const std::vector<AssertReport> &reports() const { return reports_; }
-    bool saw(const std::string &condition) const;
+    bool saw(const std::string &condition) const {
+        const auto named = [&](const AssertReport &report) { return report.condition == condition; };
+        return std::any_of(reports_.begin(), reports_.end(), named);
+    }
     void clear() { reports_.clear(); }
 
 private:
-    static void sink(void *self, const char *condition, const char *source, uint32_t line);
+    static void sink(void *self, const char *condition, const char *source, uint32_t line) {
+        static_cast<AssertCapture *>(self)->reports_.push_back({condition, source, line});
+    }
     std::vector<AssertReport> reports_;
 };
 

@@ -12,6 +12,7 @@
 
 #include "core/baseobject.h"
 #include "core/class.h"
+#include "schema/aggregate.h"
 #include "kxifcmodel.h"
 #include "kxifcmodel.hpp"
 #include "model_fixture.h"
