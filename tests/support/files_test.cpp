@@ -141,7 +141,7 @@ void *pair_read(kx::SaveStream *stream) {
     return pair;
 }
 
-TEST_F(FilesTest, SaveStreamRoundTrip) {
+TEST_F(FilesTest, SaveStreamRoundTripAndTruncatedOrCorruptStreamsFailSafely) {
     const std::u16string name = wide_path(dir().file("table.bin"));
     kx::SaveStream *out = kx::savestream_register_binary_file(name.c_str(), "wb");
     ASSERT_NE(out, nullptr);
@@ -183,12 +183,10 @@ TEST_F(FilesTest, SaveStreamRoundTrip) {
 
     const std::u16string missing = wide_path(dir().file("no/such/dir/table.bin"));
     EXPECT_EQ(kx::savestream_register_binary_file(missing.c_str(), "wb"), nullptr);
-}
 
-TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
-    const std::u16string name = wide_path(dir().file("table.bin"));
-    kx::SaveStream *out = kx::savestream_register_binary_file(name.c_str(), "wb");
-    kx::OrderedPtrMap *map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
+    // A truncated or corrupt stream fails safely.
+    out = kx::savestream_register_binary_file(name.c_str(), "wb");
+    map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
     for (uint32_t key = 0; key < 50; key++) kx::orderedmap_insert(map, pair_new(key, u"name"));
     kx::savestream_write_ordered_map(out, map, pair_write);
     kx::savestream_free(&out);
@@ -198,9 +196,8 @@ TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
     // Every truncation of the file reads back as an error and an empty map.
     for (size_t length = 0; length < whole.size(); length += 7) {
         const std::u16string cut = wide_path(dir().write("cut.bin", whole.substr(0, length)));
-        kx::SaveStream *in = kx::savestream_register_binary_file(cut.c_str(), "rb");
-        kx::OrderedPtrMap *back =
-            kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
+        in = kx::savestream_register_binary_file(cut.c_str(), "rb");
+        back = kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
         EXPECT_EQ(kx::orderedmap_count(back), 0u) << "length " << length;
         EXPECT_TRUE(kx::savestream_has_error(in));
         kx::orderedmap_destroy(&back);
@@ -210,9 +207,8 @@ TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
     // Huge counts must not allocate or loop for them.
     const std::u16string bad =
         wide_path(dir().write("bad.bin", std::string("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12)));
-    kx::SaveStream *in = kx::savestream_register_binary_file(bad.c_str(), "rb");
-    kx::OrderedPtrMap *back =
-        kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
+    in = kx::savestream_register_binary_file(bad.c_str(), "rb");
+    back = kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
     EXPECT_EQ(kx::orderedmap_count(back), 0u);
     kx::orderedmap_destroy(&back);
     kx::savestream_free(&in);
