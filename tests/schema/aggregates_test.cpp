@@ -42,7 +42,7 @@ protected:
     }
 };
 
-TEST_F(AggregatesTest, InstanceAggregatesHoldOneRetainPerOccurrence) {
+TEST_F(AggregatesTest, InstanceAggregatesHoldOneRetainPerOccurrenceAndNestedListsOwnTheirInnerLists) {
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcSlab_class());
     const uint32_t a0 = retains(a), b0 = retains(b);
@@ -110,9 +110,7 @@ TEST_F(AggregatesTest, InstanceAggregatesHoldOneRetainPerOccurrence) {
 
     kxListIfcCartesianPoint_free(&list);
     EXPECT_EQ(retains(new_element), new0);
-}
 
-TEST_F(AggregatesTest, NestedListsOwnTheirInnerLists) {
     kxBaseObject *p = make(kxIfcCartesianPoint_class());
     kxBaseObject *q = make(kxIfcCartesianPoint_class());
     const uint32_t p0 = retains(p), q0 = retains(q);
