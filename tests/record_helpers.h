@@ -1,6 +1,7 @@
 // Test helpers that reach into entity records through the class tables:
 // find an attribute by name, read or write its slot, set references the way
-// the generated setters do; and what the writer prints, caught in memory.
+// the generated setters do, find a concrete class of a release; and what the
+// writer prints, caught in memory.
 // The text helpers (narrow, wide) come with test_support.h.
 #pragma once
 
@@ -53,6 +54,26 @@ inline void append_reference(kxBaseObject *owner, const std::u16string &name, kx
     kxAggregate *&aggregate = slot_at<kxAggregate *>(owner, *attr);
     if (aggregate == nullptr) aggregate = kx::aggregate_new();
     kx::aggregate_append_object(aggregate, target, slot.type_ref);
+}
+
+// Whether instances of the class can be made in the release: a concrete
+// entity there.
+inline bool is_concrete(const kxClass_t *klass, uint32_t release) {
+    return klass != nullptr && klass->is_entity && kx::class_release(klass, release) != nullptr &&
+           !kx::class_is_abstract(klass, static_cast<kxIfcVersion_t>(release));
+}
+
+// The class itself when it is concrete in the release, else its first
+// concrete subtype there; NULL when there is none.
+inline const kxClass_t *concrete_kind_of(const kxClass_t *klass, uint32_t release) {
+    if (klass == nullptr || is_concrete(klass, release)) return klass;
+    for (uint32_t id = 0; id < kx::g_num_classes; id++) {
+        if (!is_concrete(kx::g_classes[id], release)) continue;
+        const kx::ClassRelease *data = kx::class_release(kx::g_classes[id], release);
+        for (uint32_t i = 0; i < data->num_ancestors; i++)
+            if (data->ancestors[i] == klass->unique_class_id) return kx::g_classes[id];
+    }
+    return nullptr;
 }
 
 // What write(output) prints through a writer into memory.

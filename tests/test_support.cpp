@@ -9,25 +9,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "kxifc_diagnostics.h"
 #include "support/memory.h"
 #include "support/wstring.h"
 
 namespace kxtest {
-
-AssertCapture::AssertCapture() { kxDiagnostics_set_assert_sink(&AssertCapture::sink, this); }
-
-AssertCapture::~AssertCapture() { kxDiagnostics_set_assert_sink(nullptr, nullptr); }
-
-void AssertCapture::sink(void *self, const char *condition, const char *source, uint32_t line) {
-    static_cast<AssertCapture *>(self)->reports_.push_back({condition, source, line});
-}
-
-bool AssertCapture::saw(const std::string &condition) const {
-    for (const AssertReport &report : reports_)
-        if (report.condition == condition) return true;
-    return false;
-}
 
 void LibraryTest::SetUp() {
     const kx::MemUsage usage = kx::mem_usage();

@@ -7,11 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "kxifc_diagnostics.h"
 
 namespace kxtest {
 
@@ -24,14 +28,19 @@ struct AssertReport {
 // Captures every assertion report made while it lives.
 class AssertCapture {
 public:
-    AssertCapture();
-    ~AssertCapture();
+    AssertCapture() { kxDiagnostics_set_assert_sink(&AssertCapture::sink, this); }
+    ~AssertCapture() { kxDiagnostics_set_assert_sink(nullptr, nullptr); }
     const std::vector<AssertReport> &reports() const { return reports_; }
-    bool saw(const std::string &condition) const;
+    bool saw(const std::string &condition) const {
+        const auto named = [&](const AssertReport &report) { return report.condition == condition; };
+        return std::any_of(reports_.begin(), reports_.end(), named);
+    }
     void clear() { reports_.clear(); }
 
 private:
-    static void sink(void *self, const char *condition, const char *source, uint32_t line);
+    static void sink(void *self, const char *condition, const char *source, uint32_t line) {
+        static_cast<AssertCapture *>(self)->reports_.push_back({condition, source, line});
+    }
     std::vector<AssertReport> reports_;
 };
 
@@ -39,6 +48,28 @@ private:
 struct Misuse {
     std::string condition;
     std::function<void()> call;
+};
+
+// A new directory /tmp/<prefix>_XXXXXX. When it goes, everything created in
+// it goes with it.
+class TempDirectory {
+public:
+    explicit TempDirectory(const std::string &prefix);
+    ~TempDirectory();
+    TempDirectory(const TempDirectory &) = delete;
+    TempDirectory &operator=(const TempDirectory &) = delete;
+
+    // Whether the directory was made.
+    bool made() const { return !path_.empty(); }
+    const std::string &path() const { return path_; }
+    // The path of the file of that name in the directory.
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
+    // Writes the text (bytes as they are) to the file of that name in the
+    // directory; its path.
+    std::string write(const std::string &name, const std::string &text) const;
+
+private:
+    std::string path_;
 };
 
 // Base fixture: fails the test when it leaks tracked memory or when any
@@ -63,8 +94,14 @@ protected:
     }
     // Each call, made in turn, is reported with its condition.
     void expect_each_reported(std::initializer_list<Misuse> misuses);
+    // The test's temporary directory, made on first use.
+    const TempDirectory &dir() {
+        if (dir_ == nullptr) dir_ = std::make_unique<TempDirectory>("kxtest");
+        return *dir_;
+    }
 
 private:
+    std::unique_ptr<TempDirectory> dir_;
     int64_t blocks_at_start_ = 0;
     int64_t bytes_at_start_ = 0;
     AssertCapture *capture_ = nullptr;
@@ -133,28 +170,6 @@ std::string read_file(const std::string &path);
 // The first line that differs between two texts, as "a  <>  b" ("" when
 // they are equal).
 std::string first_difference(const std::string &a, const std::string &b);
-
-// A new directory /tmp/<prefix>_XXXXXX. When it goes, everything created in
-// it goes with it.
-class TempDirectory {
-public:
-    explicit TempDirectory(const std::string &prefix);
-    ~TempDirectory();
-    TempDirectory(const TempDirectory &) = delete;
-    TempDirectory &operator=(const TempDirectory &) = delete;
-
-    // Whether the directory was made.
-    bool made() const { return !path_.empty(); }
-    const std::string &path() const { return path_; }
-    // The path of the file of that name in the directory.
-    std::string file(const std::string &name) const { return path_ + "/" + name; }
-    // Writes the text (bytes as they are) to the file of that name in the
-    // directory; its path.
-    std::string write(const std::string &name, const std::string &text) const;
-
-private:
-    std::string path_;
-};
 
 // Sets (or, with NULL, removes) an environment variable for the life of the
 // guard, then puts back what was there.

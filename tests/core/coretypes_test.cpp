@@ -2,7 +2,6 @@
 // binaries, compressed GUIDs, and reading each base type from parser
 // parameters.
 #include <bit>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -139,19 +138,7 @@ std::string bits_of(const kxBinary &value) {
 
 class CoreTypesReadTest : public kxtest::ParameterListFixture {
 protected:
-    // Each helper empties the list and leaves it holding just that parameter.
-    kxParserParam *literal(const char16_t *text) {
-        char16_t *copy = kx::wstr_copy(text);
-        return put(kxParserParam_literal(&copy, 2, 7));
-    }
-    kxParserParam *string(const char16_t *text) {
-        char16_t *copy = kx::wstr_copy(text);
-        return put(kxParserParam_string(&copy, 2, 7));
-    }
-    kxParserParam *integer(int32_t value) { return put(kxParserParam_integer(value, 2, 7)); }
-    kxParserParam *real(double value) { return put(kxParserParam_real(value, 2, 7)); }
-    kxParserParam *null() { return put(kxParserParam_null(2, 7)); }
-    kxParserParam *derived() { return put(kxParserParam_derived(2, 7)); }
+    // Empties the list and leaves it holding just the parameter.
     kxParserParam *put(kxParserParam parameter) {
         kxParseParList_clear(list);
         kxParseParList_append(list, parameter);
@@ -269,12 +256,13 @@ TEST_F(CoreTypesReadTest, NextFormsThenEachBaseTypeFromEachKindOfParameterAndMis
     // Every target starts out holding a value, so that a failed read must set
     // the undefined value.
     for (const ReadCase &c : kReadCases) {
-        kxParserParam *parameter = c.param == Param::LITERAL   ? literal(c.text)
-                                   : c.param == Param::STRING  ? string(c.text)
-                                   : c.param == Param::INTEGER ? integer(static_cast<int32_t>(c.number))
-                                   : c.param == Param::REAL    ? real(c.number)
-                                   : c.param == Param::NUL     ? null()
-                                                               : derived();
+        char16_t *text = c.text != nullptr ? kx::wstr_copy(c.text) : nullptr;  // taken over by the parameter
+        kxParserParam *parameter = put(c.param == Param::LITERAL   ? kxParserParam_literal(&text, 2, 7)
+                                       : c.param == Param::STRING  ? kxParserParam_string(&text, 2, 7)
+                                       : c.param == Param::INTEGER ? kxParserParam_integer(int32_t(c.number), 2, 7)
+                                       : c.param == Param::REAL    ? kxParserParam_real(c.number, 2, 7)
+                                       : c.param == Param::NUL     ? kxParserParam_null(2, 7)
+                                                                   : kxParserParam_derived(2, 7));
         bool read = false;
         std::string value = "?";
         const char16_t *attribute = nullptr;
@@ -329,15 +317,16 @@ TEST_F(CoreTypesReadTest, NextFormsThenEachBaseTypeFromEachKindOfParameterAndMis
         EXPECT_EQ(kxParseParList_has_errors(list), *c.mismatch != 0) << "case " << where;
     }
     expect_reports();
-    char16_t *held = kx::wstr_copy(u"old");
+    char16_t *held = kx::wstr_copy(u"old"), *text = kx::wstr_copy(u"new");
     char16_t *value = held;
-    EXPECT_TRUE(kx::coretype_read_string(list, string(u"new"), u"Name", &value));
+    kxParserParam *parameter = put(kxParserParam_string(&text, 2, 7));
+    EXPECT_TRUE(kx::coretype_read_string(list, parameter, u"Name", &value));
     EXPECT_TRUE(asserts().saw("*value == NULL"));
     EXPECT_EQ(text_of(value), u"new");
     kxIfcCoreTypes_free_string(&value);
     kxIfcCoreTypes_free_string(&held);
 
-    EXPECT_FALSE(kx::coretype_read_string(list, string(u"x"), u"Name", nullptr));
+    EXPECT_FALSE(kx::coretype_read_string(list, parameter, u"Name", nullptr));
     EXPECT_TRUE(asserts().saw("(value) != NULL"));
 }
 

@@ -1,4 +1,8 @@
-# Fails when the shared library exports a defined symbol of ours not starting with "kx".
+# Fails when the shared library exports a defined symbol of ours not starting
+# with "kx", or when its exported families do not match the schema: one
+# kxIfc<Type>_class per schema class (890 entities and 70 selects), one
+# kx<Enumeration>_to_string per enumeration, and one inverse accessor per
+# inverse row of the generated manifest (prints the totals).
 execute_process(COMMAND nm -D --defined-only ${LIB} OUTPUT_VARIABLE symbols RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "nm failed on ${LIB}")
@@ -14,4 +18,30 @@ foreach(line ${lines})
     math(EXPR count "${count} + 1")
   endif()
 endforeach()
-message(STATUS "exported kx symbols: ${count}")
+
+string(REGEX MATCHALL " T kxIfc[A-Za-z0-9]+_class\n" classes "${symbols}")
+string(REGEX MATCHALL " T kxIfc[A-Za-z0-9]+_to_string\n" to_strings "${symbols}")
+string(REGEX MATCHALL " T kxIfc[A-Za-z0-9]+_inverse_relation_[A-Za-z0-9_]+\n" inverses "${symbols}")
+list(LENGTH classes num_classes)
+list(LENGTH to_strings num_to_strings)
+list(LENGTH inverses num_inverses)
+
+file(STRINGS ${MANIFEST} manifest_inverses REGEX "^inverse\t")
+list(LENGTH manifest_inverses num_manifest_inverses)
+
+message(STATUS "exported: ${count} kx symbols, ${num_classes} classes, ${num_to_strings} enumeration to_string, "
+               "${num_inverses} inverse relations (manifest: ${num_manifest_inverses})")
+if(NOT num_classes EQUAL 960)
+  message(SEND_ERROR "expected 960 kxIfc*_class functions, found ${num_classes}")
+endif()
+if(NOT num_to_strings EQUAL 230)
+  message(SEND_ERROR "expected 230 enumeration _to_string functions, found ${num_to_strings}")
+endif()
+if(NOT num_inverses EQUAL num_manifest_inverses)
+  message(SEND_ERROR "${num_inverses} inverse accessors exported, ${num_manifest_inverses} in the manifest")
+endif()
+# Every inverse attribute of the two schemas on every entity inheriting it,
+# split by release where the releases differ.
+if(NOT num_inverses EQUAL 7540)
+  message(SEND_ERROR "expected 7540 inverse accessors, found ${num_inverses}")
+endif()

@@ -125,37 +125,22 @@ TEST_F(ModelTest, InverseRelationsFindReferringInstancesOrAnEmptyArray) {
 }
 
 // One object table: a non-owning list of instances of a class and its kinds.
-class ObjectTableTest : public kxtest::ModelFixture {
-protected:
-    void SetUp() override {
-        ModelFixture::SetUp();
-        model(KXIFCVERSION_IFC_4);
-    }
-    void TearDown() override {
-        for (kxIfcObjTable_t *&table : tables_) kx::objtable_free(&table);
-        ModelFixture::TearDown();
-    }
-    kxIfcObjTable_t *table(const kxClass_t *klass) {
-        tables_.push_back(kx::objtable_new(klass, 0x10000));
-        return tables_.back();
-    }
-    static std::vector<kxBaseObject *> listed(const kxIfcObjTable_t *object_table) {
-        kxArrayST *array = kxArrayST_dontuse_new(nullptr);
-        kx::objtable_all(object_table, array);
-        return kxtest::elements(array);
-    }
-    std::vector<kxIfcObjTable_t *> tables_;
-};
+std::vector<kxBaseObject *> listed(const kxIfcObjTable_t *object_table) {
+    kxArrayST *array = kxArrayST_dontuse_new(nullptr);
+    kx::objtable_all(object_table, array);
+    return kxtest::elements(array);
+}
 
 // A table takes instances of its class and its subtypes, keeps their order
 // through removals, and reports another class or an unlisted instance.
-TEST_F(ObjectTableTest, AddAndRemoveKeepTheOrderAndReportStrangers) {
+TEST_F(ModelTest, ObjectTablesAddAndRemoveKeepTheOrderAndReportStrangers) {
+    model(KXIFCVERSION_IFC_4);
     kxBaseObject *a = make(kxIfcWall_class());
     kxBaseObject *b = make(kxIfcWall_class());
     kxBaseObject *c = make(kxIfcWallStandardCase_class());
     kxBaseObject *unlisted = make(kxIfcWall_class());
     kxBaseObject *beam = make(kxIfcBeam_class());
-    kxIfcObjTable_t *walls = table(kxIfcWall_class());
+    kxIfcObjTable_t *walls = kx::objtable_new(kxIfcWall_class(), 0x10000);
     EXPECT_EQ(kx::objtable_first(walls), nullptr);
     for (kxBaseObject *o : {a, b, c}) kx::objtable_add(walls, o);
     EXPECT_EQ(listed(walls), (List{a, b, c}));
@@ -167,6 +152,7 @@ TEST_F(ObjectTableTest, AddAndRemoveKeepTheOrderAndReportStrangers) {
         {"idx != ULONG_MAX", [&] { kx::objtable_remove(walls, unlisted); }},
         {"kxBaseObject_is_kind_of(base_object, object_table->klass) == CIERTO", [&] { kx::objtable_add(walls, beam); }},
     });
+    kx::objtable_free(&walls);
 }
 
 // Misuse is reported. Calls that would corrupt a model are refused and
@@ -175,9 +161,8 @@ TEST_F(ObjectTableTest, AddAndRemoveKeepTheOrderAndReportStrangers) {
 TEST_F(ModelTest, MisuseIsReportedAndRefusedCallsChangeNothing) {
     kxIfcModel *unset = kxIfcModel_new();  // no release yet
     kxIfcModel *nothing = nullptr;
-    kxtest::TempDirectory directory("kxifc_ids");
     const std::string path =
-        directory.write("high.ifc", kxtest::step_file("#4294967294= IFCCARTESIANPOINT((0.,0.));\n"));
+        dir().write("high.ifc", kxtest::step_file("#4294967294= IFCCARTESIANPOINT((0.,0.));\n"));
     kxIfcModel *high = kxIfcModel_read_from_step_file(kxtest::wide(path).c_str(), 0, nullptr);
     kxIfcModel *other = model(KXIFCVERSION_IFC_4);
     kxIfcModel *home = model(KXIFCVERSION_IFC_4);
@@ -220,34 +205,25 @@ TEST_F(ModelTest, MisuseIsReportedAndRefusedCallsChangeNothing) {
 
 // rel1 relates the building to the storey, rel2 the storey to the space and
 // the building; the wall is reached by nothing.
-class VisitTest : public kxtest::ModelFixture {
-protected:
-    void SetUp() override {
-        ModelFixture::SetUp();
-        model(KXIFCVERSION_IFC_4);
-        building = make(kxIfcBuilding_class());
-        storey = make(kxIfcBuildingStorey_class());
-        space = make(kxIfcSpace_class());
-        wall = make(kxIfcWall_class());
-        rel1 = make(kxIfcRelAggregates_class());
-        rel2 = make(kxIfcRelAggregates_class());
-        set_reference(rel1, u"RelatingObject", building);
-        append_reference(rel1, u"RelatedObjects", storey);
-        set_reference(rel2, u"RelatingObject", storey);
-        append_reference(rel2, u"RelatedObjects", space);
-        append_reference(rel2, u"RelatedObjects", building);
-    }
-    std::vector<bool> visited() const {
+TEST_F(ModelTest, AnObjectBeingVisitedIsSkippedAndHeadsAreNumbered) {
+    model(KXIFCVERSION_IFC_4);
+    kxBaseObject *building = make(kxIfcBuilding_class());
+    kxBaseObject *storey = make(kxIfcBuildingStorey_class());
+    kxBaseObject *space = make(kxIfcSpace_class());
+    kxBaseObject *wall = make(kxIfcWall_class());
+    kxBaseObject *rel1 = make(kxIfcRelAggregates_class());
+    kxBaseObject *rel2 = make(kxIfcRelAggregates_class());
+    set_reference(rel1, u"RelatingObject", building);
+    append_reference(rel1, u"RelatedObjects", storey);
+    set_reference(rel2, u"RelatingObject", storey);
+    append_reference(rel2, u"RelatedObjects", space);
+    append_reference(rel2, u"RelatedObjects", building);
+    const auto visited = [&] {
         std::vector<bool> result;
         for (kxBaseObject *o : {building, storey, space, wall, rel1, rel2})
             result.push_back(kxBaseObject_dontuse_has_been_visited(o) == kxBTRUE);
         return result;
-    }
-    kxBaseObject *building = nullptr, *storey = nullptr, *space = nullptr, *wall = nullptr, *rel1 = nullptr,
-                 *rel2 = nullptr;
-};
-
-TEST_F(VisitTest, AnObjectBeingVisitedIsSkippedAndHeadsAreNumbered) {
+    };
     kxBaseObject_dontuse_mark_as_being_visited(storey);
     kx::baseobject_visit(storey, nullptr);
     EXPECT_EQ(visited(), (std::vector<bool>(6, false)));

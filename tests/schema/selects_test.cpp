@@ -94,22 +94,11 @@ Manifest read_manifest() {
     return manifest;
 }
 
-// A concrete class of the release that is kind of the named class: the
-// class itself or the first such subtype.
-std::string concrete_kind_of(const std::string &name, uint32_t release) {
-    const kxClass_t *klass = kxClass_find_by_name(wide(name).c_str());
-    if (klass == nullptr) return "";
-    const uint32_t id = klass->unique_class_id;
-    for (uint32_t candidate = 0; candidate < kx::g_num_classes; candidate++) {
-        const kxClass_t *c = kx::g_classes[candidate];
-        const kx::ClassRelease *rel = kx::class_release(c, release);
-        if (!c->is_entity || rel == nullptr || kx::class_is_abstract(c, static_cast<kxIfcVersion_t>(release)))
-            continue;
-        bool kind_of = candidate == id;
-        for (uint32_t i = 0; i < rel->num_ancestors && !kind_of; i++) kind_of = rel->ancestors[i] == id;
-        if (kind_of) return narrow(c->ifc_name);
-    }
-    return "";
+// Whether the exported getter gives back what the exported setter was given.
+template <typename T>
+bool sets_and_gets(void (*setter)(), void (*getter)(), kxBaseObject *select, T value) {
+    reinterpret_cast<void (*)(kxBaseObject *, T)>(setter)(select, value);
+    return reinterpret_cast<T (*)(const kxBaseObject *)>(getter)(select) == value;
 }
 
 // Through the built shared library: each member's exported setter stores its
@@ -150,23 +139,21 @@ TEST(SharedLibraryExportsTest, EveryMemberSetterStoresItsCodeAndEveryInverseAnsw
 
         bool gives_back = false;
         if (row.kind == "ENTITY") {
-            const std::string concrete = concrete_kind_of(row.member, release);
-            if (concrete.empty()) {
+            const kxClass_t *member = kxClass_find_by_name(wide(row.member).c_str());
+            const kxClass_t *concrete = kxtest::concrete_kind_of(member, release);
+            if (concrete == nullptr) {
                 without_instances++;
                 continue;
             }
-            kxBaseObject *held = library.new_object(models[release], library.find_class(wide(concrete).c_str()));
-            reinterpret_cast<void (*)(kxBaseObject *, kxBaseObject *)>(setter)(select, held);
-            gives_back = reinterpret_cast<kxBaseObject *(*)(const kxBaseObject *)>(getter)(select) == held;
+            gives_back = sets_and_gets(setter, getter, select,
+                                       library.new_object(models[release], library.find_class(concrete->ifc_name)));
         } else if (row.kind == "REAL") {
-            reinterpret_cast<void (*)(kxBaseObject *, double)>(setter)(select, 2.5);
-            gives_back = reinterpret_cast<double (*)(const kxBaseObject *)>(getter)(select) == 2.5;
+            gives_back = sets_and_gets(setter, getter, select, 2.5);
         } else if (row.kind == "STRING") {
             reinterpret_cast<void (*)(kxBaseObject *, const kxWChar *)>(setter)(select, u"text");
             gives_back = narrow(reinterpret_cast<const kxWChar *(*)(const kxBaseObject *)>(getter)(select)) == "text";
         } else if (row.kind == "INTEGER" || row.kind == "BOOLEAN" || row.kind == "LOGICAL" || row.kind == "ENUM") {
-            reinterpret_cast<void (*)(kxBaseObject *, int32_t)>(setter)(select, 1);
-            gives_back = reinterpret_cast<int32_t (*)(const kxBaseObject *)>(getter)(select) == 1;
+            gives_back = sets_and_gets(setter, getter, select, int32_t{1});
         } else if (row.kind == "BINARY") {
             reinterpret_cast<void (*)(kxBaseObject *, kxBinary)>(setter)(select, kxBinary{bits, 2});
             const kxBinary back = reinterpret_cast<kxBinary (*)(const kxBaseObject *)>(getter)(select);
@@ -174,9 +161,7 @@ TEST(SharedLibraryExportsTest, EveryMemberSetterStoresItsCodeAndEveryInverseAnsw
         } else if (row.kind == "AGGREGATE") {
             auto *make = library.function<kxAggregate *()>("kx" + row.member + "_new");
             ASSERT_NE(make, nullptr) << where;
-            kxAggregate *aggregate = make();
-            reinterpret_cast<void (*)(kxBaseObject *, kxAggregate *)>(setter)(select, aggregate);
-            gives_back = reinterpret_cast<kxAggregate *(*)(const kxBaseObject *)>(getter)(select) == aggregate;
+            gives_back = sets_and_gets(setter, getter, select, make());
         } else {
             ADD_FAILURE() << where << ": unknown kind " << row.kind;
         }

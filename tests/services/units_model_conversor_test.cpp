@@ -227,7 +227,7 @@ TEST_F(UnitsModelConversorTest, MilliMetreModelDividesEveryLengthBy1000AndModelW
 
 // ---- handlers ----
 
-TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirName) {
+TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirNameAndMisusedHandlersAreReported) {
     model(KXIFCVERSION_IFC_4);
     kxBaseObject *unit = make(kxIfcContextDependentUnit_class());
     kxIfcContextDependentUnit_set_UnitType(unit, unit_type("LENGTHUNIT"));
@@ -240,9 +240,7 @@ TEST_F(UnitsModelConversorTest, ContextDependentUnitsTakeOnlyTheHandlerOfTheirNa
     kxUnitsModelConversor_append_named_unit_handler(conversor(), unit_type("LENGTHUNIT"), u"Module", &times_ten);
     convert();
     EXPECT_DOUBLE_EQ(kxIfcExtrudedAreaSolid_get_Depth(solid), 30.0) << "identity, then the handler of that name";
-}
 
-TEST_F(UnitsModelConversorTest, MisusedHandlersAreReported) {
     expect_reports();
     kxUnitsModelConversor_append_named_unit_handler(conversor(), 0, nullptr, &plus_one);
     EXPECT_TRUE(asserts().saw("kxIfcUnitEnum_has_value(named_unit_type) == kxBTRUE"));
@@ -528,7 +526,7 @@ kxUnitConversionHandle *linear(double factor, double offset) {
 
 double record_cents(double value, const char16_t *) { return value * 100.0; }
 
-TEST_F(UnitConversionTest, HandlesApplyTheirPartsThenTheirBase) {
+TEST_F(UnitConversionTest, HandlesApplyTheirPartsThenTheirBaseConversionsAreOrderedByUnitAndMisuseIsReported) {
     expect_reports();
     // With sub-handlers a linear handle ignores its own factor and offset.
     PtrArray *parts = ptrarray_create(0);
@@ -555,12 +553,10 @@ TEST_F(UnitConversionTest, HandlesApplyTheirPartsThenTheirBase) {
     EXPECT_DOUBLE_EQ(unitconvhandle_apply(empty, 4.0), 4.0);
     EXPECT_TRUE(reported("num_handlers > 0"));
     unitconvhandle_destroy(&empty);
-}
 
-// Conversions are ordered by the identity of their unit. Misuse leaves values
-// as they are; an unknown or monetary type has no order, a default that must
-// not be reached (reported with no condition).
-TEST_F(UnitConversionTest, ConversionsAreOrderedByUnitAndMisuseIsReported) {
+    // Conversions are ordered by the identity of their unit. Misuse leaves values
+    // as they are; an unknown or monetary type has no order, a default that must
+    // not be reached (reported with no condition).
     kxUnitConversionHandle *h1 = linear(1.0, 0.0), *h2 = linear(1.0, 0.0), *h3 = linear(1.0, 0.0);
     kxUnitConversionHandle *h4 = linear(1.0, 0.0);
     kxUnitConversion *named = unitconversion_new_named(16, &h1, nullptr);

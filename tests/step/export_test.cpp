@@ -5,12 +5,10 @@
 #include <sys/stat.h>
 
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 
 #include "core/baseobject.h"
-#include "model/headerio.h"
 #include "model/model.h"
 #include "kxifc_header.h"
 #include "kxifc_model.h"
@@ -39,29 +37,25 @@ class ExportTest : public kxtest::ModelFixture {
 protected:
     void SetUp() override {
         ModelFixture::SetUp();
-        ASSERT_TRUE(directory_.made());
         model(KXIFCVERSION_IFC_4);
     }
 
     // #1 a wall, #2 the select value (no line of its own), #3 a property
     // holding the value.
     void build_wall_and_property() {
-        wall_ = kxIfcModel_dontuse_new_object(model_, kxIfcWall_class());
-        ASSERT_NE(wall_, nullptr);
+        wall_ = make(kxIfcWall_class());
         kxIfcWall_set_GlobalId(wall_, u"2O2Fr$t4X7Zf8NOew3FLOH");
         kxIfcWall_set_Name(wall_, u"Wall");
-        value_ = kxIfcModel_dontuse_new_object(model_, kxIfcValue_class());
-        ASSERT_NE(value_, nullptr);
+        value_ = make(kxIfcValue_class());
         kxIfcValue_set_kxIfcLengthMeasure(value_, 2500.0);
-        property_ = kxIfcModel_dontuse_new_object(model_, kxIfcPropertySingleValue_class());
-        ASSERT_NE(property_, nullptr);
+        property_ = make(kxIfcPropertySingleValue_class());
         kxIfcPropertySingleValue_set_Name(property_, u"Height");
         kxIfcPropertySingleValue_set_NominalValue(property_, value_);
     }
 
     void export_as(const std::string &name, const std::string &directory = "") {
         const std::u16string file_name = wide(name);
-        const std::u16string folder = wide(directory.empty() ? directory_.path() : directory);
+        const std::u16string folder = wide(directory.empty() ? dir().path() : directory);
         kxIfcModel_export_model_to_file(model_, file_name.c_str(), folder.c_str());
     }
     static bool exists(const std::string &file) { return std::filesystem::exists(file); }
@@ -72,7 +66,6 @@ protected:
         }
     }
 
-    kxtest::TempDirectory directory_{"kxifc_export"};
     kxBaseObject *wall_ = nullptr;
     kxBaseObject *value_ = nullptr;
     kxBaseObject *property_ = nullptr;
@@ -80,19 +73,40 @@ protected:
 
 // ---- the text ----
 
-TEST_F(ExportTest, SmallModelGivesTheExactFile) {
+TEST_F(ExportTest, SmallModelGivesTheExactFileAndInconsistentInstancesAreReported) {
     EnvGuard stamp("VELMTEST", "1");
     build_wall_and_property();
     ASSERT_EQ(value_->output_file_id, 2u);
     export_as("wall");
-    EXPECT_EQ(read_file(directory_.file("wall.ifc")),
+    EXPECT_EQ(read_file(dir().file("wall.ifc")),
               std::string(kHeaderOfEmptyRecord) +
                   "DATA;\n"
                   "#1= IFCWALL('2O2Fr$t4X7Zf8NOew3FLOH',$,'Wall',$,$,$,$,$,$);\n"
                   "#3= IFCPROPERTYSINGLEVALUE('Height',$,IFCLENGTHMEASURE(2500.),$);\n"
                   "ENDSEC;\n"
                   "END-ISO-10303-21;\n");
-    EXPECT_FALSE(exists(directory_.file("wall.ifctmp")));
+    EXPECT_FALSE(exists(dir().file("wall.ifctmp")));
+    expect_nothing_written();
+
+    // A NULL model, an instance already marked written and an entity without
+    // an output id are reported; the written marks are cleared afterwards, so
+    // the next export is clean.
+    expect_each_reported({
+        {"(ifc_model) != NULL",
+         [&] { kxIfcModel_export_model_to_file(nullptr, u"x", wide(dir().path()).c_str()); }},
+        {"kxBaseObject_has_been_written_to_output_file(base_object) == FALSO",
+         [&] {
+             wall_->flags |= kx::OBJECT_WRITTEN;
+             export_as("twice");
+         }},
+    });
+    EXPECT_FALSE(exists(dir().file("x.ifc")) || exists(dir().file("x.ifctmp")));
+    expect_nothing_written();
+    export_as("twice");
+    EXPECT_TRUE(asserts().reports().empty()) << "the next export is clean";
+    property_->output_file_id = kx::ULONG_MAX32;
+    expect_each_reported({{"kxBaseObject_get_output_file_id(base_object) != ULONG_MAX", [&] { export_as("noid"); }}});
+    EXPECT_TRUE(exists(dir().file("noid.ifc")));
     expect_nothing_written();
 }
 
@@ -108,15 +122,15 @@ TEST_F(ExportTest, HeaderRecordKeepsTheTimeStampAndSchemaTextOfTheExport) {
     const std::string stamp_text = narrow(kxIfcHeader_get_timestamp(header));
     EXPECT_TRUE(is_time_stamp(stamp_text)) << stamp_text;
     EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(header)), "FILE_SCHEMA(('IFC4'))");
-    EXPECT_NE(read_file(directory_.file("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
+    EXPECT_NE(read_file(dir().file("stamped.ifc")).find("FILE_NAME('stamped.ifc', '" + stamp_text + "', "),
               std::string::npos);
 
     // Exported again: only the stamp and the name differ.
     export_as("stamped2");
     const std::string later_stamp = narrow(kxIfcHeader_get_timestamp(header));
     EXPECT_TRUE(is_time_stamp(later_stamp)) << later_stamp;
-    std::string earlier = read_file(directory_.file("stamped.ifc"));
-    std::string later = read_file(directory_.file("stamped2.ifc"));
+    std::string earlier = read_file(dir().file("stamped.ifc"));
+    std::string later = read_file(dir().file("stamped2.ifc"));
     earlier.replace(earlier.find("'" + stamp_text + "'"), stamp_text.size() + 2, "'T'");
     later.replace(later.find("'" + later_stamp + "'"), later_stamp.size() + 2, "'T'");
     later.replace(later.find("'stamped2.ifc'"), 14, "'stamped.ifc'");
@@ -132,20 +146,20 @@ TEST_F(ExportTest, AFailedExportLeavesTheTargetAndNoTrace) {
     const auto export_with_status = [this](const char *name, const std::string &folder) {
         return kxIfcModel_export_with_status(model_, wide(name).c_str(), wide(folder).c_str());
     };
-    directory_.write("kept.ifc", "kept");
-    std::filesystem::create_directory(directory_.file("folder.ifc"));
-    ASSERT_EQ(mkdir(directory_.file("taken.ifctmp").c_str(), 0700), 0);
+    dir().write("kept.ifc", "kept");
+    std::filesystem::create_directory(dir().file("folder.ifc"));
+    ASSERT_EQ(mkdir(dir().file("taken.ifctmp").c_str(), 0700), 0);
     const struct {
         const char *name;
         std::string directory;
         kxExportStatus status;
     } cases[] = {
-        {"", directory_.path(), KX_EXPORT_BAD_NAME},
-        {"..", directory_.path(), KX_EXPORT_BAD_NAME},
-        {"../escaped", directory_.path(), KX_EXPORT_BAD_NAME},
-        {"folder", directory_.path(), KX_EXPORT_CANNOT_REPLACE},
-        {"kept", directory_.file("missing"), KX_EXPORT_CANNOT_CREATE},
-        {"taken", directory_.path(), KX_EXPORT_CANNOT_REPLACE},  // the temporary name is a folder
+        {"", dir().path(), KX_EXPORT_BAD_NAME},
+        {"..", dir().path(), KX_EXPORT_BAD_NAME},
+        {"../escaped", dir().path(), KX_EXPORT_BAD_NAME},
+        {"folder", dir().path(), KX_EXPORT_CANNOT_REPLACE},
+        {"kept", dir().file("missing"), KX_EXPORT_CANNOT_CREATE},
+        {"taken", dir().path(), KX_EXPORT_CANNOT_REPLACE},  // the temporary name is a folder
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -153,8 +167,8 @@ TEST_F(ExportTest, AFailedExportLeavesTheTargetAndNoTrace) {
         EXPECT_EQ(kxIfcModel_last_export_status(model_), c.status);
         EXPECT_NE(std::string(kxExportStatus_message(c.status)), "");
     }
-    EXPECT_FALSE(exists(directory_.file("missing")));
-    EXPECT_TRUE(std::filesystem::is_directory(directory_.file("taken.ifctmp")));
+    EXPECT_FALSE(exists(dir().file("missing")));
+    EXPECT_TRUE(std::filesystem::is_directory(dir().file("taken.ifctmp")));
     EXPECT_EQ(narrow(kxIfcHeader_get_file_schema(kxIfcModel_get_header(model_))), "") << "the header is untouched";
     // A file-size limit stops the writing half-way.
     struct rlimit old_limit;
@@ -163,43 +177,17 @@ TEST_F(ExportTest, AFailedExportLeavesTheTargetAndNoTrace) {
     small.rlim_cur = 4096;
     auto *old_handler = std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const kxExportStatus limited = export_with_status("kept", directory_.path());
+    const kxExportStatus limited = export_with_status("kept", dir().path());
     setrlimit(RLIMIT_FSIZE, &old_limit);
     std::signal(SIGXFSZ, old_handler);
     EXPECT_EQ(limited, KX_EXPORT_WRITE_FAILED);
-    EXPECT_EQ(read_file(directory_.file("kept.ifc")), "kept");
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory_.path()))
+    EXPECT_EQ(read_file(dir().file("kept.ifc")), "kept");
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(dir().path()))
         EXPECT_NE(entry.path().filename(), "kept.ifctmp");
     expect_nothing_written();
     // Without the limit the same export replaces the file.
-    EXPECT_EQ(export_with_status("kept", directory_.path()), KX_EXPORT_OK);
-    EXPECT_NE(read_file(directory_.file("kept.ifc")).find("IFCCARTESIANPOINT"), std::string::npos);
-}
-
-// ---- reports ----
-
-// A NULL model, an instance already marked written and an entity without
-// an output id are reported; the written marks are cleared afterwards, so
-// the next export is clean.
-TEST_F(ExportTest, InconsistentInstancesAreReported) {
-    build_wall_and_property();
-    expect_each_reported({
-        {"(ifc_model) != NULL",
-         [&] { kxIfcModel_export_model_to_file(nullptr, u"x", wide(directory_.path()).c_str()); }},
-        {"kxBaseObject_has_been_written_to_output_file(base_object) == FALSO",
-         [&] {
-             wall_->flags |= kx::OBJECT_WRITTEN;
-             export_as("twice");
-         }},
-    });
-    EXPECT_FALSE(exists(directory_.file("x.ifc")) || exists(directory_.file("x.ifctmp")));
-    expect_nothing_written();
-    export_as("twice");
-    EXPECT_TRUE(asserts().reports().empty()) << "the next export is clean";
-    property_->output_file_id = kx::ULONG_MAX32;
-    expect_each_reported({{"kxBaseObject_get_output_file_id(base_object) != ULONG_MAX", [&] { export_as("noid"); }}});
-    EXPECT_TRUE(exists(directory_.file("noid.ifc")));
-    expect_nothing_written();
+    EXPECT_EQ(export_with_status("kept", dir().path()), KX_EXPORT_OK);
+    EXPECT_NE(read_file(dir().file("kept.ifc")).find("IFCCARTESIANPOINT"), std::string::npos);
 }
 
 }  // namespace

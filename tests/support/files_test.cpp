@@ -29,15 +29,7 @@ std::u16string wide_path(const std::string &path) {
 using kxtest::read_file;
 using kxtest::utf8;
 
-class FilesTest : public kxtest::LibraryTest {
-protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        ASSERT_TRUE(directory_.made());
-    }
-
-    kxtest::TempDirectory directory_{"kx_files"};
-};
+using FilesTest = kxtest::LibraryTest;
 
 TEST_F(FilesTest, JoinSplitOpenLengthRenameDelete) {
     const auto join = [](const char16_t *dir, const char16_t *name) {
@@ -71,8 +63,8 @@ TEST_F(FilesTest, JoinSplitOpenLengthRenameDelete) {
     EXPECT_EQ(utf8(base), "b");
     kx::wstr_destroy(&base);
     // A non-ASCII name goes to the system as UTF-8.
-    const std::u16string name = wide_path(directory_.file("pl\xC3\xA1nta.ifc"));
-    const std::u16string other = wide_path(directory_.file("renamed.ifc"));
+    const std::u16string name = wide_path(dir().file("pl\xC3\xA1nta.ifc"));
+    const std::u16string other = wide_path(dir().file("renamed.ifc"));
     EXPECT_FALSE(kx::file_exists(name.c_str()));
     EXPECT_EQ(kx::file_length(name.c_str()), 0u);
     EXPECT_EQ(kx::file_open(name.c_str(), "rb"), nullptr);
@@ -84,8 +76,8 @@ TEST_F(FilesTest, JoinSplitOpenLengthRenameDelete) {
               25);
     EXPECT_TRUE(kx::file_close(&file));
     EXPECT_EQ(file, nullptr);
-    EXPECT_TRUE(fs::exists(fs::u8path(directory_.file("pl\xC3\xA1nta.ifc"))));
-    EXPECT_EQ(read_file(directory_.file("pl\xC3\xA1nta.ifc")), "#12=IFCWALL($);\nENDSEC x 4294967295 1.50\n");
+    EXPECT_TRUE(fs::exists(fs::u8path(dir().file("pl\xC3\xA1nta.ifc"))));
+    EXPECT_EQ(read_file(dir().file("pl\xC3\xA1nta.ifc")), "#12=IFCWALL($);\nENDSEC x 4294967295 1.50\n");
 
     EXPECT_TRUE(kx::file_exists(name.c_str()));
     EXPECT_EQ(kx::file_length(name.c_str()), 41u);
@@ -98,7 +90,7 @@ TEST_F(FilesTest, JoinSplitOpenLengthRenameDelete) {
     kx::file_delete_if_exists(other.c_str());
     EXPECT_FALSE(kx::file_exists(other.c_str()));
 
-    const std::u16string directory = wide_path(directory_.path());
+    const std::u16string directory = wide_path(dir().path());
     EXPECT_FALSE(kx::file_exists(directory.c_str()));  // a directory is not a file
 
     FILE *again = kx::file_open(other.c_str(), "wb");
@@ -149,8 +141,8 @@ void *pair_read(kx::SaveStream *stream) {
     return pair;
 }
 
-TEST_F(FilesTest, SaveStreamRoundTrip) {
-    const std::u16string name = wide_path(directory_.file("table.bin"));
+TEST_F(FilesTest, SaveStreamRoundTripAndTruncatedOrCorruptStreamsFailSafely) {
+    const std::u16string name = wide_path(dir().file("table.bin"));
     kx::SaveStream *out = kx::savestream_register_binary_file(name.c_str(), "wb");
     ASSERT_NE(out, nullptr);
     kx::savestream_write_byte(out, 0);
@@ -189,26 +181,23 @@ TEST_F(FilesTest, SaveStreamRoundTrip) {
     kx::orderedmap_destroy(&map);
     kx::orderedmap_destroy(&back);
 
-    const std::u16string missing = wide_path(directory_.file("no/such/dir/table.bin"));
+    const std::u16string missing = wide_path(dir().file("no/such/dir/table.bin"));
     EXPECT_EQ(kx::savestream_register_binary_file(missing.c_str(), "wb"), nullptr);
-}
 
-TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
-    const std::u16string name = wide_path(directory_.file("table.bin"));
-    kx::SaveStream *out = kx::savestream_register_binary_file(name.c_str(), "wb");
-    kx::OrderedPtrMap *map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
+    // A truncated or corrupt stream fails safely.
+    out = kx::savestream_register_binary_file(name.c_str(), "wb");
+    map = kx::orderedmap_create(pair_key, pair_copy, pair_destroy);
     for (uint32_t key = 0; key < 50; key++) kx::orderedmap_insert(map, pair_new(key, u"name"));
     kx::savestream_write_ordered_map(out, map, pair_write);
     kx::savestream_free(&out);
     kx::orderedmap_destroy(&map);
-    const std::string whole = read_file(directory_.file("table.bin"));
+    const std::string whole = read_file(dir().file("table.bin"));
 
     // Every truncation of the file reads back as an error and an empty map.
     for (size_t length = 0; length < whole.size(); length += 7) {
-        const std::u16string cut = wide_path(directory_.write("cut.bin", whole.substr(0, length)));
-        kx::SaveStream *in = kx::savestream_register_binary_file(cut.c_str(), "rb");
-        kx::OrderedPtrMap *back =
-            kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
+        const std::u16string cut = wide_path(dir().write("cut.bin", whole.substr(0, length)));
+        in = kx::savestream_register_binary_file(cut.c_str(), "rb");
+        back = kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
         EXPECT_EQ(kx::orderedmap_count(back), 0u) << "length " << length;
         EXPECT_TRUE(kx::savestream_has_error(in));
         kx::orderedmap_destroy(&back);
@@ -217,10 +206,9 @@ TEST_F(FilesTest, TruncatedAndCorruptStreamsFailSafely) {
 
     // Huge counts must not allocate or loop for them.
     const std::u16string bad =
-        wide_path(directory_.write("bad.bin", std::string("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12)));
-    kx::SaveStream *in = kx::savestream_register_binary_file(bad.c_str(), "rb");
-    kx::OrderedPtrMap *back =
-        kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
+        wide_path(dir().write("bad.bin", std::string("\xff\xff\xff\x7f\x01\x00\x00\x00\xfe\xff\xff\xff", 12)));
+    in = kx::savestream_register_binary_file(bad.c_str(), "rb");
+    back = kx::savestream_read_ordered_map(in, pair_read, pair_key, pair_copy, pair_destroy);
     EXPECT_EQ(kx::orderedmap_count(back), 0u);
     kx::orderedmap_destroy(&back);
     kx::savestream_free(&in);
@@ -263,11 +251,10 @@ class StepLexerTest : public kxtest::LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
-        ASSERT_TRUE(directory_.made());
-        path_ = wide_path(directory_.file(kFileName));
+        path_ = wide_path(dir().file(kFileName));
     }
 
-    void write_file(const std::string &content) { directory_.write(kFileName, content); }
+    void write_file(const std::string &content) { dir().write(kFileName, content); }
 
     // A lexer over the file, set up as the header reader does.
     kx::StepLexer *open_lexer(uint32_t buffer_length = 0) {
@@ -302,7 +289,6 @@ protected:
     }
 
     static constexpr const char *kFileName = "lexer.ifc";
-    kxtest::TempDirectory directory_{"kx_lexer"};
     std::u16string path_;
 };
 
