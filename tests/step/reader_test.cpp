@@ -401,6 +401,8 @@ TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
         {"#1=IFCWALL('x',$,$,$,$,$,$,$,.NOSUCH.);\n", KX_READ_WRONG_TYPE, 8, 30, 1, 9, true},
         {"#1=IFCCARTESIANPOINT((1.,2.);\n", KX_READ_SYNTAX_ERROR, 8, 29, 0, 0, false},
         {"#1=IFCCARTESIANPOINT((1.,2.)));\n", KX_READ_SYNTAX_ERROR, 8, 30, 0, 0, false},
+        // The ";" of a line with an open "(" comes lines later: stopped at the next line's id.
+        {"#1=IFCCARTESIANPOINT((1.,2.)\n#2=IFCDIRECTION((1.,0.));\n", KX_READ_SYNTAX_ERROR, 9, 1, 0, 0, false},
         {"#1=IFCCARTESIANPOINT((1.,\xC3\xA9));\n", KX_READ_SYNTAX_ERROR, 8, 26, 0, 0, false},
         {"1=IFCCARTESIANPOINT((1.,2.));\n", KX_READ_SYNTAX_ERROR, 8, 1, 0, 0, false},
     };

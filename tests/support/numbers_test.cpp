@@ -40,7 +40,7 @@ TEST_F(NumbersTest, RoundingHalvesAwayFromZeroHexTextAndPointers) {
     };
     for (const auto &c : cases) EXPECT_DOUBLE_EQ(kx::number_round_decimals(c[0], static_cast<int>(c[1])), c[2]) << c[0];
     EXPECT_TRUE(std::isnan(kx::number_round_decimals(NAN, 2)));
-    const std::pair<double, int32_t> to_long[] = {{2.5, 3}, {-2.5, -3}, {2.4999, 2}, {1e20, INT32_MAX},
+    const std::pair<double, int32_t> to_long[] = {{2.5, 3}, {-2.5, -3}, {2.4999, 2}, {0.49999999999999994, 0}, {1e20, INT32_MAX},
                                                   {-1e20, INT32_MIN}, {NAN, 0}};
     for (const auto &[value, rounded] : to_long) EXPECT_EQ(kx::number_round_to_long(value), rounded) << value;
     // In the last the top digit shifts out.
