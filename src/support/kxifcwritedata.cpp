@@ -625,6 +625,13 @@ void emit_fixed(kxIfcWriteData *write_data, uint32_t kind) {
     parameter_append_fixed(write_data, kind);
 }
 
+// Places a text of the schema's tables (a type name, an enumeration
+// literal) as an item on the line, narrowed on its first use.
+void place_schema_text(kxIfcWriteData *write_data, uint32_t kind, const char16_t *text) {
+    const NarrowName &name = cached_name(&write_data->type_names, text);
+    place_item(write_data, kind, write_data->type_names.text.data + name.offset, name.length, name.columns);
+}
+
 void emit_wide_value(kxIfcWriteData *write_data, const char16_t *text) {
     if (write_data->instance_depth > 0) {
         ByteBuffer *scratch = &write_data->scratch;
@@ -701,9 +708,7 @@ void kxIfcWriteData_begin_named_value(kxIfcWriteData *write_data, const char16_t
     kx_assert_not_null(type_name);
     if (write_data == nullptr || type_name == nullptr) return;
     if (write_data->instance_depth > 0) {
-        const NarrowName &name = cached_name(&write_data->type_names, type_name);
-        place_item(write_data, PARAMETER_TYPE_NAME, write_data->type_names.text.data + name.offset, name.length,
-                   name.columns);
+        place_schema_text(write_data, PARAMETER_TYPE_NAME, type_name);
         place_fixed_item(write_data, PARAMETER_OPEN);
         write_data->instance_depth++;
         return;
@@ -776,8 +781,7 @@ void kxIfcWriteData_write_literal(kxIfcWriteData *write_data, const char16_t *li
     kx_assert_not_null(literal);
     if (write_data == nullptr || literal == nullptr) return;
     if (write_data->instance_depth == 0) return emit_wide_value(write_data, literal);
-    const NarrowName &name = cached_name(&write_data->type_names, literal);
-    place_item(write_data, PARAMETER_VALUE, write_data->type_names.text.data + name.offset, name.length, name.columns);
+    place_schema_text(write_data, PARAMETER_VALUE, literal);
 }
 
 void kxIfcWriteData_write_text_owned(kxIfcWriteData *write_data, char16_t **value_text) {
