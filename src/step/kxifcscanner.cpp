@@ -3,9 +3,14 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace kx {
 namespace {
@@ -81,6 +86,63 @@ void skip_space(Scanner *scanner) {
 
 const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+const uint64_t kWholePowers[] = {1ull,         10ull,         100ull,         1000ull,         10000ull,
+                                 100000ull,    1000000ull,    10000000ull,    100000000ull,    1000000000ull,
+                                 10000000000ull, 100000000000ull, 1000000000000ull, 10000000000000ull,
+                                 100000000000000ull, 1000000000000000ull, 10000000000000000ull,
+                                 100000000000000000ull, 1000000000000000000ull, 10000000000000000000ull};
+
+// Digits are read eight at a time from a word holding eight bytes of text,
+// the first byte in its lowest bits.
+constexpr uint64_t kEightZeros = 0x3030303030303030ull;
+
+uint64_t text_word(const char *p) {
+    uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+    return word;
+}
+
+// How many of a word's bytes, from its first, are decimal digits. A byte
+// below '0' borrows from the bytes after it, and a byte above '9' carries
+// into them, but never into the bytes before it, so the first flag is right.
+size_t leading_digits(uint64_t word) {
+    const uint64_t offsets = word - kEightZeros;
+    const uint64_t flags = (offsets | (offsets + 0x7676767676767676ull)) & 0x8080808080808080ull;
+    return flags == 0 ? 8 : static_cast<size_t>(std::countr_zero(flags)) / 8;
+}
+
+// The value of a word's first `count` bytes (1 to 8), all digits: shifted so
+// that they are the last digits of eight, then combined in pairs, fours, eight.
+uint64_t leading_digits_value(uint64_t word, size_t count) {
+    uint64_t digits = (word - kEightZeros) << (8 * (8 - count));
+    digits = digits * 10 + (digits >> 8);
+    digits = ((digits & 0x000000FF000000FFull) * (100 + (1000000ull << 32)) +
+              ((digits >> 16) & 0x000000FF000000FFull) * (1 + (10000ull << 32))) >> 32;
+    return digits;
+}
+
+// A run of decimal digits: where it stops, and its value when it has at
+// most 19 digits (longer runs wrap around).
+struct DigitRun {
+    const char *stop;
+    uint64_t value;
+};
+
+DigitRun scan_digits(const char *p, const char *end) {
+    uint64_t value = 0;
+    for (; end - p >= 8; p += 8) {
+        const uint64_t word = text_word(p);
+        const size_t count = leading_digits(word);
+        if (count == 0) return {p, value};
+        value = value * kWholePowers[count] + leading_digits_value(word, count);
+        if (count < 8) return {p + count, value};
+    }
+    for (; p < end && is_digit(*p); p++) value = value * 10 + static_cast<uint64_t>(*p - '0');
+    return {p, value};
+}
+
+size_t run_length(const char *start, const DigitRun &run) { return static_cast<size_t>(run.stop - start); }
 
 // A real through the standard conversion (no leading '+' there), for what
 // the fast path cannot convert exactly.
@@ -100,6 +162,19 @@ double standard_real_value(const char *text, size_t length) {
     return value;
 }
 
+// The explicit exponent of a real, its magnitude capped (far beyond any
+// double's range), starting after the 'E'; *stop stays put when it has no digits.
+int scan_exponent(const char *p, const char *end, const char **stop) {
+    bool negative = false;
+    if (p < end && (*p == '+' || *p == '-')) negative = *p++ == '-';
+    const char *digits_start = p;
+    int exponent = 0;
+    for (; p < end && is_digit(*p); p++)
+        if (exponent < 100000) exponent = exponent * 10 + (*p - '0');
+    if (p > digits_start) *stop = p;
+    return negative ? -exponent : exponent;
+}
+
 // Scans a number starting at p, an integer or a real (sign, digits, point,
 // digits, exponent; longest match), computing its value in the same pass.
 // Returns its length (0 when there is none).
@@ -107,57 +182,75 @@ size_t scan_number(const char *p, const char *end, bool *is_real, double *real) 
     const char *q = p;
     bool negative = false;
     if (q < end && (*q == '+' || *q == '-')) negative = *q++ == '-';
-    uint64_t mantissa = 0;
-    int digits = 0, exponent = 0;
-    bool truncated = false;  // digits beyond what the mantissa holds were dropped
-    auto take_digit = [&](char c, bool fraction) {
-        if (digits < 19) {
-            mantissa = mantissa * 10 + static_cast<uint64_t>(c - '0');
-            if (mantissa != 0) digits++;
-            if (fraction) exponent--;
-        } else {
-            truncated = true;
-            if (!fraction) exponent++;
-        }
-    };
-    const char *integral_start = q;
-    while (q < end && is_digit(*q)) take_digit(*q++, false);
-    const bool integral = q > integral_start;
+    const DigitRun integral = scan_digits(q, end);
+    const size_t integral_digits = run_length(q, integral);
+    q = integral.stop;
+    DigitRun fraction{q, 0};
+    size_t fraction_digits = 0;
     *is_real = false;
     if (q < end && *q == '.') {
-        const char *r = q + 1;
-        while (r < end && is_digit(*r)) take_digit(*r++, true);
-        if (integral || r > q + 1) {
-            q = r;
+        fraction = scan_digits(q + 1, end);
+        fraction_digits = run_length(q + 1, fraction);
+        if (integral_digits > 0 || fraction_digits > 0) {
+            q = fraction.stop;
             *is_real = true;
         }
     }
-    if ((integral || *is_real) && q < end && (*q == 'E' || *q == 'e')) {
-        const char *r = q + 1;
-        bool exponent_negative = false;
-        if (r < end && (*r == '+' || *r == '-')) exponent_negative = *r++ == '-';
-        const char *exponent_start = r;
-        int explicit_exponent = 0;
-        for (; r < end && is_digit(*r); r++)
-            if (explicit_exponent < 100000) explicit_exponent = explicit_exponent * 10 + (*r - '0');
-        if (r > exponent_start) {
-            q = r;
+    int exponent = 0;
+    if ((integral_digits > 0 || *is_real) && q < end && (*q == 'E' || *q == 'e')) {
+        const char *exponent_stop = q;
+        exponent = scan_exponent(q + 1, end, &exponent_stop);
+        if (exponent_stop != q) {
+            q = exponent_stop;
             *is_real = true;
-            exponent += exponent_negative ? -explicit_exponent : explicit_exponent;
         }
     }
     const size_t length = static_cast<size_t>(q - p);
-    if (*is_real) {
-        if (!truncated && mantissa <= (1ull << 53) && exponent >= -22 && exponent <= 22) {
+    if (!*is_real) return length;
+    if (integral_digits + fraction_digits <= 19) {
+        const uint64_t mantissa = integral.value * kWholePowers[fraction_digits] + fraction.value;
+        exponent -= static_cast<int>(fraction_digits);
+        if (mantissa <= (1ull << 53) && exponent >= -22 && exponent <= 22) {
             // One exact operation: the common case, exactly and fast.
             double value = static_cast<double>(mantissa);
             value = exponent < 0 ? value / kExactPowers[-exponent] : value * kExactPowers[exponent];
             *real = negative ? -value : value;
-        } else {
-            *real = standard_real_value(p, length);
+            return length;
         }
     }
+    *real = standard_real_value(p, length);
     return length;
+}
+
+// The end of a run of name characters ([A-Za-z0-9_]), sixteen bytes a step.
+const char *skip_word_chars(const char *p, const char *end) {
+#if defined(__SSE2__)
+    for (; end - p >= 16; p += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i folded = _mm_or_si128(bytes, _mm_set1_epi8(0x20));  // letters to lower case
+        auto within = [](__m128i v, char low, char high) {
+            return _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(low - 1))),
+                                 _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(high + 1))));
+        };
+        const __m128i word = _mm_or_si128(_mm_or_si128(within(folded, 'a', 'z'), within(bytes, '0', '9')),
+                                          _mm_cmpeq_epi8(bytes, _mm_set1_epi8('_')));
+        const unsigned others = ~static_cast<unsigned>(_mm_movemask_epi8(word)) & 0xFFFFu;
+        if (others != 0) return p + std::countr_zero(others);
+    }
+#endif
+    while (p < end && is_word_char(*p)) p++;
+    return p;
+}
+
+// The number of an entity name "#digits", saturated at the largest 32-bit
+// value (leading zeros do not count towards it).
+uint32_t entity_number(const char *digits_start, const DigitRun &digits) {
+    if (run_length(digits_start, digits) <= 19)
+        return static_cast<uint32_t>(std::min<uint64_t>(digits.value, 0xFFFFFFFFu));
+    uint64_t number = 0;
+    for (const char *p = digits_start; p < digits.stop && number <= 0xFFFFFFFFull; p++)
+        number = number * 10 + static_cast<uint64_t>(*p - '0');
+    return static_cast<uint32_t>(std::min<uint64_t>(number, 0xFFFFFFFFu));
 }
 
 TokenKind keyword_or_type_name(const char *text, size_t length) {
@@ -173,9 +266,6 @@ TokenKind keyword_or_type_name(const char *text, size_t length) {
     default: return TOKEN_TYPE_NAME;
     }
 }
-
-
-
 }  // namespace
 
 void scanner_init(Scanner *scanner, const char *text, size_t length) {
@@ -212,11 +302,10 @@ Token scanner_next_token(Scanner *scanner) {
     case '=': token.kind = TOKEN_EQUAL; break;
     case ';': token.kind = TOKEN_DOTCOMA; break;
     case '#': {
-        if (q >= end || !is_digit(*q)) break;  // a lone '#'
-        uint64_t id = 0;
-        for (; q < end && is_digit(*q); q++)
-            if (id <= 0xFFFFFFFFull) id = id * 10 + static_cast<uint64_t>(*q - '0');
-        token.id = id > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<uint32_t>(id);  // saturated
+        const DigitRun digits = scan_digits(q, end);
+        if (digits.stop == q) break;  // a lone '#'
+        token.id = entity_number(q, digits);
+        q = digits.stop;
         const char *r = q;
         while (r < end && (*r == ' ' || *r == '\t')) r++;
         token.kind = r < end && *r == '=' ? TOKEN_ENTITY_ID : TOKEN_ENTITY_REFERENCE;
@@ -286,12 +375,13 @@ Token scanner_next_token(Scanner *scanner) {
             token.kind = is_real ? TOKEN_REAL : TOKEN_INT;
             if (!is_real) token.integer = scanner_integer_value(p, static_cast<size_t>(q - p));
         } else if (is_letter(c) || c == '_') {
-            while (q < end && is_word_char(*q)) q++;
+            q = skip_word_chars(q, end);
             const size_t length = static_cast<size_t>(q - p);
-            if (equal_nocase(p, length, "ISO") && starts_with_nocase(q, end, "-10303-21;")) {
+            if (length == 3 && equal_nocase(p, length, "ISO") && starts_with_nocase(q, end, "-10303-21;")) {
                 token.kind = TOKEN_BEGIN_ISO;
                 q += 10;
-            } else if (equal_nocase(p, length, "END") && starts_with_nocase(q, end, "-ISO-10303-21;")) {
+            } else if (length == 3 && equal_nocase(p, length, "END") &&
+                       starts_with_nocase(q, end, "-ISO-10303-21;")) {
                 token.kind = TOKEN_END_ISO;
                 q += 14;
             } else {
