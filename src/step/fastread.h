@@ -58,6 +58,7 @@ struct FastReader {
     TrackedVector<BadValue> bad_values;          // values a lenient read passed over
 
     TrackedVector<uint8_t> class_is_direct;      // by class id
+    TrackedVector<uint32_t> last_typed_member;   // by select class id: the member a typed value last named
     TrackedVector<ForwardReference> forward;
     TrackedVector<kxAggregateCell> scratch;      // elements of the lists being read
 };

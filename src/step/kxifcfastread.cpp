@@ -48,16 +48,23 @@ uint32_t instance_member(const SelectInfo &info, const kxBaseObject *target, uin
 }
 
 // The value member of a select that a typed value's name names, or 0.
-uint32_t typed_member(const SelectInfo &info, const Token &name, uint8_t release_bit) {
-    for (uint32_t code = 1; code <= info.num_members; code++) {
-        const SelectMember &member = info.members[code - 1];
-        if ((member.releases & release_bit) == 0 || member.kind == SLOT_ENTITY) continue;
-        const char16_t *member_name =
-            member.kind == SLOT_ENUM ? g_enums[member.type_ref].name : g_defined_types[member.type_ref].name;
-        // Every name starts "Ifc": the letter after it rules most members out.
-        if (name.length > 3 && (member_name[3] | 0x20) != (name.text[3] | 0x20)) continue;
-        if (token_spells(member_name, name.text, name.length)) return code;
-    }
+// Whether member `code` of a select is the plain type a typed value names.
+bool member_is_named(const SelectInfo &info, uint32_t code, const Token &name, uint8_t release_bit) {
+    const SelectMember &member = info.members[code - 1];
+    if ((member.releases & release_bit) == 0 || member.kind == SLOT_ENTITY) return false;
+    const char16_t *member_name =
+        member.kind == SLOT_ENUM ? g_enums[member.type_ref].name : g_defined_types[member.type_ref].name;
+    // Every name starts "Ifc": the letter after it rules most members out.
+    if (name.length > 3 && (member_name[3] | 0x20) != (name.text[3] | 0x20)) return false;
+    return token_spells(member_name, name.text, name.length);
+}
+
+// The member a typed value names, tried first against the member the same
+// select took last (*last), for a file tends to repeat its value types.
+uint32_t typed_member(const SelectInfo &info, const Token &name, uint8_t release_bit, uint32_t *last) {
+    if (*last != 0 && member_is_named(info, *last, name, release_bit)) return *last;
+    for (uint32_t code = 1; code <= info.num_members; code++)
+        if (member_is_named(info, code, name, release_bit)) return *last = code;
     return 0;
 }
 
@@ -250,7 +257,7 @@ private:
             shared_count_add(&target->retain_count);
             pending.value.object = target;
         } else if (token.kind == TOKEN_TYPE_NAME) {
-            pending.code = typed_member(info, token, release_bit_);
+            pending.code = typed_member(info, token, release_bit_, &reader_->last_typed_member[select_class]);
             if (pending.code == 0 || scanner_next(scanner_).kind != TOKEN_BEGIN_PAR) return false;
             const SelectMember &member = info.members[pending.code - 1];
             if (!is_plain_kind(member.kind)) return false;
@@ -454,6 +461,7 @@ void fastread_init(FastReader *reader, const IdIndex *ids, kxIfcVersion_t versio
     reader->create_value = create_value;
     reader->create_context = create_context;
     reader->class_is_direct.assign(g_num_classes, 0);
+    reader->last_typed_member.assign(g_num_classes, 0);
     for (uint32_t id = 0; id < g_num_classes; id++) {
         const ClassRelease *release = class_release(g_classes[id], version);
         if (release == nullptr || !g_classes[id]->is_entity) continue;
