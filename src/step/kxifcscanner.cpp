@@ -129,7 +129,7 @@ struct DigitRun {
     uint64_t value;
 };
 
-DigitRun scan_digits(const char *p, const char *end) {
+[[gnu::always_inline]] inline DigitRun scan_digits(const char *p, const char *end) {
     uint64_t value = 0;
     for (; end - p >= 8; p += 8) {
         const uint64_t word = text_word(p);
