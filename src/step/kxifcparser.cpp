@@ -569,8 +569,9 @@ void report_line_problems(Parser *parser, kxBaseObject *instance, const Token &i
         for (uint32_t j = i; j < end && j < count; j++) {
             const kxParserParam *parameter = kxParseParList_get(list, j);
             kxReadCode noted_code = 0;
-            for (; noted < parser->parameter_problems.size() && parser->parameter_problems[noted].parameter <= j; noted++)
-                if (parser->parameter_problems[noted].parameter == j) noted_code = parser->parameter_problems[noted].code;
+            const auto &problems = parser->parameter_problems;
+            for (; noted < problems.size() && problems[noted].parameter <= j; noted++)
+                if (problems[noted].parameter == j) noted_code = problems[noted].code;
             // An integer beyond 32 bits is a problem only where a real did not do.
             if (noted_code == KX_READ_INTEGER_OUT_OF_RANGE && !parameter->has_error) noted_code = 0;
             if (noted_code != 0) {
