@@ -86,11 +86,12 @@ void skip_space(Scanner *scanner) {
 
 const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-const uint64_t kWholePowers[] = {1ull,         10ull,         100ull,         1000ull,         10000ull,
-                                 100000ull,    1000000ull,    10000000ull,    100000000ull,    1000000000ull,
-                                 10000000000ull, 100000000000ull, 1000000000000ull, 10000000000000ull,
-                                 100000000000000ull, 1000000000000000ull, 10000000000000000ull,
-                                 100000000000000000ull, 1000000000000000000ull, 10000000000000000000ull};
+constexpr auto kWholePowers = [] {  // 10^0 to 10^19, every power a uint64_t holds
+    std::array<uint64_t, 20> powers{};
+    powers[0] = 1;
+    for (size_t i = 1; i < powers.size(); i++) powers[i] = powers[i - 1] * 10;
+    return powers;
+}();
 
 // Digits are read eight at a time from a word holding eight bytes of text,
 // the first byte in its lowest bits.
