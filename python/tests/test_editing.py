@@ -2,7 +2,6 @@
 again; wrong values are refused naming the attribute; every real file
 edited, written and read again keeps every other value exactly."""
 import os
-import unittest
 
 from support import LibraryTestCase, kxifcmodel, output_dir, real_files
 from kxifcmodel import typed
@@ -122,7 +121,3 @@ class CheckedValuesTest(LibraryTestCase):
                 self.assertEqual(len(model), 0)
         wall = kxifcmodel.Model("IFC2X3").create("IfcWall", Name="W")
         self.assertEqual((wall.Name, len(wall.GlobalId)), ("W", 22))
-
-
-if __name__ == "__main__":
-    unittest.main()
