@@ -344,7 +344,6 @@ TEST_F(KeywordTableTest, KeywordsAreTheSchemasTypeNamesAndNamedAggregatesSortedW
     kx::ptrarray_destroy_const(&classes);
 }
 
-
 const kx::EnumInfo *find_enum(const std::string &name) {
     for (uint32_t i = 0; i < kx::g_num_enums; i++)
         if (narrow(kx::g_enums[i].name) == name) return &kx::g_enums[i];

@@ -140,15 +140,37 @@ std::string bits_of(const kxBinary &value) {
     return value.contents == nullptr ? std::string() : std::string(value.contents, value.num_bits);
 }
 
-class CoreTypesReadTest : public kxtest::ParameterListFixture {
+// A parameter list of an IFC4 line with no model behind it, freed in
+// TearDown, and ways to fill and walk it.
+class ParameterListTest : public kxtest::LibraryTest {
 protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        list = kxParseParList_new(KXIFCVERSION_IFC_4, nullptr, nullptr);
+    }
+    void TearDown() override {
+        kxParseParList_free(&list);
+        LibraryTest::TearDown();
+    }
     // Empties the list and leaves it holding just the parameter.
     kxParserParam *put(kxParserParam parameter) {
         kxParseParList_clear(list);
         kxParseParList_append(list, parameter);
         return kxParseParList_get(list, 0);
     }
+    void add_literal(const char16_t *text, uint32_t line = 1, uint32_t column = 1) {
+        char16_t *copy = kx::wstr_copy(text);
+        kxParseParList_append(list, kxParserParam_literal(&copy, line, column));
+    }
+    kxParserParam *next() {
+        kxParserParam *parameter = nullptr;
+        EXPECT_TRUE(kxParseParList_next(list, &parameter));
+        return parameter;
+    }
+
+    kxParseParList *list = nullptr;
 };
+using CoreTypesReadTest = ParameterListTest;
 
 // The mark left on a parameter: "<type>: <message>", or "".
 std::u16string mark(const kxParserParam *parameter) {
@@ -333,24 +355,6 @@ TEST_F(CoreTypesReadTest, NextFormsThenEachBaseTypeFromEachKindOfParameterAndMis
     EXPECT_TRUE(asserts().saw("(value) != NULL"));
 }
 
-
-class ParameterListTest : public kxtest::ParameterListFixture {
-protected:
-    void add_literal(const char16_t *text, uint32_t line = 1, uint32_t column = 1) {
-        char16_t *copy = kx::wstr_copy(text);
-        kxParseParList_append(list, kxParserParam_literal(&copy, line, column));
-    }
-    void add_string(const char16_t *text) {
-        char16_t *copy = kx::wstr_copy(text);
-        kxParseParList_append(list, kxParserParam_string(&copy, 1, 1));
-    }
-    kxParserParam *next() {
-        kxParserParam *parameter = nullptr;
-        EXPECT_TRUE(kxParseParList_next(list, &parameter));
-        return parameter;
-    }
-};
-
 // Stand-ins for instances: only their addresses are used.
 kxBaseObject *fake_instance(int &storage) { return reinterpret_cast<kxBaseObject *>(&storage); }
 
@@ -358,7 +362,7 @@ kxBaseObject *fake_instance(int &storage) { return reinterpret_cast<kxBaseObject
 
 TEST_F(ParameterListTest, EveryKindComesBackInFileOrderAndBackStepsOntoTheLastTaken) {
     int wall = 0;
-    char16_t *name = kx::wstr_copy(u"IFCLABEL");
+    char16_t *name = kx::wstr_copy(u"IFCLABEL"), *text = kx::wstr_copy(u"Wall 'A'");
     kxParseParList_append(list, kxParserParam_nested_begin(3, 10));
     kxParseParList_append(list, kxParserParam_null(3, 11));
     kxParseParList_append(list, kxParserParam_derived(3, 13));
@@ -368,7 +372,7 @@ TEST_F(ParameterListTest, EveryKindComesBackInFileOrderAndBackStepsOntoTheLastTa
     kxParseParList_append(list, kxParserParam_reference(17, fake_instance(wall), 3, 36));
     kxParseParList_append(list, kxParserParam_typed_name(&name, 3, 40));
     EXPECT_EQ(name, nullptr);  // taken over
-    add_string(u"Wall 'A'");
+    kxParseParList_append(list, kxParserParam_string(&text, 1, 1));
     kxParseParList_append(list, kxParserParam_nested_end(4, 1));
     ASSERT_EQ(kxParseParList_count(list), 10u);
 

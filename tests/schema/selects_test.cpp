@@ -261,7 +261,6 @@ TEST(InverseRelationsExportsTest, ManifestNamesAForwardReferenceForEveryInverse)
     }
 }
 
-
 class AggregatesTest : public kxtest::ModelFixture {
 protected:
     void SetUp() override {
@@ -620,7 +619,6 @@ constexpr double kReal = 2.5, kReal2 = -1.25;
 constexpr int32_t kInteger = 7, kInteger2 = -3;
 constexpr int32_t kBoolean = 1, kBoolean2 = 0;
 constexpr int32_t kLogical = -1, kLogical2 = 1;
-
 
 // Collects what went wrong, so that a fault shared by many classes gives one
 // readable failure rather than thousands.

@@ -545,7 +545,6 @@ TEST_F(ModelMergerTest, StoreysOfOneGlobalIdBecomeTheLowerHoldingTheProductsOfBo
     kxIfcModel_free(&model);
 }
 
-
 int32_t unit_type(const std::string &name) {
     return kxtest::enum_member(kxIfcUnitEnum_has_value, kxIfcUnitEnum_to_string, name);
 }
