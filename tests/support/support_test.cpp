@@ -449,13 +449,26 @@ TEST_F(MemoryTest, BlocksKeepTheirBytesWhereverTheyMoveAndGrowZeroed) {
 
 namespace fs = std::filesystem;
 
-// A path as UTF-16, decoded from UTF-8.
-std::u16string wide_path(const std::string &path) {
-    kx::WideString text = kx::wstr_from_utf8(path.c_str());
+using kx::WideString;
+
+// Copies a library string into a std::u16string and frees it.
+std::u16string take(WideString text) {
+    EXPECT_NE(text, nullptr);
+    if (text == nullptr) return u"<null>";
     std::u16string copy(text);
     kx::wstr_destroy(&text);
+    EXPECT_EQ(text, nullptr);
     return copy;
 }
+
+std::string take_utf8(char *text) {
+    std::string copy(text);
+    kx::mem_free_and_clear(&text);
+    return copy;
+}
+
+// A path as UTF-16, decoded from UTF-8.
+std::u16string wide_path(const std::string &path) { return take(kx::wstr_from_utf8(path.c_str())); }
 
 using kxtest::read_file;
 using kxtest::utf8;
@@ -464,10 +477,7 @@ using FilesTest = kxtest::LibraryTest;
 
 TEST_F(FilesTest, JoinSplitOpenLengthRenameDelete) {
     const auto join = [](const char16_t *dir, const char16_t *name) {
-        kx::WideString joined = kx::file_join_path(dir, name);
-        std::string result = utf8(joined);
-        kx::wstr_destroy(&joined);
-        return result;
+        return utf8(take(kx::file_join_path(dir, name)).c_str());
     };
     for (const char16_t *dir : {u"/tmp/models", u"/tmp/models/"})
         for (const char16_t *name : {u"a.ifc", u"/a.ifc"}) EXPECT_EQ(join(dir, name), "/tmp/models/a.ifc");
@@ -893,12 +903,7 @@ TEST_F(NumbersTest, UniqueIdsAreDistinctAcrossThreadsAndPlaneAxesAndVectorsConve
 // outside it, and always a decimal point.
 using RealFormatTest = kxtest::LibraryTest;
 
-std::string format(double value) {
-    char16_t *text = kxIfcWriteData_format_real(value);
-    const std::string result = kxtest::utf8(text);
-    kx::wstr_destroy(&text);
-    return result;
-}
+std::string format(double value) { return utf8(take(kxIfcWriteData_format_real(value)).c_str()); }
 
 const std::pair<double, const char *> kFormats[] = {
     // Tiny values and negative zero are zero; 1e-08 itself is not below the
@@ -932,24 +937,6 @@ TEST_F(RealFormatTest, EachRangeHasItsForm) {
     const std::string largest = format(std::numeric_limits<double>::max());
     EXPECT_EQ(largest.size(), 311u);
     EXPECT_EQ(largest.substr(0, 6), "179769");
-}
-
-using kx::WideString;
-
-// Copies a library string into a std::u16string and frees it.
-std::u16string take(WideString text) {
-    EXPECT_NE(text, nullptr);
-    if (text == nullptr) return u"<null>";
-    std::u16string copy(text);
-    kx::wstr_destroy(&text);
-    EXPECT_EQ(text, nullptr);
-    return copy;
-}
-
-std::string take_utf8(char *text) {
-    std::string copy(text);
-    kx::mem_free_and_clear(&text);
-    return copy;
 }
 
 using kxtest::wide;
