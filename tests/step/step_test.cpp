@@ -102,14 +102,43 @@ protected:
 };
 
 // Every sample file, and the concatenated files where every id stands many
-// times, reads the same in every mode.
-TEST_F(ReaderTest, EverySampleFileAndConcatenatedFilesReadTheSameInEveryMode) {
+// times, reads the same in every mode, and its header declares its release
+// (only the first header section of concatenated files is looked at).
+TEST_F(ReaderTest, EverySampleFileAndConcatenatedFilesReadTheSameInEveryModeAndDeclareTheirRelease) {
     KX_REQUIRE_SHARED("ifc");
+    // The releases of the files known to be there; any other file must at
+    // least read.
+    const std::map<std::string, kxIfcVersion_t> known = {
+        {"AC20-FZK-Haus.ifc", KXIFCVERSION_IFC_4},
+        {"ISSUE_044_test_IFCCOMPOSITEPROFILEDEF.ifc", KXIFCVERSION_IFC_2X3},
+        {"ISSUE_171_IfcSurfaceCurveSweptAreaSolid.ifc", KXIFCVERSION_IFC_4},
+        {"IfcOpenHouse_IFC4.ifc", KXIFCVERSION_IFC_4},
+        {"Sample_entities.ifc", KXIFCVERSION_IFC_2X3},
+        {"duplex.ifc", KXIFCVERSION_IFC_2X3},
+        {"example.ifc", KXIFCVERSION_IFC_2X3},
+        {"tested_sample_project.ifc", KXIFCVERSION_IFC_2X3},
+        {"concatenated_files.ifc", KXIFCVERSION_IFC_2X3},
+    };
     std::vector<std::string> files = kxtest::sample_files();
+    ASSERT_GT(files.size(), 0u);
     const std::string concatenated = kxtest::shared_path("ifc-malformed/concatenated_files.ifc");
     if (!concatenated.empty()) files.push_back(concatenated);
     for (const std::string &path : files) {
         SCOPED_TRACE(path);
+        const std::u16string name = kxtest::wide(path);
+        kxIfcVersion_t version = ifc_version_not_defined;
+        ASSERT_EQ(kxIfcHeader_read_ifc_version(name.c_str(), &version), kxBTRUE);
+        const auto release = known.find(std::filesystem::path(path).filename().string());
+        if (release != known.end()) {
+            EXPECT_EQ(version, release->second);
+        }
+        kxIfcHeader *header = nullptr;
+        ASSERT_TRUE(kx::header_read_section(name.c_str(), &header));
+        EXPECT_NE(header->file_schema, nullptr);
+        if (path == concatenated) {
+            EXPECT_EQ(kxtest::narrow(header->file_name), "test.ifc");
+        }
+        kx::header_destroy(&header);
         const Outcome automatic = read(path, 0), single = read(path, 1), two_passes = read(path, 2);
         ASSERT_TRUE(automatic.read && single.read && two_passes.read);
         if (path != concatenated) {
@@ -751,46 +780,6 @@ TEST_F(HeaderSectionTest, MalformedOrTruncatedSectionsFailAndLongListsAreReporte
     EXPECT_EQ(narrow(kx::wstrarray_get(header_->description_data, 1002)), "1002");
     ASSERT_EQ(asserts().reports().size(), 3u);
     EXPECT_EQ(asserts().reports()[0].condition, "num_iters < 1000");
-}
-
-// ---- the sample files ----
-
-// Only the first header section of concatenated files is looked at.
-TEST_F(HeaderSectionTest, EverySampleFileAndConcatenatedFilesDeclareTheirRelease) {
-    KX_REQUIRE_SHARED("ifc");
-    // The releases of the files known to be there; any other file must at
-    // least read.
-    const std::map<std::string, kxIfcVersion_t> known = {
-        {"AC20-FZK-Haus.ifc", KXIFCVERSION_IFC_4},
-        {"ISSUE_044_test_IFCCOMPOSITEPROFILEDEF.ifc", KXIFCVERSION_IFC_2X3},
-        {"ISSUE_171_IfcSurfaceCurveSweptAreaSolid.ifc", KXIFCVERSION_IFC_4},
-        {"IfcOpenHouse_IFC4.ifc", KXIFCVERSION_IFC_4},
-        {"Sample_entities.ifc", KXIFCVERSION_IFC_2X3},
-        {"duplex.ifc", KXIFCVERSION_IFC_2X3},
-        {"example.ifc", KXIFCVERSION_IFC_2X3},
-        {"tested_sample_project.ifc", KXIFCVERSION_IFC_2X3},
-        {"concatenated_files.ifc", KXIFCVERSION_IFC_2X3},
-    };
-    std::vector<std::string> files = kxtest::sample_files();
-    ASSERT_GT(files.size(), 0u);
-    const std::string concatenated = kxtest::shared_path("ifc-malformed/concatenated_files.ifc");
-    if (!concatenated.empty()) files.push_back(concatenated);
-    for (const std::string &file : files) {
-        const std::string name = std::filesystem::path(file).filename().string();
-        const std::u16string path = wide(file);
-        kxIfcVersion_t version = ifc_version_not_defined;
-        ASSERT_EQ(kxIfcHeader_read_ifc_version(path.c_str(), &version), kxBTRUE) << name;
-        const auto found = known.find(name);
-        if (found != known.end()) {
-            EXPECT_EQ(version, found->second) << name;
-        }
-        ASSERT_TRUE(kx::header_read_section(path.c_str(), &header_)) << name;
-        EXPECT_NE(header_->file_schema, nullptr) << name;
-        if (file == concatenated) {
-            EXPECT_EQ(narrow(header_->file_name), "test.ifc");
-        }
-        kx::header_destroy(&header_);
-    }
 }
 
 // ---- the record ----
