@@ -98,7 +98,51 @@ protected:
         return count;
     }
 
+    // The export of a read on `threads` threads, its report and its object
+    // tables, as one text.
+    std::string read_and_write(const std::string &path, uint32_t threads, kxTextMode text_mode, uint32_t mode = 2) {
+        kxReadReport *report = kxReadReport_new(1000);  // keeps every problem: their order counts
+        kxReadReport_set_threads(report, threads);
+        kxBool errors = kxBFALSE;
+        kxIfcModel *model = kxIfcModel_read_with_report(kxtest::wide(path).c_str(), mode, text_mode, report, &errors);
+        std::string result = model == nullptr ? "no model\n" : errors ? "errors\n" : "clean\n";
+        std::ostringstream problems;
+        for (uint32_t i = 0; i < kxReadReport_count(report); i++)
+            problems << kxReadCode_name(kxReadReport_code(report, i)) << ' ' << kxReadReport_line(report, i) << ':'
+                     << kxReadReport_column(report, i) << " #" << kxReadReport_file_id(report, i) << ' '
+                     << kxReadReport_message(report, i) << '\n';
+        for (kxReadCode code = 1; code < KX_READ_CODE_COUNT; code++) problems << kxReadReport_total(report, code) << ' ';
+        result += problems.str();
+        kxReadReport_free(&report);
+        if (model == nullptr) return result;
+        // The object tables: instances of broad classes by creation.
+        for (const kxClass_t *klass : {kxIfcRoot_class(), kxIfcRepresentationItem_class(), kxIfcProperty_class()}) {
+            for (kxBaseObject *instance : kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model, klass)))
+                result += std::to_string(kxBaseObject_dontuse_object_output_file_id(instance)) + ' ';
+            result += '\n';
+        }
+        EXPECT_EQ(kxIfcModel_export_with_status(model, u"written", kxtest::wide(dir().path()).c_str()),
+                  KX_EXPORT_OK);
+        kxIfcModel_free(&model);
+        return result + "\n" + kxtest::read_file(dir().file("written.ifc"));
+    }
+
+    // The same on 1, 2 and 3 threads; for a clean file, the same as a
+    // one-pass read too.
+    void expect_same_whatever_the_threads(const std::string &path, bool clean = false) {
+        for (kxTextMode text_mode : {KX_TEXT_MODE_SPEC, KX_TEXT_MODE_LOSSLESS}) {
+            SCOPED_TRACE(path + " text mode " + std::to_string(text_mode));
+            const std::string one_thread = read_and_write(path, 1, text_mode);
+            for (uint32_t threads : {2u, 3u})
+                EXPECT_EQ(kxtest::first_difference(read_and_write(path, threads, text_mode), one_thread), "");
+            if (clean) {
+                EXPECT_EQ(kxtest::first_difference(read_and_write(path, 1, text_mode, 1), one_thread), "");
+            }
+        }
+    }
+
     uint32_t files_written_ = 0;
+    kxtest::EnvGuard stamp_{"VELMTEST", "1"};  // empty time stamps: byte-identical exports
 };
 
 // Every sample file, and the concatenated files where every id stands many
@@ -139,6 +183,10 @@ TEST_F(ReaderTest, EverySampleFileAndConcatenatedFilesReadTheSameInEveryModeAndD
             EXPECT_EQ(kxtest::narrow(header->file_name), "test.ifc");
         }
         kx::header_destroy(&header);
+        // Two-pass reads on several threads make what a one-thread (and a
+        // one-pass) read makes: the same model written to the same bytes and
+        // the same report, in both text modes.
+        if (path != concatenated) expect_same_whatever_the_threads(path, true);
         const Outcome automatic = read(path, 0), single = read(path, 1), two_passes = read(path, 2);
         ASSERT_TRUE(automatic.read && single.read && two_passes.read);
         if (path != concatenated) {
@@ -369,54 +417,7 @@ TEST_F(ReaderWindowTest, SlidingGivesTheTokensOfTheWholeTextAndFileProblemsAreNa
 // does.
 using ReadReportTest = ReaderTest;
 
-// Two-pass reads on several threads.
-class ParallelReadTest : public ReaderTest {
-protected:
-    // The export of a read on `threads` threads, its report and its object
-    // tables, as one text.
-    std::string read_and_write(const std::string &path, uint32_t threads, kxTextMode text_mode, uint32_t mode = 2) {
-        kxReadReport *report = kxReadReport_new(1000);  // keeps every problem: their order counts
-        kxReadReport_set_threads(report, threads);
-        kxBool errors = kxBFALSE;
-        kxIfcModel *model = kxIfcModel_read_with_report(kxtest::wide(path).c_str(), mode, text_mode, report, &errors);
-        std::string result = model == nullptr ? "no model\n" : errors ? "errors\n" : "clean\n";
-        std::ostringstream problems;
-        for (uint32_t i = 0; i < kxReadReport_count(report); i++)
-            problems << kxReadCode_name(kxReadReport_code(report, i)) << ' ' << kxReadReport_line(report, i) << ':'
-                     << kxReadReport_column(report, i) << " #" << kxReadReport_file_id(report, i) << ' '
-                     << kxReadReport_message(report, i) << '\n';
-        for (kxReadCode code = 1; code < KX_READ_CODE_COUNT; code++) problems << kxReadReport_total(report, code) << ' ';
-        result += problems.str();
-        kxReadReport_free(&report);
-        if (model == nullptr) return result;
-        // The object tables: instances of broad classes by creation.
-        for (const kxClass_t *klass : {kxIfcRoot_class(), kxIfcRepresentationItem_class(), kxIfcProperty_class()}) {
-            for (kxBaseObject *instance : kxtest::elements(kxIfcModel_dontuse_get_objects_by_class(model, klass)))
-                result += std::to_string(kxBaseObject_dontuse_object_output_file_id(instance)) + ' ';
-            result += '\n';
-        }
-        EXPECT_EQ(kxIfcModel_export_with_status(model, u"written", kxtest::wide(dir().path()).c_str()),
-                  KX_EXPORT_OK);
-        kxIfcModel_free(&model);
-        return result + "\n" + kxtest::read_file(dir().file("written.ifc"));
-    }
-
-    // The same on 1, 2 and 3 threads; for a clean file, the same as a
-    // one-pass read too.
-    void expect_same_whatever_the_threads(const std::string &path, bool clean = false) {
-        for (kxTextMode text_mode : {KX_TEXT_MODE_SPEC, KX_TEXT_MODE_LOSSLESS}) {
-            SCOPED_TRACE(path + " text mode " + std::to_string(text_mode));
-            const std::string one_thread = read_and_write(path, 1, text_mode);
-            for (uint32_t threads : {2u, 3u})
-                EXPECT_EQ(kxtest::first_difference(read_and_write(path, threads, text_mode), one_thread), "");
-            if (clean) {
-                EXPECT_EQ(kxtest::first_difference(read_and_write(path, 1, text_mode, 1), one_thread), "");
-            }
-        }
-    }
-
-    kxtest::EnvGuard stamp_{"VELMTEST", "1"};  // empty time stamps: byte-identical exports
-};
+using ParallelReadTest = ReaderTest;
 
 TEST_F(ReadReportTest, EachProblemIsReportedWithItsCodeAndPlace) {
     struct Case {
@@ -560,15 +561,9 @@ TEST_F(ReadReportTest, ProgressIsReportedUpToTheEnd) {
     }
 }
 
-// A two-pass read on several threads: every sample file
-// and files with planted faults come out as the one-thread read makes them
-// (and sample files as the one-pass read makes them), the same model written
-// to the same bytes and the same report, in both text modes.
-TEST_F(ParallelReadTest, SampleFilesReadAsOnOneThread) {
-    KX_REQUIRE_SHARED("ifc");
-    for (const std::string &path : kxtest::sample_files()) expect_same_whatever_the_threads(path, true);
-}
-
+// A two-pass read on several threads: files with planted faults come out as
+// the one-thread read makes them, the same model written to the same bytes
+// and the same report, in both text modes.
 // Faults in every part: values of the wrong type, references to ids no
 // line defines, bad escapes, select values, unknown entities, repeated ids
 // and, in some files, a syntax error in the first or the last part, or a
