@@ -1037,8 +1037,8 @@ TEST_F(CoreTypesReadTest, NextFormsThenEachBaseTypeFromEachKindOfParameterAndMis
         case Type::STRING: {
             char16_t *target = nullptr;
             read = kx::coretype_read_string(list, parameter, attribute = u"Name", &target);
-            if (target != nullptr) value = kxtest::utf8(target);
             if (target != nullptr) {
+                value = kxtest::utf8(target);
                 EXPECT_NE(target, kxParserParam_get_string(parameter)) << "a copy";
             }
             kxIfcCoreTypes_free_string(&target);
@@ -1056,7 +1056,8 @@ TEST_F(CoreTypesReadTest, NextFormsThenEachBaseTypeFromEachKindOfParameterAndMis
         const std::string where = std::to_string(&c - kReadCases);
         EXPECT_EQ(read, c.read) << "case " << where;
         EXPECT_EQ(value, c.value) << "case " << where;
-        EXPECT_EQ(mark(parameter), *c.mismatch == 0 ? u"" : std::u16string(c.mismatch) + u": " + attribute) << "case " << where;
+        EXPECT_EQ(mark(parameter), *c.mismatch == 0 ? u"" : std::u16string(c.mismatch) + u": " + attribute)
+            << "case " << where;
         EXPECT_EQ(kxParseParList_has_errors(list), *c.mismatch != 0) << "case " << where;
     }
     expect_reports();

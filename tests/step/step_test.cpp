@@ -612,22 +612,18 @@ const char kDuplexHeader[] =
     "'20100326_1700','');\n"
     "FILE_SCHEMA(('IFC2X3'));\n";
 
-class HeaderSectionTest : public kxtest::LibraryTest {
+class HeaderSectionTest : public ReaderTest {
 protected:
     void TearDown() override {
         if (header_ != nullptr) kx::header_destroy(&header_);
-        LibraryTest::TearDown();
+        ReaderTest::TearDown();
     }
 
-    // Writes a file into the test's directory; its path.
-    std::u16string make_file(const std::string &contents, const std::string &name = "header.ifc") {
-        return wide(dir().write(name, contents));
-    }
     // Reads the header section of a file made from the text; keeps the
     // record in header_.
     bool read(const std::string &contents) {
         if (header_ != nullptr) kx::header_destroy(&header_);
-        const std::u16string path = make_file(contents);
+        const std::u16string path = wide(write_file(contents));
         const bool read = kx::header_read_section(path.c_str(), &header_) == CIERTO;
         EXPECT_EQ(read, header_ != nullptr);
         return read;
@@ -713,7 +709,7 @@ TEST_F(HeaderSectionTest, StringListFormsDollarsKeywordCaseCommentsImplementatio
         EXPECT_TRUE(read_body(body));
         EXPECT_EQ(narrow(header_->file_schema), "IFC4");
         kxIfcVersion_t version = ifc_version_not_defined;
-        const std::u16string path = make_file(file_with_header(body), "level.ifc");
+        const std::u16string path = wide(write_file(file_with_header(body)));
         EXPECT_EQ(kxIfcHeader_read_ifc_version(path.c_str(), &version), kxBTRUE);
         EXPECT_EQ(version, KXIFCVERSION_IFC_4);
     }
@@ -723,12 +719,12 @@ TEST_F(HeaderSectionTest, StringListFormsDollarsKeywordCaseCommentsImplementatio
     EXPECT_FALSE(read_body("FILE_DESCRIPTION(('d'),());\n"));
     EXPECT_TRUE(read_body("FILE_DESCRIPTION(('d'),('2;1'));\n"));
     kxIfcVersion_t version = KXIFCVERSION_IFC_4;
-    const std::u16string no_schema = make_file(file_with_header("FILE_DESCRIPTION(('d'),'2;1');\n"), "a.ifc");
+    const std::u16string no_schema = wide(write_file(file_with_header("FILE_DESCRIPTION(('d'),'2;1');\n")));
     EXPECT_EQ(kxIfcHeader_read_ifc_version(no_schema.c_str(), &version), kxBFALSE);
     EXPECT_EQ(static_cast<uint32_t>(version), 0xFFFFu);
 
     version = KXIFCVERSION_IFC_2X3;
-    const std::u16string broken = make_file("ISO-10303-21;\nHEADER;\nFILE_SCHEMA(('IFC4'))\n", "b.ifc");
+    const std::u16string broken = wide(write_file("ISO-10303-21;\nHEADER;\nFILE_SCHEMA(('IFC4'))\n"));
     EXPECT_EQ(kxIfcHeader_read_ifc_version(broken.c_str(), &version), kxBFALSE);
     EXPECT_EQ(version, KXIFCVERSION_IFC_2X3) << "a failed read leaves the version alone";
     EXPECT_EQ(kxIfcHeader_read_ifc_version(wide(dir().file("none.ifc")).c_str(), &version), kxBFALSE);
