@@ -1,6 +1,5 @@
-// Fixtures that hold library objects for the length of a test: models of a
-// release with instances made in them, and a parameter list. Both free what
-// they hold before the base fixture checks tracked memory.
+// A fixture that holds models of a release with instances made in them for
+// the length of a test, freed before the base fixture checks tracked memory.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,7 +9,6 @@
 
 #include "core/baseobject.h"
 #include "kxifc_model.h"
-#include "support/parseparlist.h"
 #include "test_support.h"
 
 namespace kxtest {
@@ -60,22 +58,6 @@ protected:
 
 private:
     std::vector<kxIfcModel *> models_;
-};
-
-// A parameter list of an IFC4 line with no model behind it, freed in
-// TearDown.
-class ParameterListFixture : public LibraryTest {
-protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        list = kxParseParList_new(KXIFCVERSION_IFC_4, nullptr, nullptr);
-    }
-    void TearDown() override {
-        kxParseParList_free(&list);
-        LibraryTest::TearDown();
-    }
-
-    kxParseParList *list = nullptr;
 };
 
 }  // namespace kxtest

@@ -74,11 +74,10 @@ struct SharedLibrary {
     }
     // Expects the library back where it was: nothing kept, nothing reported.
     void expect_usage_back_at(const Usage &before) const {
-        int64_t blocks_after = 0, bytes_after = 0;
-        memory_usage(&blocks_after, &bytes_after);
-        EXPECT_EQ(blocks_after, before.blocks);
-        EXPECT_EQ(bytes_after, before.bytes);
-        EXPECT_EQ(assert_count(), before.reports);
+        const Usage after = usage();
+        EXPECT_EQ(after.blocks, before.blocks);
+        EXPECT_EQ(after.bytes, before.bytes);
+        EXPECT_EQ(after.reports, before.reports);
     }
     ~SharedLibrary() {
         if (handle != nullptr) dlclose(handle);

@@ -59,8 +59,6 @@ public:
     TempDirectory(const TempDirectory &) = delete;
     TempDirectory &operator=(const TempDirectory &) = delete;
 
-    // Whether the directory was made.
-    bool made() const { return !path_.empty(); }
     const std::string &path() const { return path_; }
     // The path of the file of that name in the directory.
     std::string file(const std::string &name) const { return path_ + "/" + name; }

@@ -2,7 +2,6 @@
 of every instance reads as a Python value; unreadable files raise with the
 read's diagnostics."""
 import os
-import unittest
 
 from support import SAMPLE, LibraryTestCase, kxifcmodel, output_dir, real_files
 
@@ -78,7 +77,3 @@ class FilesTest(LibraryTestCase):
                     kxifcmodel.open(path)
                 self.assertIn(code, [problem.code for problem in raised.exception.problems])
                 self.assertIn(path, str(raised.exception))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,7 +3,6 @@ real models, merging with a GlobalId table, compressed GUIDs."""
 import os
 import re
 import shutil
-import unittest
 
 from support import SAMPLE, LibraryTestCase, kxifcmodel, output_dir, real_files
 
@@ -84,7 +83,3 @@ class ServicesTest(LibraryTestCase):
         guids = {kxifcmodel.new_guid() for _ in range(2000)}
         self.assertEqual(len(guids), 2000)
         self.assertTrue(all(re.fullmatch(r"[0-3][0-9A-Za-z_$]{21}", guid) for guid in guids))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -18,13 +18,8 @@ file(REMOVE_RECURSE ${WORK_DIR})
 run_step(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 run_step(${prefix}/bin/kxifc stats ${SAMPLE})
 
-foreach(mode find_package pkg_config)
-  if(mode STREQUAL "pkg_config")
-    set(use_pkg_config ON)
-  else()
-    set(use_pkg_config OFF)
-  endif()
-  set(build ${WORK_DIR}/${mode})
+foreach(use_pkg_config OFF ON)
+  set(build ${WORK_DIR}/pkg_config_${use_pkg_config})
   run_step(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${build} -G ${GENERATOR}
            -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
            -DCMAKE_PREFIX_PATH=${prefix} -DUSE_PKG_CONFIG=${use_pkg_config})
