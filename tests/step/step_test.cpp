@@ -11,11 +11,14 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cctype>
 #include <csignal>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -320,11 +323,36 @@ TEST(ScannerTest, KindsPrioritiesTextsNumberValuesLinesColumnsAndComments) {
         {"\xC3\xA9", "END:\xC3"},
     };
     for (const auto &[text, tokens] : cases) EXPECT_EQ(scanned(text), tokens) << text;
+    // Digits are read a word at a time where eight bytes remain: runs of every
+    // length up to past what 64 bits hold, with and without leading zeros, ending
+    // anywhere near the end of the text, give the per-digit results (ids
+    // saturate at the largest 32-bit value, never wrap; reals as strtod).
     kx::Scanner scanner;
-    const std::string ids = "#4294967295 #99999999999";
-    kx::scanner_init(&scanner, ids.data(), ids.size());
-    EXPECT_EQ(kx::scanner_next(&scanner).id, 4294967295u);
-    EXPECT_EQ(kx::scanner_next(&scanner).id, 4294967295u);  // saturates, never wraps
+    for (size_t length = 1; length <= 24; length++) {
+        for (const char first : {'0', '9'}) {
+            std::string digits(1, first);
+            for (size_t i = 1; i < length; i++) digits += static_cast<char>('0' + (i * 7 + 3) % 10);
+            uint64_t id = 0;
+            for (const char c : digits) id = std::min<uint64_t>(id * 10 + static_cast<uint64_t>(c - '0'), 1ull << 32);
+            std::string real = digits;
+            real.insert(length / 2, 1, '.');
+            for (const std::string &number : {"#" + digits, "-" + real}) {
+                for (size_t blanks = 0; blanks < 9; blanks++) {
+                    const size_t size = number.size() + blanks;
+                    const auto exact = std::make_unique<char[]>(size);  // nothing readable past its end
+                    std::memset(exact.get(), ' ', size);
+                    std::memcpy(exact.get(), number.data(), number.size());
+                    kx::scanner_init(&scanner, exact.get(), size);
+                    const kx::Token token = kx::scanner_next(&scanner);
+                    EXPECT_EQ(token.length, number.size()) << number;
+                    if (number[0] == '#')
+                        EXPECT_EQ(token.id, std::min<uint64_t>(id, 0xFFFFFFFFu)) << number;
+                    else
+                        EXPECT_EQ(token.real, std::strtod(number.c_str(), nullptr)) << number;
+                }
+            }
+        }
+    }
     const std::pair<std::string, int32_t> integers[] = {
         {"-", 0}, {"-42", -42}, {"99999999999", 2147483647}, {"-99999999999", -2147483647 - 1}};
     for (const auto &[text, value] : integers) EXPECT_EQ(kx::scanner_integer_value(text.data(), text.size()), value);
