@@ -12,6 +12,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "support/realtext.h"
+
 namespace kx {
 namespace {
 
@@ -94,8 +96,7 @@ constexpr auto kWholePowers = [] {  // 10^0 to 10^19, every power a uint64_t hol
 }();
 
 // Digits are read eight at a time from a word holding eight bytes of text,
-// the first byte in its lowest bits.
-constexpr uint64_t kEightZeros = 0x3030303030303030ull;
+// the first byte in its lowest bits (as the writer lays them out).
 
 uint64_t text_word(const char *p) {
     uint64_t word;
@@ -108,7 +109,7 @@ uint64_t text_word(const char *p) {
 // below '0' borrows from the bytes after it, and a byte above '9' carries
 // into them, but never into the bytes before it, so the first flag is right.
 size_t leading_digits(uint64_t word) {
-    const uint64_t offsets = word - kEightZeros;
+    const uint64_t offsets = word - kEightZeroDigits;
     const uint64_t flags = (offsets | (offsets + 0x7676767676767676ull)) & 0x8080808080808080ull;
     return flags == 0 ? 8 : static_cast<size_t>(std::countr_zero(flags)) / 8;
 }
@@ -116,7 +117,7 @@ size_t leading_digits(uint64_t word) {
 // The value of a word's first `count` bytes (1 to 8), all digits: shifted so
 // that they are the last digits of eight, then combined in pairs, fours, eight.
 uint64_t leading_digits_value(uint64_t word, size_t count) {
-    uint64_t digits = (word - kEightZeros) << (8 * (8 - count));
+    uint64_t digits = (word - kEightZeroDigits) << (8 * (8 - count));
     digits = digits * 10 + (digits >> 8);
     digits = ((digits & 0x000000FF000000FFull) * (100 + (1000000ull << 32)) +
               ((digits >> 16) & 0x000000FF000000FFull) * (1 + (10000ull << 32))) >> 32;
